@@ -1,0 +1,22 @@
+# Warnings for the project's own code (kept out of the exported targets) and sanitizers for all of it.
+add_library(orvane_warnings INTERFACE)
+target_compile_options(orvane_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Werror)
+
+if(ORVANE_SANITIZE)
+  add_compile_options(-fsanitize=${ORVANE_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ORVANE_SANITIZE})
+  if(ORVANE_SANITIZE MATCHES "thread")
+    # GCC warns that Asio's fences are not modelled; Asio also synchronises through atomics that are.
+    add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)
+  endif()
+  if(ORVANE_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()

@@ -1,0 +1,89 @@
+#include <openssl/evp.h>
+#include <orvane/platform/Digest.h>
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+namespace orvane::platform {
+namespace {
+
+constexpr std::size_t kBlockSize = 64;
+
+/// A digest context that is set up once per thread: fetching the algorithm and allocating the
+/// context cost more than hashing a small message.
+class Hasher {
+ public:
+  static Hasher& ofThisThread() {
+    thread_local Hasher hasher;
+    return hasher;
+  }
+
+  void begin() { check(EVP_DigestInit_ex2(context_.get(), nullptr, nullptr)); }
+  void add(ByteView data) { check(EVP_DigestUpdate(context_.get(), data.data(), data.size())); }
+  Digest finish() {
+    Digest digest;
+    check(EVP_DigestFinal_ex(context_.get(), reinterpret_cast<unsigned char*>(digest.data()),
+                             nullptr));
+    return digest;
+  }
+
+ private:
+  Hasher() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
+    // Never freed: threads may still hash while the process exits.
+    static EVP_MD* const algorithm = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    check(context_ != nullptr && EVP_DigestInit_ex2(context_.get(), algorithm, nullptr) == 1);
+  }
+
+  /// SHA-256 on memory fails only when memory runs out.
+  static void check(int succeeded) {
+    if (succeeded != 1) throw std::bad_alloc();
+  }
+
+  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
+};
+
+}  // namespace
+
+Digest sha256(ByteView data) {
+  auto& hasher = Hasher::ofThisThread();
+  hasher.begin();
+  hasher.add(data);
+  return hasher.finish();
+}
+
+// Written over the digest: OpenSSL's own HMAC spends twice the time on setting up its key.
+Digest hmacSha256(ByteView key, ByteView data) {
+  std::array<std::byte, kBlockSize> pad{};
+  if (key.size() > kBlockSize) {
+    std::ranges::copy(sha256(key), pad.begin());
+  } else {
+    std::ranges::copy(key, pad.begin());
+  }
+
+  auto& hasher = Hasher::ofThisThread();
+  for (auto& byte : pad) byte ^= std::byte{0x36};
+  hasher.begin();
+  hasher.add(pad);
+  hasher.add(data);
+  const Digest inner = hasher.finish();
+
+  for (auto& byte : pad) byte ^= std::byte{0x36 ^ 0x5C};
+  hasher.begin();
+  hasher.add(pad);
+  hasher.add(inner);
+  return hasher.finish();
+}
+
+std::string hexString(ByteView bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  text.reserve(bytes.size() * 2);
+  for (const auto byte : bytes) {
+    text.push_back(kDigits[std::to_integer<std::size_t>(byte >> 4)]);
+    text.push_back(kDigits[std::to_integer<std::size_t>(byte & std::byte{0xF})]);
+  }
+  return text;
+}
+
+}  // namespace orvane::platform

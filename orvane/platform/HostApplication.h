@@ -1,0 +1,45 @@
+#pragma once
+
+#include <orvane/Error.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace orvane {
+
+/// What a host may say about itself before it uses the engine.
+struct HostOptions {
+  /// Reverse-DNS name of the application: the name of its data folder and the prefix of queue
+  /// labels. Letters, digits, ".", "-" and "_"; not empty, not beginning with ".".
+  std::string identifier = "org.orvane.engine";
+
+  /// The application's own data folder. Left out: `$XDG_DATA_HOME/identifier`, or
+  /// `$HOME/.local/share/identifier`; where neither variable holds an absolute path there is no
+  /// folder, and the stores keep everything in memory only.
+  std::optional<std::filesystem::path> dataDirectory = {};
+};
+
+/// The application that links the engine: who it is, and where it keeps its files.
+///
+/// Any thread may call these. The first use of anything that depends on the options fixes them.
+class HostApplication {
+ public:
+  HostApplication() = delete;
+
+  /// Sets the options. Optional; once, before the first use of the engine. Fails with the domain
+  /// "HostApplication" when the options are already fixed (code 1), when the identifier is
+  /// malformed (code 2) or when the data folder is not an absolute path (code 3).
+  [[nodiscard]] static Result<void> configure(HostOptions options);
+
+  [[nodiscard]] static const std::string& identifier();
+
+  /// Where stores keep files that the user does not see: "Application Support" in the data folder.
+  /// Absent when there is no data folder. The folder need not exist yet.
+  [[nodiscard]] static std::optional<std::filesystem::path> applicationSupportDirectory();
+
+  /// Where the user's own data lies: "Documents" in the data folder; as above.
+  [[nodiscard]] static std::optional<std::filesystem::path> documentsDirectory();
+};
+
+}  // namespace orvane

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <orvane/platform/HttpHeaders.h>
+
+#include <string>
+
+namespace orvane {
+
+/// A complete HTTP answer, whatever its status.
+struct HttpResponse {
+  int status = 0;
+  HttpHeaders headers;
+  std::string body;  ///< The bytes as received; empty when the answer has no content.
+};
+
+}  // namespace orvane

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+
+namespace orvane::platform {
+
+/// Runs work in submission order on the background pool, at most a given number at a time.
+///
+/// Any thread may submit. Work must not throw. Work that was submitted still runs when the queue
+/// object is destroyed first.
+class OperationQueue {
+ public:
+  explicit OperationQueue(std::size_t maxConcurrentOperations);
+
+  /// Queues `work` and returns at once.
+  void async(std::move_only_function<void()> work);
+
+ private:
+  struct State;
+  static void drain(const std::shared_ptr<State>& state);
+
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace orvane::platform

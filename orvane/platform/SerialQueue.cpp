@@ -1,0 +1,79 @@
+#include <orvane/platform/BackgroundQueue.h>
+#include <orvane/platform/SerialQueue.h>
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
+namespace orvane::platform {
+
+struct SerialQueue::State : std::enable_shared_from_this<State> {
+  using Lock = std::unique_lock<std::mutex>;
+
+  std::mutex mutex;
+  std::condition_variable progress;  ///< A waiter's work has run, or nobody drains any more.
+  std::deque<std::move_only_function<void()>> pending;
+  bool scheduled = false;  ///< A thread of the pool has been asked to drain.
+  bool draining = false;   ///< Some thread is running work.
+
+  /// Runs work until none is pending or `done` is set. Needs the lock, released while work runs.
+  void drain(Lock& lock, const bool& done) {
+    draining = true;
+    while (!pending.empty() && !done) {
+      auto work = std::move(pending.front());
+      pending.pop_front();
+      lock.unlock();
+      work();
+      work = nullptr;  // What the work holds is released outside the lock.
+      lock.lock();
+    }
+    draining = false;
+    progress.notify_all();
+    scheduleIfNeeded();
+  }
+
+  /// Needs the lock.
+  void scheduleIfNeeded() {
+    if (scheduled || draining || pending.empty()) return;
+    scheduled = true;
+    BackgroundQueue::async([state = shared_from_this()] {
+      Lock lock(state->mutex);
+      state->scheduled = false;
+      const bool untilEmpty = false;
+      if (!state->draining) state->drain(lock, untilEmpty);
+    });
+  }
+};
+
+SerialQueue::SerialQueue(std::string label)
+    : label_(std::move(label)), state_(std::make_shared<State>()) {}
+
+SerialQueue::~SerialQueue() {
+  runAndWait([] {});
+}
+
+void SerialQueue::async(std::move_only_function<void()> work) {
+  const std::lock_guard lock(state_->mutex);
+  state_->pending.push_back(std::move(work));
+  state_->scheduleIfNeeded();
+}
+
+void SerialQueue::runAndWait(std::move_only_function<void()> work) {
+  bool done = false;
+  State::Lock lock(state_->mutex);
+  state_->pending.emplace_back([&] {
+    work();
+    const std::lock_guard finishing(state_->mutex);
+    done = true;
+    state_->progress.notify_all();
+  });
+  while (!done) {
+    if (state_->draining) {
+      state_->progress.wait(lock);
+    } else {
+      state_->drain(lock, done);
+    }
+  }
+}
+
+}  // namespace orvane::platform

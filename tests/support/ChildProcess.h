@@ -1,0 +1,58 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvane::testing {
+
+/// Names a function that tests can run in a process of its own, where nothing of the engine has
+/// been used yet. Its result is the process's exit status.
+///
+///     const ChildMain kReader("reader", [](const std::vector<std::string>& arguments) {...});
+class ChildMain {
+ public:
+  using Function = std::function<int(const std::vector<std::string>& arguments)>;
+  ChildMain(const std::string& name, Function function);
+};
+
+/// A running process, its standard output readable from here; killed when this object goes.
+class ChildProcess {
+ public:
+  /// Starts the `ChildMain` of that name, in this test's folder.
+  static ChildProcess run(const std::string& childMain, std::vector<std::string> arguments = {});
+  /// Starts a program; `command[0]` is looked up in the path.
+  static ChildProcess start(const std::vector<std::string>& command);
+
+  ChildProcess(ChildProcess&& other) noexcept;
+  ChildProcess& operator=(ChildProcess&&) = delete;
+  ~ChildProcess();
+
+  [[nodiscard]] pid_t pid() const { return pid_; }
+  void kill(int signal) const;
+  /// The next line of the output without its line feed; nothing at the end.
+  std::optional<std::string> readLine();
+  /// The rest of the output.
+  std::string readAll();
+  /// Waits for the end: the exit status, or the negative number of the signal that ended it.
+  int wait();
+
+ private:
+  ChildProcess(pid_t pid, int output) : pid_(pid), output_(output) {}
+  bool fill();
+
+  pid_t pid_;
+  int output_;
+  std::string buffer_;
+};
+
+/// Runs the child to its end and returns its output; throws when its status is not 0.
+std::string outputOfChild(const std::string& childMain, std::vector<std::string> arguments = {});
+
+/// Used by main: the status of the child that the command line names, if it names one.
+std::optional<int> runAsChild(int argc, char** argv);
+
+}  // namespace orvane::testing
