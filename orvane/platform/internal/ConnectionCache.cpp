@@ -1,0 +1,18 @@
+#include <orvane/platform/internal/ConnectionCache.h>
+#include <orvane/platform/internal/TransferLoop.h>
+
+#include <new>
+
+namespace orvane::platform {
+
+ConnectionCache::ConnectionCache() {
+  TransferLoop::shared();  // Sets the client library up.
+  handle_ = curl_share_init();
+  if (handle_ == nullptr) throw std::bad_alloc();
+  // No lock functions: one thread alone ever touches it.
+  curl_share_setopt(handle_, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
+}
+
+ConnectionCache::~ConnectionCache() { TransferLoop::shared().release(handle_); }
+
+}  // namespace orvane::platform

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <curl/curl.h>
+
+namespace orvane::platform {
+
+/// Idle connections that the transfers of one session may reuse.
+///
+/// Made on any thread, used on the I/O thread, and released there too: connections may still be
+/// open in it.
+class ConnectionCache {
+ public:
+  ConnectionCache();
+  ~ConnectionCache();
+  ConnectionCache(const ConnectionCache&) = delete;
+  ConnectionCache& operator=(const ConnectionCache&) = delete;
+
+  [[nodiscard]] CURLSH* handle() const noexcept { return handle_; }
+
+ private:
+  CURLSH* handle_;
+};
+
+}  // namespace orvane::platform

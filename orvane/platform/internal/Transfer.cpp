@@ -1,0 +1,194 @@
+#include <orvane/platform/Ascii.h>
+#include <orvane/platform/UrlError.h>
+#include <orvane/platform/internal/CurlError.h>
+#include <orvane/platform/internal/Transfer.h>
+#include <orvane/platform/internal/WireProgress.h>
+
+#include <algorithm>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace orvane::platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Above this the client library sends the body apart from the head, in pieces of its buffer.
+constexpr std::size_t kSmallBody = 64 * 1024;
+constexpr long kUploadBufferSize = 512 * 1024;
+constexpr long kReceiveBufferSize = 64 * 1024;
+
+bool isToken(std::string_view text) {
+  constexpr std::string_view kAllowed =
+      "!#$%&'*+-.^_`|~0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  return !text.empty() && text.find_first_not_of(kAllowed) == std::string_view::npos;
+}
+
+bool breaksLine(std::string_view text) {
+  constexpr std::string_view kBreaks("\r\n\0", 3);
+  return text.find_first_of(kBreaks) != std::string_view::npos;
+}
+
+}  // namespace
+
+Transfer::Transfer(std::shared_ptr<ConnectionCache> connections, HttpRequest request,
+                   SharedBytes body, Sent sent, Finished finished)
+    : connections_(std::move(connections)),
+      request_(std::move(request)),
+      body_(std::move(body)),
+      sent_(std::move(sent)),
+      finished_(std::move(finished)) {}
+
+std::optional<Error> Transfer::refusal() const {
+  if (!isToken(request_.method)) return urlError(UrlErrorCode::badURL, "method");
+  for (const auto& [name, value] : request_.headers) {
+    if (!isToken(name) || breaksLine(value)) return urlError(UrlErrorCode::badURL, "header field");
+  }
+  const auto scheme = request_.url.scheme();
+  if (scheme.empty() || request_.url.host().empty()) {
+    return urlError(UrlErrorCode::badURL, "no scheme or host");
+  }
+  if (!equalIgnoringCase(scheme, "http") && !equalIgnoringCase(scheme, "https")) {
+    return urlError(UrlErrorCode::unsupportedURL);
+  }
+  return std::nullopt;
+}
+
+void Transfer::attach(CURL* easy) {
+  easy_ = easy;
+  lastMove_ = Clock::now();
+  curl_easy_setopt(easy, CURLOPT_PRIVATE, this);
+  curl_easy_setopt(easy, CURLOPT_SHARE, connections_->handle());
+  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+  curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  curl_easy_setopt(easy, CURLOPT_URL, request_.url.text().c_str());
+  curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
+  curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.timeout.count()));
+  curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, kReceiveBufferSize);
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+  curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
+  curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+  curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
+  setBody();
+  setHeaders();
+}
+
+void Transfer::setBody() {
+  const bool carriesBody =
+      body_.size() > 0 || request_.method == "PUT" || request_.method == "POST";
+  if (request_.method == "HEAD") {
+    curl_easy_setopt(easy_, CURLOPT_NOBODY, 1L);
+  } else if (carriesBody) {
+    // Post fields, whatever the method: a small body leaves together with the head, and a request
+    // can be sent again on a fresh connection, since all of it is at hand.
+    curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
+    curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, body_.size() > 0 ? textOf(body_.view()).data() : "");
+    if (body_.size() > kSmallBody) {
+      curl_easy_setopt(easy_, CURLOPT_UPLOAD_BUFFERSIZE, kUploadBufferSize);
+    }
+  }
+  curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+}
+
+void Transfer::setHeaders() {
+  for (const auto& [name, value] : request_.headers) {
+    if (equalIgnoringCase(name, "Content-Length")) continue;  // The body itself says its length.
+    // A bare "Name:" would remove the field; "Name;" sends it without a value.
+    const bool blank = value.find_first_not_of(" \t") == std::string::npos;
+    addHeader(blank ? name + ";" : name + ": " + value);
+  }
+  addHeader("Expect:");
+  addHeader("Accept:");
+  if (!request_.headers.get("Content-Type")) addHeader("Content-Type:");
+  curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_.get());
+}
+
+void Transfer::addHeader(const std::string& line) {
+  curl_slist* longer = curl_slist_append(headers_.get(), line.c_str());
+  if (longer == nullptr) throw std::bad_alloc();
+  static_cast<void>(headers_.release());
+  headers_.reset(longer);
+}
+
+void Transfer::finish(CURLcode code) {
+  if (answerTooLong_) {
+    fail(urlError(UrlErrorCode::dataLengthExceedsMaximum));
+  } else if (code != CURLE_OK) {
+    long osError = 0;
+    curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &osError);
+    fail(errorOf(code, osError));
+  } else {
+    deliver(takeResponse());
+  }
+}
+
+void Transfer::fail(Error error) { deliver(std::unexpected(std::move(error))); }
+
+void Transfer::deliver(Result<HttpResponse> result) {
+  if (!finished_) return;
+  std::exchange(finished_, nullptr)(std::move(result));
+  sent_ = nullptr;
+  body_ = {};
+}
+
+HttpResponse Transfer::takeResponse() {
+  HttpResponse response;
+  long status = 0;
+  curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+  response.status = static_cast<int>(status);
+  curl_header* field = nullptr;
+  while ((field = curl_easy_nextheader(easy_, CURLH_HEADER, -1, field)) != nullptr) {
+    response.headers.append(field->name, field->value);
+  }
+  response.body = std::move(answer_);
+  return response;
+}
+
+std::chrono::milliseconds Transfer::checkInterval() const {
+  return std::clamp(request_.timeout / 8, 10ms, 1000ms);
+}
+
+bool Transfer::hasStalled(Clock::time_point now) {
+  if (const auto moved = bytesMoved(); moved != bytesAtLastMove_) {
+    bytesAtLastMove_ = moved;
+    lastMove_ = now;
+  }
+  return now - lastMove_ >= request_.timeout;
+}
+
+std::uint64_t Transfer::bytesMoved() const {
+  auto moved = static_cast<std::uint64_t>(bytesSent_ + bytesReceived_);
+  curl_socket_t socket = CURL_SOCKET_BAD;
+  curl_easy_getinfo(easy_, CURLINFO_ACTIVESOCKET, &socket);
+  if (socket != CURL_SOCKET_BAD) moved += bytesOnWire(socket);
+  return moved;
+}
+
+std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count,
+                             void* self) noexcept try {
+  auto& transfer = *static_cast<Transfer*>(self);
+  const std::size_t length = size * count;
+  transfer.answerTooLong_ =
+      length > transfer.request_.maximumAnswerSize - transfer.answer_.size();
+  if (transfer.answerTooLong_) return 0;
+  transfer.answer_.append(data, length);
+  return length;
+} catch (const std::bad_alloc&) {
+  static_cast<Transfer*>(self)->answerTooLong_ = true;
+  return 0;
+}
+
+int Transfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_off_t received,
+                         curl_off_t /*toSend*/, curl_off_t sent) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  transfer.bytesReceived_ = received;
+  if (sent == std::exchange(transfer.bytesSent_, sent)) return 0;
+  if (transfer.sent_) transfer.sent_(sent, static_cast<std::int64_t>(transfer.body_.size()));
+  return 0;
+}
+
+}  // namespace orvane::platform

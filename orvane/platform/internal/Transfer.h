@@ -1,0 +1,80 @@
+#pragma once
+
+#include <curl/curl.h>
+#include <orvane/Error.h>
+#include <orvane/platform/Bytes.h>
+#include <orvane/platform/HttpRequest.h>
+#include <orvane/platform/HttpResponse.h>
+#include <orvane/platform/internal/ConnectionCache.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace orvane::platform {
+
+/// One request on its way and the answer as far as it has come. Lives on the I/O thread.
+class Transfer {
+ public:
+  using Clock = std::chrono::steady_clock;
+  /// Both run on the I/O thread and must return quickly.
+  using Finished = std::move_only_function<void(Result<HttpResponse>)>;
+  using Sent = std::move_only_function<void(std::int64_t sent, std::int64_t total)>;
+
+  Transfer(std::shared_ptr<ConnectionCache> connections, HttpRequest request, SharedBytes body,
+           Sent sent, Finished finished);
+
+  /// Why the request must not be sent at all, if so.
+  [[nodiscard]] std::optional<Error> refusal() const;
+
+  /// Sets `easy` up for this transfer; it stays attached until `finish`.
+  void attach(CURL* easy);
+  [[nodiscard]] CURL* easy() const noexcept { return easy_; }
+
+  /// Reports the outcome and detaches. Only the first call has an effect.
+  void finish(CURLcode code);
+  void fail(Error error);
+
+  /// How often `hasStalled` wants to be asked.
+  [[nodiscard]] std::chrono::milliseconds checkInterval() const;
+
+  /// Whether the time limit has passed without a byte moving in either direction.
+  [[nodiscard]] bool hasStalled(Clock::time_point now);
+
+ private:
+  struct ListDeleter {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+  };
+
+  void setHeaders();
+  void setBody();
+  void addHeader(const std::string& line);
+  [[nodiscard]] HttpResponse takeResponse();
+  [[nodiscard]] std::uint64_t bytesMoved() const;
+  void deliver(Result<HttpResponse> result);
+
+  static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept;
+  static int onProgress(void* self, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
+                        curl_off_t sent) noexcept;
+
+  std::shared_ptr<ConnectionCache> connections_;
+  HttpRequest request_;
+  SharedBytes body_;
+  Sent sent_;
+  Finished finished_;
+
+  CURL* easy_ = nullptr;
+  std::unique_ptr<curl_slist, ListDeleter> headers_;
+  std::string answer_;
+  bool answerTooLong_ = false;
+  std::int64_t bytesSent_ = 0;
+  std::int64_t bytesReceived_ = 0;
+
+  std::uint64_t bytesAtLastMove_ = 0;
+  Clock::time_point lastMove_;
+};
+
+}  // namespace orvane::platform
