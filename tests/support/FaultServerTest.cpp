@@ -1,0 +1,149 @@
+#include "support/FaultServer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <stdexcept>
+
+namespace orvane::testing {
+namespace {
+
+using ::testing::ElementsAre;
+
+/// A plain connection; what it receives is not interpreted.
+class RawClient {
+ public:
+  explicit RawClient(const FaultServer& server)
+      : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(server.port());
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+      throw std::runtime_error("connect");
+    }
+  }
+
+  void send(std::string_view bytes) {
+    EXPECT_EQ(::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(bytes.size()));
+  }
+
+  /// So many bytes, or fewer when the connection ends before; `error` is then 0 or errno.
+  std::string receive(std::size_t count, int* error = nullptr) {
+    std::string received;
+    std::array<char, 256> chunk{};
+    while (received.size() < count) {
+      const ssize_t got =
+          recv(socket_.get(), chunk.data(), std::min(chunk.size(), count - received.size()), 0);
+      if (error != nullptr) *error = got < 0 ? errno : 0;
+      if (got <= 0) break;
+      received.append(chunk.data(), static_cast<std::size_t>(got));
+    }
+    return received;
+  }
+
+ private:
+  platform::FileDescriptor socket_;
+};
+
+constexpr std::size_t kMore = 1000;
+
+TEST(FaultServerTest, RecordsRequestsByteForByte) {
+  FaultServer server([](const RecordedRequest& request) { return answer(200, request.target()); });
+  const std::string put = "PUT /a%20b?x=1 HTTP/1.1\r\nhOsT:  h \r\nContent-Length: 4\r\n\r\n";
+  const std::string get = "GET /c HTTP/1.1\r\nEmpty:\r\n\r\n";
+  RawClient first(server);
+  first.send(put + "b\r\nd" + get);
+  const std::string answers = answerText(200, "/a%20b?x=1") + answerText(200, "/c");
+  EXPECT_EQ(first.receive(answers.size()), answers);
+  RawClient(server).send(get);
+
+  const auto requests = server.waitForRequests(3);
+  EXPECT_EQ(requests[0].head, put);
+  EXPECT_EQ(requests[0].body, "b\r\nd");
+  EXPECT_EQ(requests[0].method(), "PUT");
+  EXPECT_EQ(requests[0].header("Host"), "h");
+  EXPECT_EQ(requests[0].header("X-Missing"), std::nullopt);
+  EXPECT_EQ(requests[1].head, get);
+  EXPECT_EQ(requests[1].header("empty"), "");
+  EXPECT_EQ(requests[1].connection, 1U);
+  EXPECT_EQ(requests[2].connection, 2U);
+}
+
+TEST(FaultServerTest, EndsConnectionsAsScripted) {
+  struct Case {
+    const char* name;
+    Reaction::End end;
+    int error;
+  };
+  for (const auto& c :
+       {Case{"close", Reaction::End::close, 0}, Case{"reset", Reaction::End::reset, ECONNRESET}}) {
+    SCOPED_TRACE(c.name);
+    FaultServer server;
+    server.queue({.answer = answerText(200, "body"), .sendAtMost = 10, .end = c.end});
+    RawClient client(server);
+    client.send("GET / HTTP/1.1\r\n\r\n");
+    int error = -1;
+    EXPECT_EQ(client.receive(kMore, &error), "HTTP/1.1 2");
+    EXPECT_EQ(error, c.error);
+  }
+}
+
+TEST(FaultServerTest, ReadsOnlyAsMuchAsScripted) {
+  FaultServer server;
+  server.queue(resetAfter(3));
+  RawClient client(server);
+  client.send("PUT / HTTP/1.1\r\nContent-Length: 6\r\n\r\nabcdef");
+  int error = -1;
+  EXPECT_EQ(client.receive(kMore, &error), "");
+  EXPECT_EQ(error, ECONNRESET);
+  EXPECT_EQ(server.requests().at(0).body, "abc");
+}
+
+TEST(FaultServerTest, AnswersBeforeTheBodyAndKeepsTheConnection) {
+  FaultServer server;
+  server.queue({.answer = answerText(503), .readAtMost = 0});
+  RawClient client(server);
+  client.send("PUT / HTTP/1.1\r\nContent-Length: 6\r\n\r\nabc");
+  EXPECT_EQ(client.receive(answerText(503).size()), answerText(503));
+  client.send("defGET /next HTTP/1.1\r\n\r\n");
+  EXPECT_EQ(client.receive(answerText(200).size()), answerText(200));
+  EXPECT_EQ(server.requests().at(1).target(), "/next");
+}
+
+TEST(FaultServerTest, HoldsUntilReleased) {
+  FaultServer server;
+  const Gate gate;
+  server.queue({.answer = "0123456789",
+                .sendPace = {.piece = 1, .pause = std::chrono::milliseconds(1)},
+                .sendHold = Reaction::Hold{.at = 4, .gate = gate}});
+  RawClient client(server);
+  client.send("GET / HTTP/1.1\r\n\r\n");
+  EXPECT_EQ(client.receive(4), "0123");
+  gate.open();
+  EXPECT_EQ(client.receive(6), "456789");
+}
+
+TEST(FaultServerTest, GoesWhileConnectionsAreStalled) {
+  auto server = std::make_unique<FaultServer>();
+  server->queue(stallAfter(0));
+  server->queue({.answer = "x", .sendHold = Reaction::Hold{}});
+  server->queue({.answer = std::string(64 << 20, 'x')});  // nobody receives it
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (std::size_t i = 1; i <= 3; ++i) {
+    clients.push_back(std::make_unique<RawClient>(*server));
+    clients.back()->send("GET / HTTP/1.1\r\n\r\n");
+    server->waitForRequests(i);
+  }
+  server.reset();
+  EXPECT_EQ(clients[0]->receive(kMore), "");
+  EXPECT_EQ(clients[1]->receive(kMore), "");
+}
+
+}  // namespace
+}  // namespace orvane::testing
