@@ -114,25 +114,18 @@ void Transfer::addHeader(const std::string& line) {
   headers_.reset(longer);
 }
 
-void Transfer::finish(CURLcode code) {
-  if (answerTooLong_) {
-    fail(urlError(UrlErrorCode::dataLengthExceedsMaximum));
-  } else if (code != CURLE_OK) {
-    long osError = 0;
-    curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &osError);
-    fail(errorOf(code, osError));
-  } else {
-    deliver(takeResponse());
-  }
+Result<HttpResponse> Transfer::result(CURLcode code) {
+  if (answerTooLong_) return std::unexpected(urlError(UrlErrorCode::dataLengthExceedsMaximum));
+  if (code == CURLE_OK) return takeResponse();
+  long osError = 0;
+  curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &osError);
+  return std::unexpected(errorOf(code, osError));
 }
 
-void Transfer::fail(Error error) { deliver(std::unexpected(std::move(error))); }
-
-void Transfer::deliver(Result<HttpResponse> result) {
-  if (!finished_) return;
-  std::exchange(finished_, nullptr)(std::move(result));
-  sent_ = nullptr;
+void Transfer::report(Result<HttpResponse> result) {
   body_ = {};
+  sent_ = nullptr;
+  if (finished_) std::exchange(finished_, nullptr)(std::move(result));
 }
 
 HttpResponse Transfer::takeResponse() {

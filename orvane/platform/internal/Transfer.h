@@ -30,13 +30,16 @@ class Transfer {
   /// Why the request must not be sent at all, if so.
   [[nodiscard]] std::optional<Error> refusal() const;
 
-  /// Sets `easy` up for this transfer; it stays attached until `finish`.
+  /// Sets `easy` up for this transfer, which must outlive its use.
   void attach(CURL* easy);
   [[nodiscard]] CURL* easy() const noexcept { return easy_; }
 
-  /// Reports the outcome and detaches. Only the first call has an effect.
-  void finish(CURLcode code);
-  void fail(Error error);
+  /// The outcome, once the client library says that the transfer has ended with `code`.
+  [[nodiscard]] Result<HttpResponse> result(CURLcode code);
+
+  /// Lets go of the body and reports; by then nothing reads the body any more, so its owner may
+  /// use the memory again. Only the first call has an effect.
+  void report(Result<HttpResponse> result);
 
   /// How often `hasStalled` wants to be asked.
   [[nodiscard]] std::chrono::milliseconds checkInterval() const;
@@ -54,7 +57,6 @@ class Transfer {
   void addHeader(const std::string& line);
   [[nodiscard]] HttpResponse takeResponse();
   [[nodiscard]] std::uint64_t bytesMoved() const;
-  void deliver(Result<HttpResponse> result);
 
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept;
   static int onProgress(void* self, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,

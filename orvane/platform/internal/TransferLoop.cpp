@@ -47,7 +47,7 @@ void TransferLoop::start(std::shared_ptr<Transfer> transfer) {
 void TransferLoop::cancel(std::shared_ptr<Transfer> transfer) {
   enqueue([transfer = std::move(transfer)](TransferLoop& loop) {
     loop.remove(transfer.get());
-    transfer->fail(urlError(UrlErrorCode::cancelled));
+    transfer->report(std::unexpected(urlError(UrlErrorCode::cancelled)));
   });
 }
 
@@ -96,7 +96,9 @@ void TransferLoop::runCommands() {
 }
 
 void TransferLoop::begin(std::shared_ptr<Transfer> transfer) {
-  if (auto refusal = transfer->refusal()) return transfer->fail(std::move(*refusal));
+  if (auto refusal = transfer->refusal()) {
+    return transfer->report(std::unexpected(std::move(*refusal)));
+  }
   CURL* easy = nullptr;
   if (idleHandles_.empty()) {
     easy = curl_easy_init();
@@ -104,7 +106,9 @@ void TransferLoop::begin(std::shared_ptr<Transfer> transfer) {
     easy = idleHandles_.back();
     idleHandles_.pop_back();
   }
-  if (easy == nullptr) return transfer->fail(urlError(UrlErrorCode::unknown, "out of memory"));
+  if (easy == nullptr) {
+    return transfer->report(std::unexpected(urlError(UrlErrorCode::unknown, "out of memory")));
+  }
   transfer->attach(easy);
   nextStallCheck_ =
       std::min(nextStallCheck_, Transfer::Clock::now() + transfer->checkInterval());
@@ -118,9 +122,8 @@ void TransferLoop::finishCompleted() {
     if (message->msg != CURLMSG_DONE) continue;
     Transfer* transfer = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
-    const CURLcode code = message->data.result;
-    transfer->finish(code);
-    remove(transfer);
+    auto result = transfer->result(message->data.result);
+    remove(transfer)->report(std::move(result));
   }
 }
 
@@ -136,7 +139,9 @@ void TransferLoop::endStalled() {
       nextStallCheck_ = std::min(nextStallCheck_, now + transfer->checkInterval());
     }
   }
-  for (const auto* transfer : stalled) remove(transfer)->fail(urlError(UrlErrorCode::timedOut));
+  for (const auto* transfer : stalled) {
+    remove(transfer)->report(std::unexpected(urlError(UrlErrorCode::timedOut)));
+  }
 }
 
 std::shared_ptr<Transfer> TransferLoop::remove(const Transfer* transfer) {

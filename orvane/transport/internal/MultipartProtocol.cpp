@@ -1,0 +1,91 @@
+#include <orvane/transport/S3Error.h>
+#include <orvane/transport/XMLTagParser.h>
+#include <orvane/transport/internal/MultipartProtocol.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+
+namespace orvane {
+namespace {
+
+constexpr int kFirstFailureStatus = 300;
+
+AWSSignatureV4::Headers contentTypeHeader(std::string_view contentType) {
+  return {{"Content-Type", std::string(contentType)}};
+}
+
+HttpRequest signedNow(const AWSSignatureV4& signer, std::string_view method, const Url& url,
+                      const AWSSignatureV4::Headers& headers, ByteView body = {}) {
+  return signer.signedRequest(method, url, headers, body, false, std::chrono::system_clock::now());
+}
+
+}  // namespace
+
+RequestWithBody putObjectRequest(const AWSSignatureV4& signer, const Url& object,
+                                 std::string_view contentType, SharedBytes body) {
+  auto request = signedNow(signer, "PUT", object, contentTypeHeader(contentType), body.view());
+  return {std::move(request), std::move(body)};
+}
+
+std::optional<HttpRequest> initiateRequest(const AWSSignatureV4& signer, const Url& object,
+                                           std::string_view contentType) {
+  const auto url = object.withQuery({{"uploads", std::nullopt}});
+  if (!url) return std::nullopt;
+  return signedNow(signer, "POST", *url, contentTypeHeader(contentType));
+}
+
+std::optional<RequestWithBody> uploadPartRequest(const AWSSignatureV4& signer, const Url& object,
+                                                 std::int64_t partNumber,
+                                                 std::string_view uploadId, SharedBytes body) {
+  const auto number = std::to_string(partNumber);
+  const auto url = object.withQuery({{"partNumber", number}, {"uploadId", uploadId}});
+  if (!url) return std::nullopt;
+  auto request = signedNow(signer, "PUT", *url, {}, body.view());
+  return RequestWithBody{std::move(request), std::move(body)};
+}
+
+std::optional<RequestWithBody> completeRequest(const AWSSignatureV4& signer, const Url& object,
+                                               std::string_view uploadId, MultipartParts parts) {
+  const auto url = object.withQuery({{"uploadId", uploadId}});
+  if (!url) return std::nullopt;
+  const auto xml = std::make_shared<const std::string>(completeMultipartUploadXml(std::move(parts)));
+  SharedBytes body(xml, bytesOf(*xml));
+  auto request = signedNow(signer, "POST", *url, contentTypeHeader("application/xml"), body.view());
+  return RequestWithBody{std::move(request), std::move(body)};
+}
+
+std::optional<HttpRequest> abortRequest(const AWSSignatureV4& signer, const Url& object,
+                                        std::string_view uploadId) {
+  const auto url = object.withQuery({{"uploadId", uploadId}});
+  if (!url) return std::nullopt;
+  return signedNow(signer, "DELETE", *url, {});
+}
+
+std::string completeMultipartUploadXml(MultipartParts parts) {
+  std::ranges::stable_sort(parts, {}, &MultipartParts::value_type::first);
+  std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CompleteMultipartUpload>\n";
+  for (const auto& [number, etag] : parts) {
+    xml.append("  <Part>\n    <PartNumber>").append(std::to_string(number));
+    xml.append("</PartNumber>\n    <ETag>").append(etag).append("</ETag>\n  </Part>\n");
+  }
+  xml.append("</CompleteMultipartUpload>");
+  return xml;
+}
+
+Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer) {
+  if (answer && answer->status >= kFirstFailureStatus) {
+    return std::unexpected(S3Error::httpError(answer->status));
+  }
+  return answer;
+}
+
+Result<std::string> uploadIdIn(Result<HttpResponse> answer) {
+  answer = checkedAnswer(std::move(answer));
+  if (!answer) return std::unexpected(answer.error());
+  auto uploadId = XMLTagParser::extractTag("UploadId", bytesOf(answer->body));
+  if (!uploadId) return std::unexpected(S3Error::serverError("Missing UploadId"));
+  return std::move(*uploadId);
+}
+
+}  // namespace orvane

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <orvane/Error.h>
+#include <orvane/platform/Bytes.h>
+#include <orvane/platform/HttpRequest.h>
+#include <orvane/platform/HttpResponse.h>
+#include <orvane/transport/AWSSignatureV4.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// The requests of the upload protocol, signed with the current time and ready to be sent, and what
+// their answers mean. Requests with a query are absent when their URL cannot be built.
+namespace orvane {
+
+/// Part numbers and ETags, without quotes.
+using MultipartParts = std::vector<std::pair<std::int64_t, std::string>>;
+
+struct RequestWithBody {
+  HttpRequest request;
+  SharedBytes body;
+};
+
+[[nodiscard]] RequestWithBody putObjectRequest(const AWSSignatureV4& signer, const Url& object,
+                                               std::string_view contentType, SharedBytes body);
+[[nodiscard]] std::optional<HttpRequest> initiateRequest(const AWSSignatureV4& signer,
+                                                         const Url& object,
+                                                         std::string_view contentType);
+[[nodiscard]] std::optional<RequestWithBody> uploadPartRequest(const AWSSignatureV4& signer,
+                                                               const Url& object,
+                                                               std::int64_t partNumber,
+                                                               std::string_view uploadId,
+                                                               SharedBytes body);
+[[nodiscard]] std::optional<RequestWithBody> completeRequest(const AWSSignatureV4& signer,
+                                                             const Url& object,
+                                                             std::string_view uploadId,
+                                                             MultipartParts parts);
+[[nodiscard]] std::optional<HttpRequest> abortRequest(const AWSSignatureV4& signer,
+                                                      const Url& object,
+                                                      std::string_view uploadId);
+
+/// The CompleteMultipartUpload document, parts in ascending order of their numbers.
+[[nodiscard]] std::string completeMultipartUploadXml(MultipartParts parts);
+
+/// The answer itself, or `httpError` for a status of 300 or more, or the transport's error.
+[[nodiscard]] Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer);
+
+/// The upload identifier in the answer to an initiate request.
+[[nodiscard]] Result<std::string> uploadIdIn(Result<HttpResponse> answer);
+
+}  // namespace orvane
