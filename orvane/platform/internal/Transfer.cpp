@@ -73,6 +73,9 @@ void Transfer::attach(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
   curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
   curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
+  curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, &Transfer::onConnected);
+  curl_easy_setopt(easy, CURLOPT_PREREQDATA, this);
+  watchSockets(easy);
   setBody();
   setHeaders();
 }
@@ -154,11 +157,7 @@ bool Transfer::hasStalled(Clock::time_point now) {
 }
 
 std::uint64_t Transfer::bytesMoved() const {
-  auto moved = static_cast<std::uint64_t>(bytesSent_ + bytesReceived_);
-  curl_socket_t socket = CURL_SOCKET_BAD;
-  curl_easy_getinfo(easy_, CURLINFO_ACTIVESOCKET, &socket);
-  if (socket != CURL_SOCKET_BAD) moved += bytesOnWire(socket);
-  return moved;
+  return static_cast<std::uint64_t>(bytesSent_ + bytesReceived_) + bytesOnWire(localPort_);
 }
 
 std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count,
@@ -173,6 +172,12 @@ std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count,
 } catch (const std::bad_alloc&) {
   static_cast<Transfer*>(self)->answerTooLong_ = true;
   return 0;
+}
+
+int Transfer::onConnected(void* self, char* /*remoteAddress*/, char* /*localAddress*/,
+                          int /*remotePort*/, int localPort) noexcept {
+  static_cast<Transfer*>(self)->localPort_ = localPort;
+  return CURL_PREREQFUNC_OK;
 }
 
 int Transfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_off_t received,

@@ -59,6 +59,8 @@ class Transfer {
   [[nodiscard]] std::uint64_t bytesMoved() const;
 
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept;
+  static int onConnected(void* self, char* remoteAddress, char* localAddress, int remotePort,
+                         int localPort) noexcept;
   static int onProgress(void* self, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
                         curl_off_t sent) noexcept;
 
@@ -75,6 +77,7 @@ class Transfer {
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 
+  int localPort_ = 0;
   std::uint64_t bytesAtLastMove_ = 0;
   Clock::time_point lastMove_;
 };

@@ -1,0 +1,349 @@
+#include <gtest/gtest.h>
+#include <orvane/platform/HttpSession.h>
+#include <orvane/platform/UrlError.h>
+
+#include <algorithm>
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/use_future.hpp>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/FaultServer.h"
+#include "support/TemporaryDirectory.h"
+
+namespace orvane::platform {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::answer;
+using testing::answerText;
+using testing::FaultServer;
+using testing::Reaction;
+
+HttpRequest requestTo(const std::string& url, std::string method = "GET") {
+  return {.method = std::move(method), .url = Url::parse(url).value(), .headers = {}};
+}
+
+SharedBytes bodyOf(std::size_t size, char fill = 'x') {
+  return SharedBytes(Bytes(size, static_cast<std::byte>(fill)));
+}
+
+/// The code of a URL-loading error; 0 for an answer.
+int codeOf(const Result<HttpResponse>& result) {
+  if (result) return 0;
+  EXPECT_EQ(result.error().domain(), Error::kUrlLoading) << result.error().description();
+  return static_cast<int>(result.error().code());
+}
+
+TEST(HttpSession, SendsTheRequestAsItIsGiven) {
+  FaultServer server;
+  auto request = requestTo(server.url() + "/b/a%20b//./../%7E+=&'()%2F?x=%20a&y&=1+2", "PUT");
+  request.headers.set("Host", "signed.example");
+  request.headers.set("X-Padded", "  two  spaces ");
+  request.headers.set("X-Empty", "");
+  ASSERT_EQ(codeOf(HttpSession::shared().sendAndWait(request, bodyOf(5))), 0);
+
+  const auto seen = server.requests().at(0);
+  EXPECT_EQ(seen.target(), "/b/a%20b//./../%7E+=&'()%2F?x=%20a&y&=1+2");
+  EXPECT_EQ(seen.head,
+            "PUT /b/a%20b//./../%7E+=&'()%2F?x=%20a&y&=1+2 HTTP/1.1\r\nHost: signed.example\r\n"
+            "X-Padded:   two  spaces \r\nX-Empty:\r\nContent-Length: 5\r\n\r\n");
+  EXPECT_EQ(seen.body, "xxxxx");
+}
+
+TEST(HttpSession, SaysTheLengthOfAnEmptyBodyOnlyWhereOneBelongs) {
+  FaultServer server;
+  for (const std::string method : {"PUT", "POST", "GET", "DELETE"}) {
+    ASSERT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url() + "/", method))), 0);
+    const auto seen = server.requests().back();
+    EXPECT_EQ(seen.method(), method);
+    EXPECT_EQ(seen.header("Content-Length").has_value(), method == "PUT" || method == "POST");
+    EXPECT_FALSE(seen.header("Content-Type") || seen.header("Expect") || seen.header("Accept"));
+  }
+}
+
+TEST(HttpSession, RefusesInjectedLinesBeforeSending) {
+  FaultServer server;
+  for (const std::string& evil : std::vector<std::string>{"a\r\nX: 1", "a\nX: 1", {"a\0b", 3}}) {
+    auto value = requestTo(server.url());
+    value.headers.set("X-Value", evil);
+    EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(value)), -1000);
+    auto name = requestTo(server.url());
+    name.headers.set(evil, "1");
+    EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(name)), -1000);
+    EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url(), evil))), -1000);
+  }
+  EXPECT_EQ(server.connectionCount(), 0U);
+}
+
+TEST(HttpSession, MapsWhatGoesWrongBeforeAnAnswer) {
+  const std::uint16_t closedPort = FaultServer().port();
+  const struct {
+    std::string url;
+    int code;
+  } cases[] = {
+      {"http://no-such-host.invalid/", -1003},
+      {"http://127.0.0.1:" + std::to_string(closedPort) + "/", -1004},
+      {"ftp://127.0.0.1/", -1002},
+      {"/only/a/path", -1000},
+  };
+  for (const auto& [url, code] : cases) {
+    EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(url))), code) << url;
+  }
+}
+
+TEST(HttpSession, RefusesACertificateThatNobodyVouchesFor) {
+  const auto key = (testing::testDirectory() / "key.pem").string();
+  const auto certificate = (testing::testDirectory() / "certificate.pem").string();
+  ASSERT_EQ(testing::ChildProcess::start({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes",
+                                          "-keyout", key, "-out", certificate, "-subj",
+                                          "/CN=127.0.0.1", "-addext",
+                                          "subjectAltName=IP:127.0.0.1"})
+                .wait(),
+            0);
+  auto server = testing::ChildProcess::start({"openssl", "s_server", "-accept", "127.0.0.1:0",
+                                              "-key", key, "-cert", certificate, "-www"});
+  constexpr std::string_view kAnnouncement = "ACCEPT ";
+  std::optional<std::string> line;
+  do {
+    line = server.readLine();
+    ASSERT_TRUE(line);
+  } while (!line->starts_with(kAnnouncement));
+  const auto url = "https://" + line->substr(kAnnouncement.size()) + "/";
+  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(url))), -1200);
+}
+
+TEST(HttpSession, TreatsEveryCompleteAnswerAsAnAnswer) {
+  FaultServer server;
+  const std::string longBody(10'000'000, 'e');
+  const struct {
+    Reaction reaction;
+    int status;
+    std::string body;
+  } cases[] = {
+      {answer(204), 204, ""},
+      {answer(307, "elsewhere", {{"Location", server.url() + "/other"}}), 307, "elsewhere"},
+      {answer(404, longBody), 404, longBody},
+      {answer(503, "busy"), 503, "busy"},
+      {{.answer = "HTTP/1.1 100 Continue\r\nETag: wrong\r\n\r\n" + answerText(200, "late")},
+       200, "late"},
+      {{.answer = "HTTP/1.1 200 OK\r\n\r\nunmeasured", .end = Reaction::End::close},
+       200, "unmeasured"},
+      {{.answer = answerText(200, "drop by drop"), .sendPace = {.piece = 1, .pause = 1ms}},
+       200, "drop by drop"},
+  };
+  for (const auto& [reaction, status, body] : cases) {
+    server.queue(reaction);
+    const auto response =
+        HttpSession::shared().sendAndWait(requestTo(server.url() + "/x", "PUT"), bodyOf(10));
+    ASSERT_TRUE(response) << response.error().description();
+    EXPECT_EQ(response->status, status);
+    EXPECT_TRUE(response->body == body) << status;
+    EXPECT_FALSE(response->headers.get("ETag"));
+  }
+  EXPECT_EQ(server.requests().size(), std::size(cases));
+}
+
+TEST(HttpSession, TreatsHalfAnAnswerAsALostConnection) {
+  FaultServer server;
+  const struct {
+    Reaction reaction;
+    int code;
+  } cases[] = {
+      {testing::resetAfter(0), -1005},
+      {testing::resetAfter(300'000), -1005},
+      {{.answer = answerText(200, "half"), .sendAtMost = 12, .end = Reaction::End::reset}, -1005},
+      {{.answer = "HTTP/1.1 200 OK\r\nContent-Length: 99\r\n\r\nfew", .end = Reaction::End::close},
+       -1005},
+      {{.answer = "", .end = Reaction::End::close}, -1005},
+      {{.answer = "this is no HTTP\r\n\r\n", .end = Reaction::End::close}, -1011},
+  };
+  for (const auto& [reaction, code] : cases) {
+    server.queue(reaction);
+    const auto result =
+        HttpSession::shared().sendAndWait(requestTo(server.url(), "PUT"), bodyOf(1'000'000));
+    EXPECT_EQ(codeOf(result), code);
+  }
+}
+
+TEST(HttpSession, CombinesRepeatedFieldsAndIgnoresTheirCase) {
+  FaultServer server;
+  server.queue(answer(200, "", {{"X-Many", "1"}, {"x-many", "2"}, {"eTaG", "\"abc\""}}));
+  const auto response = HttpSession::shared().sendAndWait(requestTo(server.url())).value();
+  EXPECT_EQ(response.headers.get("X-MANY"), "1, 2");
+  EXPECT_EQ(response.headers.get("ETag"), "\"abc\"");
+}
+
+TEST(HttpSession, LimitsTheSizeOfAnAnswer) {
+  FaultServer server([](const auto&) { return answer(200, std::string(100'000, 'x')); });
+  auto request = requestTo(server.url());
+  request.maximumAnswerSize = 100'000;
+  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(request)), 0);
+  request.maximumAnswerSize = 99'999;
+  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(request)), -1103);
+}
+
+TEST(HttpSession, TimesOutOnlyWithoutProgress) {
+  FaultServer server;
+  auto request = requestTo(server.url(), "PUT");
+  request.timeout = 400ms;
+  // Neither 20 pieces of a body read slowly nor a dripping answer stalls for so long.
+  server.queue({.answer = answerText(200), .readPace = {.piece = 500'000, .pause = 50ms}});
+  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(request, bodyOf(10'000'000))), 0);
+  server.queue({.answer = answerText(200, "0123456789"), .sendPace = {.piece = 4, .pause = 60ms}});
+  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(request)), 0);
+
+  for (const auto& stall :
+       {testing::stallAfter(0), testing::stallAfter(1'000'000),
+        Reaction{.answer = answerText(200, "half"), .sendAtMost = 30, .end = Reaction::End::stall}}) {
+    server.queue(stall);
+    EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(request, bodyOf(10'000'000))), -1001);
+  }
+}
+
+TEST(HttpSession, ReusesConnectionsWithinOneSessionOnly) {
+  FaultServer server;
+  HttpSession other(1);
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url()))), 0);
+    ASSERT_EQ(codeOf(other.sendAndWait(requestTo(server.url()))), 0);
+  }
+  EXPECT_EQ(server.connectionCount(), 2U);
+}
+
+TEST(HttpSession, SendsAgainWhenAKeptConnectionHasJustClosed) {
+  FaultServer server;
+  for (const std::size_t size : {std::size_t{100}, std::size_t{3'000'000}}) {
+    for (int round = 0; round < 20; ++round) {
+      server.queue({.answer = answerText(200), .end = Reaction::End::close});
+      const auto result =
+          HttpSession::shared().sendAndWait(requestTo(server.url(), "PUT"), bodyOf(size));
+      ASSERT_EQ(codeOf(result), 0) << "size " << size << ", round " << round;
+      ASSERT_EQ(server.requests().back().body.size(), size);
+    }
+  }
+}
+
+TEST(HttpSession, ReportsProgressThenCompletionOnce) {
+  FaultServer server;
+  constexpr std::int64_t kSize = 5'000'000;
+  for (const std::size_t width : {1U, 4U}) {
+    std::vector<std::int64_t> sent;
+    int completions = 0;
+    std::promise<void> done;
+    HttpSession(width).start(
+        requestTo(server.url(), "PUT"), bodyOf(kSize),
+        [&](std::int64_t count, std::int64_t total) {
+          EXPECT_EQ(completions, 0);
+          EXPECT_EQ(total, kSize);
+          sent.push_back(count);
+        },
+        [&](const Result<HttpResponse>& result) {
+          EXPECT_EQ(codeOf(result), 0);
+          ++completions;
+          done.set_value();
+        });
+    done.get_future().get();
+    ASSERT_FALSE(sent.empty());
+    EXPECT_TRUE(std::ranges::is_sorted(sent));
+    EXPECT_EQ(sent.back(), kSize);
+    EXPECT_EQ(completions, 1);
+  }
+}
+
+TEST(HttpSession, KeepsACallbackLimitPerSession) {
+  FaultServer server;
+  HttpSession session(2);
+  std::mutex mutex;
+  int running = 0;
+  int most = 0;
+  std::vector<std::promise<void>> done(8);
+  std::promise<void> secondArrived;
+  const std::shared_future<void> second = secondArrived.get_future().share();
+  for (auto& promise : done) {
+    session.start(requestTo(server.url()), {}, {}, [&](const Result<HttpResponse>&) {
+      {
+        const std::lock_guard lock(mutex);
+        most = std::max(most, ++running);
+        if (most == 2 && second.wait_for(0s) != std::future_status::ready) {
+          secondArrived.set_value();
+        }
+      }
+      second.wait();  // Two really run side by side.
+      {
+        const std::lock_guard lock(mutex);
+        --running;
+      }
+      promise.set_value();
+    });
+  }
+  for (auto& promise : done) promise.get_future().get();
+  EXPECT_EQ(most, 2);
+}
+
+TEST(HttpSession, BlockingCallsWorkInsideCallbacks) {
+  FaultServer server;
+  std::promise<int> inner;
+  HttpSession::shared().start(
+      requestTo(server.url()), {}, {}, [&](const Result<HttpResponse>&) {
+        inner.set_value(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url()))));
+      });
+  EXPECT_EQ(inner.get_future().get(), 0);
+}
+
+TEST(HttpSession, CoroutinesResumeOnASingleThreadedHost) {
+  FaultServer server;
+  boost::asio::io_context host;
+  Async<HttpResponse> sending = HttpSession(1).send(requestTo(server.url()));  // Session goes.
+  std::thread::id resumedOn;
+  auto work = [&]() -> boost::asio::awaitable<int> {
+    const auto response = co_await std::move(sending);
+    resumedOn = std::this_thread::get_id();
+    co_return codeOf(response);
+  };
+  auto result = boost::asio::co_spawn(host, work(), boost::asio::use_future);
+  host.run();
+  EXPECT_EQ(result.get(), 0);
+  EXPECT_EQ(resumedOn, std::this_thread::get_id());
+}
+
+TEST(HttpSession, CancellingACoroutineEndsItsTransfer) {
+  FaultServer server([](const auto&) { return testing::stallAfter(0); });
+  boost::asio::io_context host;
+  boost::asio::cancellation_signal cancel;
+  auto result = boost::asio::co_spawn(
+      host, HttpSession::shared().send(requestTo(server.url())),
+      boost::asio::bind_cancellation_slot(cancel.slot(), boost::asio::use_future));
+  std::thread runner([&] { host.run(); });
+  server.waitForRequests(1);
+  boost::asio::post(host, [&] { cancel.emit(boost::asio::cancellation_type::terminal); });
+  runner.join();
+  EXPECT_EQ(codeOf(result.get()), -999);
+}
+
+const testing::ChildMain kExitWhileBusy("exitWhileBusy", [](const auto& arguments) {
+  for (int i = 0; i < 8; ++i) {
+    HttpSession::shared().start(requestTo(arguments.at(0), "PUT"), bodyOf(1'000'000), {},
+                                [](const Result<HttpResponse>&) {});
+  }
+  return 0;
+});
+
+TEST(HttpSession, AProcessMayExitWithTransfersUnderWay) {
+  FaultServer server([](const auto&) { return testing::stallAfter(1000); });
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(testing::ChildProcess::run("exitWhileBusy", {server.url()}).wait(), 0);
+  }
+}
+
+}  // namespace
+}  // namespace orvane::platform
