@@ -1,0 +1,47 @@
+#pragma once
+
+#include <orvane/Error.h>
+#include <orvane/platform/AtomicFile.h>
+
+#include <simdjson.h>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace orvane::internal {
+
+/// One file of the application-support folder that is read once and from then on only replaced.
+///
+/// The folder is looked up, and created with what is missing above it, at every use. Where there is
+/// none, nothing is read or written. Failures are not reported: a file that cannot be read counts
+/// as missing, and one that cannot be written keeps its content.
+///
+/// A file that was found but is of no use is kept: just before it is replaced for the first time it
+/// gets a second name, "<name>.undecodable" (and a number, when that is taken).
+///
+/// One thread at a time; every call blocks on the disk.
+class JsonFile {
+ public:
+  explicit JsonFile(std::string name) : name_(std::move(name)) {}
+
+  /// The whole content, or nothing.
+  [[nodiscard]] std::optional<simdjson::padded_string> read();
+
+  /// Says that the content cannot be decoded.
+  void setUndecodable() { keepAside_ = true; }
+
+  /// Replaces the file by what `write` appends; not if that answers false.
+  void replace(const std::function<bool(platform::AtomicFile&)>& write);
+
+  /// Deletes the file.
+  void remove();
+
+ private:
+  [[nodiscard]] std::optional<std::filesystem::path> location() const;
+
+  std::string name_;
+  bool keepAside_ = false;
+};
+
+}  // namespace orvane::internal

@@ -1,0 +1,116 @@
+#include <orvane/bookkeeping/internal/JsonNumber.h>
+#include <orvane/bookkeeping/internal/JsonReader.h>
+#include <orvane/platform/Utf8.h>
+
+namespace orvane::internal {
+namespace {
+
+constexpr int kMaximumDepth = 512;
+
+/// The value as it is written, up to the next token without the space before that.
+std::string_view tokenOf(ondemand::value& value) {
+  const std::string_view token = value.raw_json_token();
+  return token.substr(0, token.find_last_not_of(" \t\n\r") + 1);
+}
+
+/// Escapes may stand for halves of surrogate pairs, of which simdjson lets some through.
+bool isText(std::string_view unescaped) { return platform::isUtf8(unescaped); }
+
+bool readAnything(ondemand::value& value, int depth);
+
+bool readElements(ondemand::value& value, int depth) {
+  ondemand::array array;
+  if (depth == kMaximumDepth || value.get_array().get(array)) return false;
+  for (auto item : array) {
+    ondemand::value element;
+    if (std::move(item).get(element) || !readAnything(element, depth + 1)) return false;
+  }
+  return true;
+}
+
+bool readEntries(ondemand::value& value, int depth) {
+  ondemand::object object;
+  if (depth == kMaximumDepth || value.get_object().get(object)) return false;
+  return readMap(object, [depth](std::string_view, ondemand::value& entry) {
+    return readAnything(entry, depth + 1);
+  });
+}
+
+bool readAnything(ondemand::value& value, int depth) {
+  ondemand::json_type type{};
+  if (value.type().get(type)) return false;
+  switch (type) {
+    case ondemand::json_type::array:
+      return readElements(value, depth);
+    case ondemand::json_type::object:
+      return readEntries(value, depth);
+    case ondemand::json_type::string: {
+      std::string_view text;
+      return !value.get_string().get(text) && isText(text);
+    }
+    case ondemand::json_type::number:
+      return isJsonNumber(tokenOf(value));
+    case ondemand::json_type::boolean: {
+      bool ignored = false;
+      return read(value, ignored);
+    }
+    case ondemand::json_type::null:
+      return readNull(value);
+  }
+  return false;
+}
+
+}  // namespace
+
+bool read(ondemand::value& value, std::string& result) {
+  const auto token = tokenOf(value);
+  if (token.find('\\') == std::string_view::npos) {
+    // Nothing is escaped: the text stands between its quotes.
+    ondemand::raw_json_string unused;
+    if (value.get_raw_json_string().get(unused)) return false;
+    if (token.size() < 2 || token.back() != '"') return false;
+    result = token.substr(1, token.size() - 2);
+    return true;
+  }
+  std::string_view text;
+  if (value.get_string().get(text) || !isText(text)) return false;
+  result = text;
+  return true;
+}
+
+bool read(ondemand::value& value, std::int64_t& result) {
+  if (!value.get_int64().get(result)) return true;
+  const auto number = wholeNumber(tokenOf(value));
+  if (number) result = *number;
+  return number.has_value();
+}
+
+bool read(ondemand::value& value, double& result) { return !value.get_double().get(result); }
+
+bool read(ondemand::value& value, bool& result) { return !value.get_bool().get(result); }
+
+bool read(ondemand::value& value, std::vector<std::string>& result) {
+  ondemand::array array;
+  if (value.get_array().get(array)) return false;
+  result.clear();
+  for (auto item : array) {
+    ondemand::value element;
+    if (std::move(item).get(element) || !read(element, result.emplace_back())) return false;
+  }
+  return true;
+}
+
+bool readNull(ondemand::value& value) {
+  bool isNull = false;
+  return !value.is_null().get(isNull) && isNull;
+}
+
+bool readAnything(ondemand::value& value) { return readAnything(value, 0); }
+
+std::optional<std::string_view> nameOf(ondemand::field& field) {
+  std::string_view name;
+  if (field.unescaped_key().get(name) || !isText(name)) return std::nullopt;
+  return name;
+}
+
+}  // namespace orvane::internal

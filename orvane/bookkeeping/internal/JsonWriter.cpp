@@ -1,0 +1,38 @@
+#include <orvane/bookkeeping/internal/JsonNumber.h>
+#include <orvane/bookkeeping/internal/JsonWriter.h>
+#include <orvane/platform/Utf8.h>
+
+#include <cmath>
+
+namespace orvane::internal {
+namespace {
+
+/// RapidJSON counts in 32 bits and makes room for six times a text.
+constexpr std::size_t kLongestText = std::size_t{1} << 29;
+
+}  // namespace
+
+void JsonWriter::value(std::string_view text) {
+  if (text.size() > kLongestText || !platform::isUtf8(text)) {
+    ok_ = false;
+    text = {};
+  }
+  writer_.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+}
+
+void JsonWriter::value(double number) {
+  if (!std::isfinite(number)) {
+    ok_ = false;
+    number = 0;
+  }
+  const NumberText text(number);
+  writer_.RawValue(text.view().data(), text.view().size(), rapidjson::kNumberType);
+}
+
+void JsonWriter::value(const std::vector<std::string>& texts) {
+  writer_.StartArray();
+  for (const auto& text : texts) value(text);
+  writer_.EndArray();
+}
+
+}  // namespace orvane::internal

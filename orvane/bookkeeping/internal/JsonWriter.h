@@ -1,0 +1,51 @@
+#pragma once
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvane::internal {
+
+/// Writes compact JSON. What JSON cannot express (a text that is not UTF-8, a number that is not
+/// finite) is replaced by something it can; from then on `ok` is false and the text is of no use.
+///
+///     JsonWriter writer;
+///     writer.beginObject();
+///     writer.member("tags", record.tags);
+///     writer.endObject();
+class JsonWriter {
+ public:
+  JsonWriter() : writer_(buffer_) {}
+
+  void beginObject() { writer_.StartObject(); }
+  void endObject() { writer_.EndObject(); }
+  void name(std::string_view name) { value(name); }
+
+  void value(std::string_view text);
+  void value(std::int64_t number) { writer_.Int64(number); }
+  void value(double number);
+  void value(bool condition) { writer_.Bool(condition); }
+  void value(const std::vector<std::string>& texts);
+  void value(const char* text) = delete;  // It would become a bool.
+
+  template <class Value>
+  void member(std::string_view memberName, const Value& memberValue) {
+    name(memberName);
+    value(memberValue);
+  }
+
+  [[nodiscard]] bool ok() const { return ok_; }
+  /// Valid until the writer is used again.
+  [[nodiscard]] std::string_view text() const { return {buffer_.GetString(), buffer_.GetSize()}; }
+
+ private:
+  rapidjson::StringBuffer buffer_;
+  rapidjson::Writer<rapidjson::StringBuffer> writer_;
+  bool ok_ = true;
+};
+
+}  // namespace orvane::internal

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <orvane/bookkeeping/internal/JsonFile.h>
+#include <orvane/bookkeeping/internal/RecordMap.h>
+#include <orvane/platform/Bytes.h>
+#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/SerialQueue.h>
+
+#include <string>
+#include <type_traits>
+#include <utility>
+
+namespace orvane::internal {
+
+/// A `RecordMap` in memory that is mirrored to one JSON file: what the stores have in common.
+///
+/// The file is read when the store is made, and from then on written as a whole by each change.
+/// All work is done on one serial queue, whose label is the host's identifier and a suffix. Any
+/// thread may call.
+template <class Record, class Json>
+class RecordStore {
+ public:
+  using Records = RecordMap<Record, Json>;
+
+  RecordStore(const std::string& queueLabelSuffix, std::string fileName)
+      : queue_(HostApplication::identifier() + queueLabelSuffix), file_(std::move(fileName)) {
+    load();
+  }
+
+  /// Returns what `look(records)` returns, after every change queued before. Blocks until then.
+  template <class Look>
+  auto read(Look&& look) {
+    return queue_.sync([&] { return look(std::as_const(records_)); });
+  }
+
+  /// Queues `apply(records)`, after which the file is written, and returns at once. Where `apply`
+  /// returns a bool, false leaves the file as it is.
+  template <class Apply>
+  void change(Apply apply) {
+    queue_.async([this, apply = std::move(apply)]() mutable {
+      if constexpr (std::is_same_v<std::invoke_result_t<Apply&, Records&>, bool>) {
+        if (apply(records_)) persist();
+      } else {
+        apply(records_);
+        persist();
+      }
+    });
+  }
+
+  /// Removes every record and the file. Blocks until that is done.
+  void reset() {
+    queue_.sync([this] {
+      records_.clear();
+      file_.remove();
+    });
+  }
+
+  /// Blocks until every change queued before has been made and written.
+  void drain() {
+    queue_.sync([] {});
+  }
+
+ private:
+  void load() {
+    const auto text = file_.read();
+    if (!text) return;
+    auto decoded = Records::decode(*text);
+    if (!decoded) return file_.setUndecodable();
+    queue_.sync([&] { records_ = std::move(*decoded); });
+  }
+
+  /// Only in work on the queue.
+  void persist() {
+    if (!records_.encodeAll()) return;
+    file_.replace([this](platform::AtomicFile& file) {
+      return records_.write(
+          [&](std::string_view text) { return file.append(bytesOf(text)).has_value(); });
+    });
+  }
+
+  Records records_;
+  platform::SerialQueue queue_;
+  JsonFile file_;
+};
+
+/// Lets a normal exit of the process wait for the changes queued in a store that is never
+/// destroyed. To be made, as a static object, after the store.
+template <class Store>
+class DrainAtExit {
+ public:
+  explicit DrainAtExit(Store& store) : store_(store) {}
+  DrainAtExit(const DrainAtExit&) = delete;
+  DrainAtExit& operator=(const DrainAtExit&) = delete;
+  ~DrainAtExit() { store_.drain(); }
+
+ private:
+  Store& store_;
+};
+
+}  // namespace orvane::internal
