@@ -104,14 +104,13 @@ TEST(HttpSession, MapsWhatGoesWrongBeforeAnAnswer) {
 TEST(HttpSession, RefusesACertificateThatNobodyVouchesFor) {
   const auto key = (testing::testDirectory() / "key.pem").string();
   const auto certificate = (testing::testDirectory() / "certificate.pem").string();
-  ASSERT_EQ(testing::ChildProcess::start({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes",
-                                          "-keyout", key, "-out", certificate, "-subj",
-                                          "/CN=127.0.0.1", "-addext",
-                                          "subjectAltName=IP:127.0.0.1"})
+  ASSERT_EQ(testing::ChildProcess::start(
+                {"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out",
+                 certificate, "-subj", "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1"})
                 .wait(),
             0);
-  auto server = testing::ChildProcess::start({"openssl", "s_server", "-accept", "127.0.0.1:0",
-                                              "-key", key, "-cert", certificate, "-www"});
+  auto server = testing::ChildProcess::start(
+      {"openssl", "s_server", "-accept", "127.0.0.1:0", "-key", key, "-cert", certificate, "-www"});
   constexpr std::string_view kAnnouncement = "ACCEPT ";
   std::optional<std::string> line;
   do {
@@ -135,11 +134,14 @@ TEST(HttpSession, TreatsEveryCompleteAnswerAsAnAnswer) {
       {answer(404, longBody), 404, longBody},
       {answer(503, "busy"), 503, "busy"},
       {{.answer = "HTTP/1.1 100 Continue\r\nETag: wrong\r\n\r\n" + answerText(200, "late")},
-       200, "late"},
+       200,
+       "late"},
       {{.answer = "HTTP/1.1 200 OK\r\n\r\nunmeasured", .end = Reaction::End::close},
-       200, "unmeasured"},
+       200,
+       "unmeasured"},
       {{.answer = answerText(200, "drop by drop"), .sendPace = {.piece = 1, .pause = 1ms}},
-       200, "drop by drop"},
+       200,
+       "drop by drop"},
   };
   for (const auto& [reaction, status, body] : cases) {
     server.queue(reaction);
@@ -204,7 +206,8 @@ TEST(HttpSession, TimesOutOnlyWithoutProgress) {
 
   for (const auto& stall :
        {testing::stallAfter(0), testing::stallAfter(1'000'000),
-        Reaction{.answer = answerText(200, "half"), .sendAtMost = 30, .end = Reaction::End::stall}}) {
+        Reaction{
+            .answer = answerText(200, "half"), .sendAtMost = 30, .end = Reaction::End::stall}}) {
     server.queue(stall);
     EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(request, bodyOf(10'000'000))), -1001);
   }
@@ -293,10 +296,9 @@ TEST(HttpSession, KeepsACallbackLimitPerSession) {
 TEST(HttpSession, BlockingCallsWorkInsideCallbacks) {
   FaultServer server;
   std::promise<int> inner;
-  HttpSession::shared().start(
-      requestTo(server.url()), {}, {}, [&](const Result<HttpResponse>&) {
-        inner.set_value(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url()))));
-      });
+  HttpSession::shared().start(requestTo(server.url()), {}, {}, [&](const Result<HttpResponse>&) {
+    inner.set_value(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url()))));
+  });
   EXPECT_EQ(inner.get_future().get(), 0);
 }
 

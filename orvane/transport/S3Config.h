@@ -13,7 +13,8 @@ namespace orvane {
 /// A plain value: copy it freely between threads.
 ///
 ///     S3Config config{.bucket = "photos", .region = "eu-central-1", .accessKey = "...",
-///                     .secretKey = "...", .prefix = "backup/", .endpoint = "https://s3.example.org"};
+///                     .secretKey = "...", .prefix = "backup/", .endpoint =
+///                     "https://s3.example.org"};
 ///     config.url("2024/IMG 1.jpg");  // https://s3.example.org/photos/backup/2024/IMG%201.jpg
 struct S3Config {
   std::string bucket;     ///< Second segment of every object URL, placed there as it is.

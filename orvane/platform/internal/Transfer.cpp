@@ -89,7 +89,8 @@ void Transfer::setBody() {
     // Post fields, whatever the method: a small body leaves together with the head, and a request
     // can be sent again on a fresh connection, since all of it is at hand.
     curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
-    curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, body_.size() > 0 ? textOf(body_.view()).data() : "");
+    curl_easy_setopt(easy_, CURLOPT_POSTFIELDS,
+                     body_.size() > 0 ? textOf(body_.view()).data() : "");
     if (body_.size() > kSmallBody) {
       curl_easy_setopt(easy_, CURLOPT_UPLOAD_BUFFERSIZE, kUploadBufferSize);
     }
@@ -160,12 +161,11 @@ std::uint64_t Transfer::bytesMoved() const {
   return static_cast<std::uint64_t>(bytesSent_ + bytesReceived_) + bytesOnWire(localPort_);
 }
 
-std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count,
-                             void* self) noexcept try {
+std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept
+    try {
   auto& transfer = *static_cast<Transfer*>(self);
   const std::size_t length = size * count;
-  transfer.answerTooLong_ =
-      length > transfer.request_.maximumAnswerSize - transfer.answer_.size();
+  transfer.answerTooLong_ = length > transfer.request_.maximumAnswerSize - transfer.answer_.size();
   if (transfer.answerTooLong_) return 0;
   transfer.answer_.append(data, length);
   return length;

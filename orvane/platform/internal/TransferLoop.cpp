@@ -110,8 +110,7 @@ void TransferLoop::begin(std::shared_ptr<Transfer> transfer) {
     return transfer->report(std::unexpected(urlError(UrlErrorCode::unknown, "out of memory")));
   }
   transfer->attach(easy);
-  nextStallCheck_ =
-      std::min(nextStallCheck_, Transfer::Clock::now() + transfer->checkInterval());
+  nextStallCheck_ = std::min(nextStallCheck_, Transfer::Clock::now() + transfer->checkInterval());
   curl_multi_add_handle(multi_, easy);
   active_.push_back(std::move(transfer));
 }
@@ -164,8 +163,8 @@ std::shared_ptr<Transfer> TransferLoop::remove(const Transfer* transfer) {
 int TransferLoop::pollTimeout() const {
   // Without transfers only a wake-up can bring work; the limit is as good as none.
   if (active_.empty()) return 1'000'000'000;
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(nextStallCheck_ -
-                                                                 Transfer::Clock::now());
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(nextStallCheck_ - Transfer::Clock::now());
   return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
 

@@ -36,8 +36,8 @@ std::optional<HttpRequest> initiateRequest(const AWSSignatureV4& signer, const U
 }
 
 std::optional<RequestWithBody> uploadPartRequest(const AWSSignatureV4& signer, const Url& object,
-                                                 std::int64_t partNumber,
-                                                 std::string_view uploadId, SharedBytes body) {
+                                                 std::int64_t partNumber, std::string_view uploadId,
+                                                 SharedBytes body) {
   const auto number = std::to_string(partNumber);
   const auto url = object.withQuery({{"partNumber", number}, {"uploadId", uploadId}});
   if (!url) return std::nullopt;
@@ -49,7 +49,8 @@ std::optional<RequestWithBody> completeRequest(const AWSSignatureV4& signer, con
                                                std::string_view uploadId, MultipartParts parts) {
   const auto url = object.withQuery({{"uploadId", uploadId}});
   if (!url) return std::nullopt;
-  const auto xml = std::make_shared<const std::string>(completeMultipartUploadXml(std::move(parts)));
+  const auto xml =
+      std::make_shared<const std::string>(completeMultipartUploadXml(std::move(parts)));
   SharedBytes body(xml, bytesOf(*xml));
   auto request = signedNow(signer, "POST", *url, contentTypeHeader("application/xml"), body.view());
   return RequestWithBody{std::move(request), std::move(body)};

@@ -40,8 +40,7 @@ struct RequestWithBody {
                                                              std::string_view uploadId,
                                                              MultipartParts parts);
 [[nodiscard]] std::optional<HttpRequest> abortRequest(const AWSSignatureV4& signer,
-                                                      const Url& object,
-                                                      std::string_view uploadId);
+                                                      const Url& object, std::string_view uploadId);
 
 /// The CompleteMultipartUpload document, parts in ascending order of their numbers.
 [[nodiscard]] std::string completeMultipartUploadXml(MultipartParts parts);

@@ -70,15 +70,14 @@ void MultipartUpload::complete() {
   buffer_.reset();
   MultipartParts parts;
   for (auto& [number, etag] : parts_) parts.emplace_back(number, std::move(etag));
-  auto request =
-      completeRequest(uploader_->signer, job_.object, job_.uploadId, std::move(parts));
+  auto request = completeRequest(uploader_->signer, job_.object, job_.uploadId, std::move(parts));
   if (!request) return job_.completion(std::unexpected(S3Error::invalidURL()));
-  uploader_->session.start(std::move(request->request), std::move(request->body), {},
-                           [self = shared_from_this()](Result<HttpResponse> answer) {
-                             const auto checked = checkedAnswer(std::move(answer));
-                             self->job_.completion(checked ? Result<void>{}
-                                                           : std::unexpected(checked.error()));
-                           });
+  uploader_->session.start(
+      std::move(request->request), std::move(request->body), {},
+      [self = shared_from_this()](Result<HttpResponse> answer) {
+        const auto checked = checkedAnswer(std::move(answer));
+        self->job_.completion(checked ? Result<void>{} : std::unexpected(checked.error()));
+      });
 }
 
 void MultipartUpload::abort(Error reason) {
