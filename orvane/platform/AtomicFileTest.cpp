@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+#include <orvane/platform/AtomicFile.h>
+
+#include <sys/stat.h>
+
+#include <csignal>
+#include <filesystem>
+#include <thread>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
+namespace orvane::platform {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::readFile;
+
+Result<void> replace(const fs::path& target, std::string_view content) {
+  auto file = AtomicFile::create(target);
+  if (!file) return std::unexpected(file.error());
+  if (auto added = file->append(bytesOf(content)); !added) return added;
+  return file->commit();
+}
+
+std::size_t filesIn(const fs::path& folder) {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
+TEST(AtomicFile, ReplacesTheWholeContent) {
+  const auto target = testing::testDirectory() / "f";
+  const std::string large(5'000'000, 'l');
+  for (const auto& content : {large, std::string("small"), std::string()}) {
+    ASSERT_TRUE(replace(target, content));
+    EXPECT_TRUE(readFile(target) == content);
+    struct stat status{};
+    ASSERT_EQ(stat(target.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  }
+  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+}
+
+TEST(AtomicFile, KeepsTheOldContentUntilCommit) {
+  const auto target = testing::testDirectory() / "f";
+  ASSERT_TRUE(replace(target, "old"));
+  {
+    auto file = AtomicFile::create(target).value();
+    ASSERT_TRUE(file.append(bytesOf(std::string(3'000'000, 'n'))));
+    EXPECT_EQ(readFile(target), "old");
+  }
+  EXPECT_EQ(readFile(target), "old");
+  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+}
+
+TEST(AtomicFile, FailsWithAPosixErrorWhereItCannotWrite) {
+  const auto folder = testing::testDirectory();
+  testing::writeFile(folder / "plain", "x");
+  fs::create_directories(folder / "target" / "full");
+  for (const auto& target : {folder / "plain" / "f", folder / "missing" / "f", folder / "target"}) {
+    const auto result = replace(target, "new");
+    ASSERT_FALSE(result) << target;
+    EXPECT_EQ(result.error().domain(), Error::kPosix);
+  }
+  EXPECT_EQ(AtomicFile::create("/dev/full/f").error().code(), ENOTDIR);
+}
+
+TEST(AtomicFile, WritersOfOneTargetTakeTurns) {
+  const auto target = testing::testDirectory() / "f";
+  std::vector<std::thread> writers;
+  for (char letter = 'a'; letter < 'a' + 8; ++letter) {
+    writers.emplace_back([&, letter] {
+      for (int i = 0; i < 20; ++i) EXPECT_TRUE(replace(target, std::string(20'000, letter)));
+    });
+  }
+  for (int i = 0; i < 200; ++i) {
+    if (!fs::exists(target)) continue;
+    const auto content = readFile(target);
+    ASSERT_EQ(content, std::string(20'000, content.at(0)));
+  }
+  for (auto& writer : writers) writer.join();
+  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+}
+
+const testing::ChildMain kHalfWriter("halfWriter", [](const auto& arguments) {
+  auto file = AtomicFile::create(arguments.at(0)).value();
+  if (!file.append(bytesOf(std::string(3'000'000, 'h')))) return 1;
+  return raise(SIGKILL);
+});
+
+TEST(AtomicFile, AKilledWriterLeavesNothingThatGrows) {
+  const auto target = testing::testDirectory() / "f";
+  ASSERT_TRUE(replace(target, "old"));
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(testing::ChildProcess::run("halfWriter", {target.string()}).wait(), -SIGKILL);
+    EXPECT_EQ(readFile(target), "old");
+    EXPECT_LE(filesIn(testing::testDirectory()), 2U);
+  }
+  ASSERT_TRUE(replace(target, "new"));
+  EXPECT_EQ(readFile(target), "new");
+  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+}
+
+}  // namespace
+}  // namespace orvane::platform
