@@ -12,6 +12,9 @@ std::optional<Url> Url::parse(std::string text) {
   url.text_ = std::move(text);
   const auto parsed = boost::urls::parse_uri_reference(url.text_);
   if (!parsed) return std::nullopt;
+  // The parser takes what follows a malformed port for the path.
+  const auto path = parsed->encoded_path();
+  if (parsed->has_authority() && !path.empty() && path.front() != '/') return std::nullopt;
 
   const auto pieceOf = [&](boost::core::string_view part) {
     return Piece{static_cast<std::size_t>(part.data() - url.text_.data()), part.size()};
