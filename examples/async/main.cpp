@@ -1,0 +1,53 @@
+// One operation of the engine, run in three ways: as a coroutine, as a future, with a callback.
+//
+// usage: orvane-async CONFIG       (the JSON file that orvane-backup takes)
+#include <orvane/platform/Bytes.h>
+#include <orvane/transport/S3Uploader.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+namespace {
+
+using orvane::Async;
+using orvane::Result;
+using orvane::S3Config;
+
+Async<std::string> put(std::string key, std::string_view text, const S3Config& config) {
+  const auto bytes = orvane::bytesOf(text);
+  return orvane::S3Uploader::uploadData({bytes.begin(), bytes.end()}, std::move(key), "text/plain",
+                                        config);
+}
+
+void report(std::string_view how, const Result<std::string>& etag) {
+  std::cout << how << ": " << (etag ? "ETag " + *etag : etag.error().description()) << '\n';
+}
+
+boost::asio::awaitable<void> asCoroutine(S3Config config) {
+  report("coroutine", co_await put("async/coroutine.txt", "Hello", config));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::ifstream file(argc == 2 ? argv[1] : "");
+  const auto config = S3Config::fromJson(std::string(std::istreambuf_iterator(file), {}));
+  if (!config || !config->isValid()) {
+    std::cerr << "usage: orvane-async CONFIG\n";
+    return 2;
+  }
+  boost::asio::io_context context;
+  boost::asio::co_spawn(context, asCoroutine(*config), boost::asio::detached);
+  auto future = boost::asio::co_spawn(context, put("async/future.txt", "Hello", *config),
+                                      boost::asio::use_future);
+  boost::asio::co_spawn(
+      context, put("async/callback.txt", "Hello", *config),
+      [](const std::exception_ptr&, const Result<std::string>& etag) { report("callback", etag); });
+  context.run();  // One thread serves all three.
+  report("future", future.get());
+}
