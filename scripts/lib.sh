@@ -3,7 +3,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-readonly script=${0##*/}
+script=$(basename "$(dirname "$0")")/${0##*/}
+readonly script
 
 say() { echo "==> $*"; }
 

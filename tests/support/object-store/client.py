@@ -11,7 +11,7 @@ ENV is the file that the store's start script writes. Commands:
   list [PREFIX]         [{"key", "size", "etag"}...], all of them
   delete KEY            removes the object; it may be missing
   list-uploads [PREFIX] [{"key", "uploadId"}...], unfinished multipart uploads
-Answers are JSON on standard output. Status 4: there is no such object. Status 1: anything else.
+Answers are JSON on standard output. Status 4: nothing to get or head. Status 1: anything else.
 """
 import http.client
 import json
@@ -139,8 +139,9 @@ def main():
     try:
         run(Store(read_environment(sys.argv[1])), sys.argv[2], sys.argv[3:])
     except Failure as failure:
-        print(failure, file=sys.stderr)
-        sys.exit(NOT_FOUND if failure.status == 404 else 1)
+        if failure.status == 404 and sys.argv[2] in ("get", "head"):
+            sys.exit(NOT_FOUND)
+        sys.exit(str(failure))
 
 
 if __name__ == "__main__":
