@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <span>
+#include <string_view>
 
 namespace orvane::platform {
 namespace {
@@ -54,34 +56,32 @@ Digest sha256(ByteView data) {
 
 // Written over the digest: OpenSSL's own HMAC spends twice the time on setting up its key.
 Digest hmacSha256(ByteView key, ByteView data) {
-  std::array<std::byte, kBlockSize> pad{};
-  if (key.size() > kBlockSize) {
-    std::ranges::copy(sha256(key), pad.begin());
-  } else {
-    std::ranges::copy(key, pad.begin());
-  }
+  std::array<std::byte, kBlockSize + sizeof(Digest)> outer{};
+  const auto pad = std::span(outer).first<kBlockSize>();
+  std::ranges::copy(key.size() > kBlockSize ? ByteView(sha256(key)) : key, pad.begin());
 
   auto& hasher = Hasher::ofThisThread();
   for (auto& byte : pad) byte ^= std::byte{0x36};
   hasher.begin();
   hasher.add(pad);
   hasher.add(data);
-  const Digest inner = hasher.finish();
+  std::ranges::copy(hasher.finish(), outer.begin() + kBlockSize);
 
   for (auto& byte : pad) byte ^= std::byte{0x36 ^ 0x5C};
-  hasher.begin();
-  hasher.add(pad);
-  hasher.add(inner);
-  return hasher.finish();
+  return sha256(outer);
 }
 
 std::string hexString(ByteView bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  text.reserve(bytes.size() * 2);
+  static constexpr auto kPairs = [] {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::array<std::array<char, 2>, 256> pairs{};
+    for (std::size_t i = 0; i < pairs.size(); ++i) pairs[i] = {kDigits[i / 16], kDigits[i % 16]};
+    return pairs;
+  }();
+  std::string text(bytes.size() * 2, '\0');
+  auto* output = text.data();
   for (const auto byte : bytes) {
-    text.push_back(kDigits[std::to_integer<std::size_t>(byte >> 4)]);
-    text.push_back(kDigits[std::to_integer<std::size_t>(byte & std::byte{0xF})]);
+    output = std::ranges::copy(kPairs[std::to_integer<std::size_t>(byte)], output).out;
   }
   return text;
 }

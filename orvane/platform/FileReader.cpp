@@ -5,9 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <new>
-#include <stdexcept>
 
 namespace orvane::platform {
 
@@ -35,25 +36,27 @@ Result<std::size_t> FileReader::read(std::span<std::byte> buffer) {
   return total;
 }
 
-Result<Bytes> readWholeFile(const std::filesystem::path& path) try {
+Result<SharedBytes> readWholeFile(const std::filesystem::path& path) try {
   auto reader = FileReader::open(path);
   if (!reader) return std::unexpected(reader.error());
-  constexpr std::size_t kStep = 64 * 1024;
-  // One byte more than expected shows the end of the file without another read.
-  Bytes content(reader->sizeAtOpen() + 1);
+  // One byte more than expected shows the end of the file without another read. The memory is
+  // not cleared first: that would cost as much as a tenth of hashing it.
+  std::size_t capacity = reader->sizeAtOpen() + 1;
+  auto content = std::make_shared_for_overwrite<std::byte[]>(capacity);
   std::size_t length = 0;
   for (;;) {
-    const auto count = reader->read(std::span(content).subspan(length));
+    const auto count = reader->read({content.get() + length, capacity - length});
     if (!count) return std::unexpected(count.error());
     length += *count;
-    if (length < content.size()) break;
-    content.resize(content.size() + kStep);
+    if (length < capacity) break;
+    capacity *= 2;  // The file has grown since it was opened.
+    auto larger = std::make_shared_for_overwrite<std::byte[]>(capacity);
+    std::copy_n(content.get(), length, larger.get());
+    content = std::move(larger);
   }
-  content.resize(length);
-  return content;
+  const ByteView view(content.get(), length);
+  return SharedBytes(std::move(content), view);
 } catch (const std::bad_alloc&) {
-  return std::unexpected(posixError(ENOMEM, "read"));
-} catch (const std::length_error&) {
   return std::unexpected(posixError(ENOMEM, "read"));
 }
 

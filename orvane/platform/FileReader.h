@@ -35,6 +35,6 @@ class FileReader {
 
 /// The whole content of a regular file. Fails with a POSIX error; ENOMEM when it does not fit into
 /// memory. Blocks on the disk.
-[[nodiscard]] Result<Bytes> readWholeFile(const std::filesystem::path& path);
+[[nodiscard]] Result<SharedBytes> readWholeFile(const std::filesystem::path& path);
 
 }  // namespace orvane::platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,6 +13,9 @@ namespace orvane {
 class HttpHeaders {
  public:
   using Field = std::pair<std::string, std::string>;
+
+  /// Makes room for so many fields.
+  void reserve(std::size_t count) { fields_.reserve(count); }
 
   /// Replaces the field of that name, name included, or adds one.
   void set(std::string_view name, std::string_view value);

@@ -1,6 +1,8 @@
 #include <orvane/platform/PercentEncoding.h>
 #include <orvane/platform/Utf8.h>
 
+#include <algorithm>
+
 namespace orvane::platform {
 namespace {
 
@@ -23,15 +25,14 @@ int byteAt(std::string_view text, std::size_t position) {
 bool decode(std::string_view text, std::string& output) {
   bool complete = true;
   output.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const int byte = text[i] == '%' ? byteAt(text, i) : -1;
-    if (byte >= 0) {
-      output.push_back(static_cast<char>(byte));
-      i += 2;
-    } else {
-      complete = complete && text[i] != '%';
-      output.push_back(text[i]);
-    }
+  for (std::size_t start = 0; start < text.size();) {
+    const auto percent = std::min(text.find('%', start), text.size());
+    output.append(text, start, percent - start);
+    if (percent == text.size()) break;
+    const int byte = byteAt(text, percent);
+    complete = complete && byte >= 0;
+    output.push_back(byte >= 0 ? static_cast<char>(byte) : '%');
+    start = percent + (byte >= 0 ? 3 : 1);
   }
   return complete;
 }
@@ -40,15 +41,14 @@ bool decode(std::string_view text, std::string& output) {
 
 void appendPercentEncoded(std::string& output, std::string_view text, const CharacterSet& allowed) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
-  for (const char c : text) {
-    if (allowed.contains(c)) {
-      output.push_back(c);
-      continue;
-    }
-    const auto byte = static_cast<unsigned char>(c);
-    output.push_back('%');
-    output.push_back(kDigits[byte >> 4U]);
-    output.push_back(kDigits[byte & 0xFU]);
+  const auto isAllowed = [&](char c) { return allowed.contains(c); };
+  for (auto rest = text.begin(); rest != text.end(); ++rest) {
+    const auto run = rest;
+    rest = std::find_if_not(run, text.end(), isAllowed);
+    output.append(run, rest);
+    if (rest == text.end()) break;
+    const auto byte = static_cast<unsigned char>(*rest);
+    output.append({'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]});
   }
 }
 

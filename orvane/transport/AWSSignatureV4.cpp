@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -32,9 +33,18 @@ std::string canonicalUri(std::string_view encodedPath) {
 
 /// Decoded and encoded again, so that equal texts are written alike.
 std::string canonicalQueryText(std::string_view text) {
+  const auto isUnreserved = [](char c) { return platform::kUrlUnreserved.contains(c); };
+  if (std::ranges::all_of(text, isUnreserved)) return std::string(text);
   const auto decoded = platform::percentDecodeText(text);
   return platform::percentEncode(decoded ? std::string_view(*decoded) : text,
                                  platform::kUrlUnreserved);
+}
+
+/// Behind the elements with the same or a smaller key.
+template <class T, class Key>
+void insertSorted(std::vector<T>& sorted, T element, Key key) {
+  const auto place = std::ranges::upper_bound(sorted, std::invoke(key, element), {}, key);
+  sorted.insert(place, std::move(element));
 }
 
 std::string joined(std::initializer_list<std::string_view> pieces) {
@@ -60,22 +70,45 @@ HttpRequest AWSSignatureV4::signedRequest(std::string_view method, const Url& ur
   const auto shortDate = std::string_view(amzDate).substr(0, kShortDateLength);
   const std::string payloadHash = unsignedPayload ? std::string("UNSIGNED-PAYLOAD")
                                                   : hexString(sha256(body.value_or(ByteView{})));
-  Headers all = headers;
-  all["Host"] = url.host();
-  all["x-amz-date"] = amzDate;
-  all["x-amz-content-sha256"] = payloadHash;
+  std::string loweredNames;
+  auto fields = sortedFields(headers,
+                             {{{"host", "Host", url.host()},
+                               {"x-amz-content-sha256", "x-amz-content-sha256", payloadHash},
+                               {"x-amz-date", "x-amz-date", amzDate}}},
+                             loweredNames);
 
-  const auto canonical = buildCanonicalRequest(method, url, all, payloadHash);
+  const auto canonical = buildCanonicalRequest(method, url, fields, payloadHash);
   const auto scope = joined({shortDate, "/", region_, "/", service_, "/aws4_request"});
   const auto stringToSign = buildStringToSign(amzDate, scope, canonical.text);
   const auto signature = hmac(buildSigningKey(shortDate), stringToSign);
-  all["Authorization"] =
+  const auto authorization =
       joined({kAlgorithm, " Credential=", accessKey_, "/", scope,
               ", SignedHeaders=", canonical.signedHeaders, ", Signature=", hexString(signature)});
+  fields.push_back({{}, "Authorization", authorization});
 
   HttpRequest request{.method = std::string(method), .url = url, .headers = {}};
-  for (const auto& [name, value] : all) request.headers.set(name, value);
+  request.headers.reserve(fields.size());
+  for (const auto& field : fields) request.headers.set(field.name, field.value);
   return request;
+}
+
+AWSSignatureV4::Fields AWSSignatureV4::sortedFields(const Headers& headers,
+                                                    const std::array<Field, 3>& own,
+                                                    std::string& loweredNames) {
+  Fields fields;
+  fields.reserve(headers.size() + own.size() + 1);
+  std::size_t length = 0;
+  for (const auto& [name, value] : headers) length += name.size();
+  loweredNames.reserve(length);  // The views stay valid while it grows.
+  for (const auto& [name, value] : headers) {
+    if (std::ranges::find(own, name, &Field::name) != own.end()) continue;
+    const auto start = loweredNames.size();
+    for (const char c : name) loweredNames.push_back(platform::lowered(c));
+    insertSorted(fields, {std::string_view(loweredNames).substr(start), name, value},
+                 &Field::loweredName);
+  }
+  for (const auto& field : own) insertSorted(fields, field, &Field::loweredName);
+  return fields;
 }
 
 std::string AWSSignatureV4::iso8601Formatter(TimePoint date) {
@@ -106,11 +139,11 @@ std::string AWSSignatureV4::canonicalQueryString(const Url& from) {
     const auto equals = part.find('=');
     const auto value =
         equals == std::string_view::npos ? std::string_view{} : part.substr(equals + 1);
-    items.emplace_back(canonicalQueryText(part.substr(0, equals)), canonicalQueryText(value));
+    insertSorted(items, {canonicalQueryText(part.substr(0, equals)), canonicalQueryText(value)},
+                 &std::pair<std::string, std::string>::first);
     more = end != std::string_view::npos;
     if (more) query.remove_prefix(end + 1);
   }
-  std::ranges::stable_sort(items, {}, [](const auto& item) -> const auto& { return item.first; });
 
   std::string canonical;
   for (const auto& [name, value] : items) {
@@ -122,23 +155,18 @@ std::string AWSSignatureV4::canonicalQueryString(const Url& from) {
 
 AWSSignatureV4::CanonicalRequest AWSSignatureV4::buildCanonicalRequest(std::string_view method,
                                                                        const Url& url,
-                                                                       const Headers& headers,
+                                                                       const Fields& headers,
                                                                        std::string_view bodyHash) {
-  std::vector<std::pair<std::string, std::string_view>> lines;
-  lines.reserve(headers.size());
-  for (const auto& [name, value] : headers) lines.emplace_back(platform::lowered(name), value);
-  std::ranges::stable_sort(lines, {}, [](const auto& line) -> const auto& { return line.first; });
-
   CanonicalRequest result;
   auto& text = result.text;
   text.reserve(512);
   text.append(method).append("\n");
   text.append(canonicalUri(url.encodedPath())).append("\n");
   text.append(canonicalQueryString(url)).append("\n");
-  for (const auto& [name, value] : lines) {
-    text.append(name).append(":").append(value).append("\n");
+  for (const auto& field : headers) {
+    text.append(field.loweredName).append(":").append(field.value).append("\n");
     if (!result.signedHeaders.empty()) result.signedHeaders.push_back(';');
-    result.signedHeaders.append(name);
+    result.signedHeaders.append(field.loweredName);
   }
   text.append("\n").append(result.signedHeaders).append("\n").append(bodyHash);
   return result;

@@ -11,7 +11,7 @@ struct SigningSteps {
     return AWSSignatureV4::canonicalQueryString(Url::parse("http://h/p?" + query).value());
   }
   static std::string canonicalRequest(const std::string& url,
-                                      const AWSSignatureV4::Headers& headers) {
+                                      const AWSSignatureV4::Fields& headers) {
     return AWSSignatureV4::buildCanonicalRequest("GET", Url::parse(url).value(), headers, "HASH")
         .text;
   }
@@ -135,7 +135,7 @@ TEST(AWSSignatureV4, CanonicalisesQueries) {
 }
 
 TEST(AWSSignatureV4, CanonicalisesPathsAndHeaders) {
-  EXPECT_EQ(SigningSteps::canonicalRequest("http://h", {{"B", " x  y "}, {"a", "1"}}),
+  EXPECT_EQ(SigningSteps::canonicalRequest("http://h", {{"a", "a", "1"}, {"b", "B", " x  y "}}),
             "GET\n/\n\na:1\nb: x  y \n\na;b\nHASH");
   const std::pair<std::string, std::string> paths[] = {
       {"/b/a%20b", "/b/a%20b"},

@@ -25,8 +25,7 @@ void uploadSingle(UploaderState& uploader, const std::filesystem::path& file, co
                   UploadCompletion completion) {
   auto content = platform::readWholeFile(file);
   if (!content) return completion(std::unexpected(S3Error::fileReadError()));
-  auto put =
-      putObjectRequest(uploader.signer, object, contentType, SharedBytes(std::move(*content)));
+  auto put = putObjectRequest(uploader.signer, object, contentType, std::move(*content));
   uploader.session.start(std::move(put.request), std::move(put.body), {},
                          [size, progress = std::move(progress),
                           completion = std::move(completion)](Result<HttpResponse> answer) {

@@ -39,8 +39,7 @@ void S3Uploader::upload(const std::filesystem::path& fileURL, std::string_view k
   if (!url) return completion(std::unexpected(S3Error::invalidURL()));
   auto content = platform::readWholeFile(fileURL);
   if (!content) return completion(std::unexpected(S3Error::fileReadError()));
-  auto put =
-      putObjectRequest(signerFor(config), *url, contentType, SharedBytes(std::move(*content)));
+  auto put = putObjectRequest(signerFor(config), *url, contentType, std::move(*content));
 
   const auto delegate =
       std::make_shared<ForegroundUploadDelegate>(std::move(progress), std::move(completion));

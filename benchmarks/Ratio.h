@@ -1,0 +1,67 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <vector>
+
+namespace orvane::benchmarks {
+
+/// Measures the engine beside its floor in the same run, round by round, and reports the medians
+/// as counters: `engine_ms`, `floor_ms` and their ratio, the figure that counts.
+class Ratio {
+ public:
+  /// What a round costs: seconds on the wall, or seconds of this process on all its cores.
+  enum class Clock { wall, processCpu };
+
+  explicit Ratio(benchmark::State& state, Clock clock = Clock::wall)
+      : state_(state), clock_(clock) {}
+
+  template <class F>
+  void engine(F&& work) {
+    engine_.push_back(timed(work));
+    state_.SetIterationTime(engine_.back());
+  }
+
+  template <class F>
+  void floor(F&& work) {
+    floor_.push_back(timed(work));
+  }
+
+  void report() {
+    const double engine = median(engine_);
+    const double floor = median(floor_);
+    state_.counters["engine_ms"] = engine * 1e3;
+    state_.counters["floor_ms"] = floor * 1e3;
+    state_.counters["ratio"] = engine / floor;
+  }
+
+ private:
+  [[nodiscard]] double now() const {
+    timespec time{};
+    clock_gettime(clock_ == Clock::wall ? CLOCK_MONOTONIC : CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+  }
+
+  template <class F>
+  double timed(F& work) const {
+    const double start = now();
+    work();
+    return now() - start;
+  }
+
+  static double median(std::vector<double> values) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::ranges::nth_element(values, middle);
+    return *middle;
+  }
+
+  benchmark::State& state_;
+  Clock clock_;
+  std::vector<double> engine_;
+  std::vector<double> floor_;
+};
+
+}  // namespace orvane::benchmarks
