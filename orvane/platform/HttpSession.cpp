@@ -90,11 +90,12 @@ Async<HttpResponse> sendOver(std::shared_ptr<ConnectionCache> connections, HttpR
         std::move(connections), std::move(request), std::move(body), Transfer::Sent{},
         [handler = std::move(handler),
          work = asio::make_work_guard(executor)](Result<HttpResponse> result) mutable {
-          const auto target = work.get_executor();
-          asio::post(target, [handler = std::move(handler), work = std::move(work),
-                              result = std::move(result)]() mutable {
-            std::move(handler)(std::move(result));
-          });
+          // The guard stays here: until post returns, this thread touches the host's executor,
+          // which the host may destroy as soon as it has nothing left to do.
+          asio::post(work.get_executor(),
+                     [handler = std::move(handler), result = std::move(result)]() mutable {
+                       std::move(handler)(std::move(result));
+                     });
         });
     if (slot.is_connected()) {
       slot.assign([weak = std::weak_ptr(transfer)](asio::cancellation_type /*type*/) {

@@ -318,6 +318,23 @@ TEST(HttpSession, CoroutinesResumeOnASingleThreadedHost) {
   EXPECT_EQ(resumedOn, std::this_thread::get_id());
 }
 
+/// For the sanitizers: nothing of the engine may touch a host's executor that has run out of work.
+TEST(HttpSession, AHostMayGoOnceItsCoroutinesAreDone) {
+  FaultServer server;
+  for (int round = 0; round < 20; ++round) {
+    int failures = 0;
+    boost::asio::io_context host;
+    for (int i = 0; i < 3; ++i) {
+      boost::asio::co_spawn(host, HttpSession::shared().send(requestTo(server.url())),
+                            [&](const std::exception_ptr&, const Result<HttpResponse>& answer) {
+                              failures += answer ? 0 : 1;
+                            });
+    }
+    EXPECT_GE(host.run(), 3U);
+    EXPECT_EQ(failures, 0);
+  }
+}
+
 TEST(HttpSession, CancellingACoroutineEndsItsTransfer) {
   FaultServer server([](const auto&) { return testing::stallAfter(0); });
   boost::asio::io_context host;
