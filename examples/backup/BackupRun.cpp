@@ -2,6 +2,7 @@
 
 #include <orvane/bookkeeping/UploadStore.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -16,8 +17,8 @@ using orvane::UploadRecord;
 using orvane::UploadStatus;
 using orvane::UploadStore;
 
-constexpr std::chrono::milliseconds kLongestWait(100);
-constexpr std::chrono::milliseconds kBetweenSaves(250);
+constexpr auto kLongestWait = 100ms;
+constexpr auto kBetweenSaves = 250ms;
 
 bool isAlreadyThere(const std::optional<UploadRecord>& record, const LocalFile& file) {
   return record && record->status == UploadStatus::completed && record->totalBytes == file.size &&
@@ -51,14 +52,12 @@ Summary BackupRun::run(const Folder& folder) {
   while (!isDone()) {
     startUploads();
     if (stop_) announceStop();
-    if (Clock::now() - recordsSaved_ >= kBetweenSaves) saveRecords();
+    if (Clock::now() >= nextSave_) saveRecords();
     if (display_.isDue()) drawBars();
     for (const Event& event : events_->take(kLongestWait)) handle(event);
   }
   display_.clearBars();
   saveRecords();
-  // The store works in order: its answer means that everything before is in the file.
-  static_cast<void>(UploadStore::shared().completedCount());
   summary_.left = items_.size() - next_ + pausing_.size();
   return summary_;
 }
@@ -145,9 +144,11 @@ void BackupRun::succeed(UploadRecord& record) {
 void BackupRun::fail(ItemIndex index, const Error& error) {
   UploadRecord& record = items_[index].record;
   record.errorMessage = error.description();
-  if (isTransient(error) && record.retryCount < kMostRetries) {
+  const auto retries = static_cast<std::size_t>(record.retryCount);
+  if (isTransient(error) && retries < kRetryPauses.size()) {
     record.status = UploadStatus::retrying;
-    const auto pause = pauseBefore(++record.retryCount);
+    ++record.retryCount;
+    const auto pause = kRetryPauses.at(retries);
     pausing_.emplace(Clock::now() + pause, index);
     display_.print("retrying", record.id(),
                    " in " + std::to_string(pause.count()) + " s: " + explanation(error));
@@ -163,12 +164,18 @@ void BackupRun::announceStop() {
   display_.print("stopping", "when the uploads under way are done", "; again: at once");
 }
 
-/// The store writes its whole file at each change, so changes are gathered for a moment. A killed
-/// run forgets that moment at most: what went up in it goes up once more.
+/// The store writes its whole file at each change, so changes are gathered for a moment; with very
+/// many records for longer, since saving may take a tenth of the time. A killed run forgets that
+/// moment at most: what went up in it goes up once more.
 void BackupRun::saveRecords() {
   if (changedRecords_.empty()) return;
-  UploadStore::shared().upsertBatch(std::exchange(changedRecords_, {}));
-  recordsSaved_ = Clock::now();
+  const auto begun = Clock::now();
+  UploadStore& store = UploadStore::shared();
+  store.upsertBatch(std::exchange(changedRecords_, {}));
+  // The store works in order: its answer means that the change is in the file.
+  static_cast<void>(store.completedCount());
+  const auto saved = Clock::now();
+  nextSave_ = saved + std::max<Clock::duration>(kBetweenSaves, 9 * (saved - begun));
 }
 
 void BackupRun::drawBars() {

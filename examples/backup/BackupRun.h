@@ -76,7 +76,7 @@ class BackupRun {
   std::multimap<Clock::time_point, ItemIndex> pausing_;  ///< When which item is tried again.
 
   std::vector<orvane::UploadRecord> changedRecords_;
-  Clock::time_point recordsSaved_ = {};
+  Clock::time_point nextSave_ = {};
 };
 
 }  // namespace backup

@@ -36,12 +36,13 @@ std::string fitted(const std::string& text, std::size_t columns) {
 std::string barLine(const Display::Bar& bar, std::size_t columns) {
   constexpr int kCells = 20;
   const double fraction = std::clamp(bar.fraction, 0.0, 1.0);
-  std::string line = "  ";
+  // A text may be wider than its characters are many; it must not run on into the next line.
+  std::string line = "\033[?7l  ";
   for (int cell = 0; cell < kCells; ++cell) line += cell < fraction * kCells ? "█" : "░";
   std::array<char, 48> numbers{};
   std::snprintf(numbers.data(), numbers.size(), "  %3.0f%%  %10s  ", 100 * fraction,
                 byteText(bar.bytes).c_str());
-  return line + numbers.data() + fitted(bar.text, columns - kColumnsBeforeText) + "\n";
+  return line + numbers.data() + fitted(bar.text, columns - kColumnsBeforeText) + "\033[?7h\n";
 }
 
 }  // namespace
@@ -73,10 +74,8 @@ bool Display::isDue() const { return terminal_ && Clock::now() - drawn_ >= kBetw
 void Display::draw(const std::vector<Bar>& bars) {
   clearBars();
   const std::size_t columns = terminalColumns();
-  // A text may be wider than its characters are many; it must not run on into the next line.
-  std::cout << "\033[?7l";
   for (const Bar& bar : bars) std::cout << barLine(bar, columns);
-  std::cout << "\033[?7h" << std::flush;
+  std::cout << std::flush;
   barsShown_ = bars.size();
   drawn_ = Clock::now();
 }

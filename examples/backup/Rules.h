@@ -2,24 +2,22 @@
 
 #include <orvane/Error.h>
 
+#include <array>
 #include <chrono>
-#include <cstdint>
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <string_view>
 
 namespace backup {
 
+using namespace std::chrono_literals;
+
 /// Uploads under way at the same time.
 constexpr std::size_t kUploadsAtATime = 4;
 
-/// Retries of one file in one run.
-constexpr std::int64_t kMostRetries = 3;
-
-/// The pause before a file's retry number `retry`, counted from 1: it doubles each time.
-[[nodiscard]] constexpr std::chrono::seconds pauseBefore(std::int64_t retry) {
-  return std::chrono::seconds(1LL << (retry - 1));
-}
+/// How long a file waits before each of its retries in one run.
+constexpr std::array<std::chrono::seconds, 3> kRetryPauses{1s, 2s, 4s};
 
 /// Whether the same upload may well succeed a little later: the store is overloaded or broken, or
 /// the network is.

@@ -27,10 +27,7 @@ using namespace backup;
 using orvane::HostApplication;
 using orvane::S3Config;
 
-constexpr int kSuccess = 0;
-constexpr int kSomethingFailed = 1;
-constexpr int kUsage = 2;
-constexpr int kInterrupted = 130;
+enum ExitStatus { kSuccess = 0, kSomethingFailed = 1, kUsage = 2, kInterrupted = 130 };
 
 constexpr auto kFooter =
     "The configuration is one JSON object with the texts bucket, region, accessKey, secretKey,\n"
@@ -49,7 +46,9 @@ S3Config readConfig(const fs::path& file) {
     throw Refusal(name + " must be a JSON object with the texts bucket, region, accessKey, " +
                   "secretKey, prefix and endpoint");
   }
-  if (!config->isValid()) throw Refusal(name + ": only the prefix may be empty");
+  if (!config->isValid() || !config->url("")) {
+    throw Refusal(name + ": only the prefix may be empty, and the endpoint must be a URL");
+  }
   return std::move(*config);
 }
 
