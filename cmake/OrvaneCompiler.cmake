@@ -4,12 +4,13 @@ target_compile_options(orvane_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
   -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Werror)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  # GCC 12 takes the concatenation of a literal and a string for overlapping copies.
-  target_compile_options(orvane_warnings INTERFACE -Wno-restrict)
-endif()
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # With -O3, GCC 12 warns of overlaps inside std::string's own operator+ (GCC bug 105651).
   target_compile_options(orvane_warnings INTERFACE -Wno-restrict)
+endif()
+
+if(ORVANE_BUILD_FUZZERS)
+  # All code tells the fuzzer which branches it takes; only the fuzzers link its main.
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 if(ORVANE_SANITIZE)
@@ -20,7 +21,8 @@ if(ORVANE_SANITIZE)
     add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)
   endif()
   if(ORVANE_SANITIZE MATCHES "undefined")
-    add_compile_options(-fno-sanitize-recover=undefined)
+    add_compile_options(-fno-sanitize-recover=undefined
+      $<$<CXX_COMPILER_ID:Clang>:-fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/sanitizer-ignorelist.txt>)
   endif()
 endif()
 
