@@ -108,7 +108,7 @@ class FaultServer::Connection {
  private:
   void serve(const std::stop_token& stop) {
     while (const auto head = receiveHead()) {
-      RecordedRequest request{.head = *head, .body = {}, .connection = number_};
+      const RecordedRequest request{.head = *head, .body = {}, .connection = number_};
       const auto [index, reaction] = server_.accept(request);
       if (!react(index, contentLength(request), reaction, stop)) break;
     }
@@ -190,7 +190,7 @@ class FaultServer::Connection {
   }
 
   bool fill() {
-    std::array<char, 16 * 1024> chunk;
+    std::array<char, std::size_t{16} * 1024> chunk;
     const ssize_t count = recv(socket_.get(), chunk.data(), chunk.size(), 0);
     if (count > 0) received_.append(chunk.data(), static_cast<std::size_t>(count));
     return count > 0;

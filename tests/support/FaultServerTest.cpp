@@ -1,18 +1,18 @@
 #include "support/FaultServer.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace orvane::testing {
 namespace {
-
-using ::testing::ElementsAre;
 
 /// A plain connection; what it receives is not interpreted.
 class RawClient {
@@ -76,21 +76,15 @@ TEST(FaultServerTest, RecordsRequestsByteForByte) {
 }
 
 TEST(FaultServerTest, EndsConnectionsAsScripted) {
-  struct Case {
-    const char* name;
-    Reaction::End end;
-    int error;
-  };
-  for (const auto& c :
-       {Case{"close", Reaction::End::close, 0}, Case{"reset", Reaction::End::reset, ECONNRESET}}) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [end, expected] :
+       {std::pair(Reaction::End::close, 0), std::pair(Reaction::End::reset, ECONNRESET)}) {
     FaultServer server;
-    server.queue({.answer = answerText(200, "body"), .sendAtMost = 10, .end = c.end});
+    server.queue({.answer = answerText(200, "body"), .sendAtMost = 10, .end = end});
     RawClient client(server);
     client.send("GET / HTTP/1.1\r\n\r\n");
     int error = -1;
     EXPECT_EQ(client.receive(kMore, &error), "HTTP/1.1 2");
-    EXPECT_EQ(error, c.error);
+    EXPECT_EQ(error, expected);
   }
 }
 

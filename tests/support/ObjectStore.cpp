@@ -85,7 +85,7 @@ std::vector<StoredObject> ObjectStore::list(const std::string& prefix) const {
 std::vector<UnfinishedUpload> ObjectStore::unfinishedUploads(const std::string& prefix) const {
   return elements(run({"list-uploads", prefix}).value(),
                   [](const simdjson::dom::object& object) -> UnfinishedUpload {
-                    return {textOf(object, "key"), textOf(object, "uploadId")};
+                    return {.key = textOf(object, "key"), .uploadId = textOf(object, "uploadId")};
                   });
 }
 
