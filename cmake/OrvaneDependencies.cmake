@@ -8,6 +8,10 @@ find_path(RAPIDJSON_INCLUDE_DIR rapidjson/writer.h REQUIRED)
 
 add_library(orvane_rapidjson INTERFACE)
 target_include_directories(orvane_rapidjson SYSTEM INTERFACE ${RAPIDJSON_INCLUDE_DIR})
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  # Texts are then copied by 16 bytes up to the next character that needs an escape.
+  target_compile_definitions(orvane_rapidjson INTERFACE RAPIDJSON_SSE2)
+endif()
 
 if(ORVANE_BUILD_TESTS)
   find_package(GTest REQUIRED)

@@ -13,8 +13,11 @@ std::string_view tokenOf(ondemand::value& value) {
   return token.substr(0, token.find_last_not_of(" \t\n\r") + 1);
 }
 
-/// Escapes may stand for halves of surrogate pairs, of which simdjson lets some through.
-bool isText(std::string_view unescaped) { return platform::isUtf8(unescaped); }
+/// Escapes may stand for halves of surrogate pairs, of which simdjson lets some through. They then
+/// begin with the byte ED; everything else has been checked before.
+bool isText(std::string_view unescaped) {
+  return unescaped.find('\xED') == std::string_view::npos || platform::isUtf8(unescaped);
+}
 
 bool readAnything(ondemand::value& value, int depth);
 
@@ -91,8 +94,10 @@ bool read(ondemand::value& value, bool& result) { return !value.get_bool().get(r
 
 bool read(ondemand::value& value, std::vector<std::string>& result) {
   ondemand::array array;
-  if (value.get_array().get(array)) return false;
+  std::size_t count = 0;
+  if (value.get_array().get(array) || array.count_elements().get(count)) return false;
   result.clear();
+  result.reserve(count);
   for (auto item : array) {
     ondemand::value element;
     if (std::move(item).get(element) || !read(element, result.emplace_back())) return false;

@@ -21,6 +21,13 @@ class JsonWriter {
  public:
   JsonWriter() : writer_(buffer_) {}
 
+  /// Forgets what was written, but not the memory it took.
+  void restart() {
+    buffer_.Clear();
+    writer_.Reset(buffer_);
+    ok_ = true;
+  }
+
   void beginObject() { writer_.StartObject(); }
   void endObject() { writer_.EndObject(); }
   void name(std::string_view name) { value(name); }

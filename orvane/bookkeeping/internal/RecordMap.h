@@ -3,18 +3,21 @@
 #include <orvane/bookkeeping/internal/JsonReader.h>
 #include <orvane/bookkeeping/internal/JsonWriter.h>
 
+#include <algorithm>
 #include <boost/unordered/unordered_flat_map.hpp>
 #include <cstddef>
-#include <deque>
 #include <functional>
+#include <optional>
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace orvane::internal {
 
 /// A map from key to record that can be written as one JSON object at little more cost than copying
-/// its bytes: each entry keeps its encoded form, which only a change of that entry renews.
+/// its bytes: a few neighbours at a time keep their encoded form, until one of them changes.
 ///
 /// `Json` gives the record's JSON form as `UploadRecordJson` does. Records lie one after the other
 /// in memory, in no particular order. One thread at a time.
@@ -25,47 +28,52 @@ class RecordMap {
   RecordMap(RecordMap&&) noexcept = default;
   RecordMap& operator=(RecordMap&&) noexcept = default;
 
-  [[nodiscard]] std::size_t size() const { return entries_.size(); }
+  [[nodiscard]] std::size_t size() const { return index_.size(); }
 
   /// The record filed under `key`, or null; valid until the map is changed.
   [[nodiscard]] const Record* find(std::string_view key) const {
     const auto found = index_.find(key);
-    return found == index_.end() ? nullptr : &found->second->record;
+    if (found == index_.end()) return nullptr;
+    return &groups_[found->second / kGroupSize].entries[found->second % kGroupSize].record;
   }
 
   /// Calls `visit` with every record.
   template <class Visit>
   void forEach(Visit&& visit) const {
-    for (const auto& entry : entries_) visit(entry.record);
+    for (const auto& group : groups_) {
+      for (const auto& entry : group.entries) visit(entry.record);
+    }
   }
 
   /// Files `record` under `key`, in place of an earlier one.
   void put(std::string_view key, Record record) {
     if (const auto found = index_.find(key); found != index_.end()) {
-      found->second->record = std::move(record);
-      renew(*found->second);
+      changedEntryAt(found->second).record = std::move(record);
     } else {
-      encode(add(key, std::move(record)));
+      Entry& entry = append(key);
+      entry.record = std::move(record);
+      index_.emplace(entry.key, index_.size());
     }
   }
 
-  /// Changes the record filed under `key`, if there is one, with `change(record)`.
+  /// Changes the record filed under `key` with `change(record)`. False when there is none.
   template <class Change>
   bool update(std::string_view key, Change&& change) {
     const auto found = index_.find(key);
     if (found == index_.end()) return false;
-    change(found->second->record);
-    renew(*found->second);
+    change(changedEntryAt(found->second).record);
     return true;
   }
 
-  /// Changes every record for which `select` holds.
+  /// Changes every record for which `select` holds with `change(record)`.
   template <class Select, class Change>
   void updateIf(Select&& select, Change&& change) {
-    for (auto& entry : entries_) {
-      if (!select(std::as_const(entry.record))) continue;
-      change(entry.record);
-      renew(entry);
+    for (auto& group : groups_) {
+      for (auto& entry : group.entries) {
+        if (!select(std::as_const(entry.record))) continue;
+        change(entry.record);
+        group.json.clear();
+      }
     }
   }
 
@@ -73,15 +81,9 @@ class RecordMap {
   void remove(std::string_view key) {
     const auto found = index_.find(key);
     if (found == index_.end()) return;
-    Entry& entry = *found->second;
-    forget(entry);
+    const auto position = found->second;
     index_.erase(found);
-    if (Entry& last = entries_.back(); &last != &entry) {
-      index_.erase(last.key);
-      entry = std::move(last);
-      index_.emplace(entry.key, &entry);
-    }
-    entries_.pop_back();
+    replaceByLast(position);
   }
 
   void clear() { *this = RecordMap(); }
@@ -92,21 +94,20 @@ class RecordMap {
     RecordMap map;
     const auto readEntry = [&map](std::string_view key, ondemand::value& value) {
       ondemand::object object;
-      return !value.get_object().get(object) && Json::read(object, map.blankAt(key));
+      return !value.get_object().get(object) && Json::read(object, map.append(key).record);
     };
     const bool readable =
         readDocument(text, [&](ondemand::object& object) { return readMap(object, readEntry); });
     if (!readable) return std::nullopt;
+    map.fillIndex();
     return map;
   }
 
   /// Makes sure that every entry is encoded. False when some record has no JSON form.
   [[nodiscard]] bool encodeAll() {
-    if (unencoded_ == 0) return true;
-    for (auto& entry : entries_) {
-      if (entry.json.empty()) encode(entry);
-    }
-    return unencoded_ == 0;
+    JsonWriter writer;
+    return std::ranges::all_of(
+        groups_, [&writer](Group& group) { return !group.json.empty() || encode(group, writer); });
   }
 
   /// Writes the map as one JSON object with `append(text)`, which answers whether to go on.
@@ -115,57 +116,91 @@ class RecordMap {
   [[nodiscard]] bool write(Append&& append) const {
     if (!append("{")) return false;
     std::size_t comma = 1;
-    for (const auto& entry : entries_) {
-      if (!append(std::string_view(entry.json).substr(std::exchange(comma, 0)))) return false;
+    for (const auto& group : groups_) {
+      if (!append(std::string_view(group.json).substr(std::exchange(comma, 0)))) return false;
     }
     return append("}");
   }
 
  private:
   struct Entry {
+    explicit Entry(std::string_view name) : key(name), record(Json::blank()) {}
+
     std::string key;
     Record record;
-    std::string json;  ///< A comma, then key and record as they stand in the file; or empty.
   };
 
-  Entry& add(std::string_view key, Record record) {
-    Entry& entry = entries_.emplace_back(std::string(key), std::move(record), std::string());
-    index_.emplace(entry.key, &entry);
-    ++unencoded_;
-    return entry;
+  struct Group {
+    std::vector<Entry> entries;  ///< Has room for all from the start, so that none ever moves.
+    std::string json;            ///< For each entry a comma, its key and its record; or empty.
+  };
+
+  static constexpr std::size_t kGroupSize = 16;
+
+  Entry& changedEntryAt(std::size_t position) {
+    Group& group = groups_[position / kGroupSize];
+    group.json.clear();
+    return group.entries[position % kGroupSize];
   }
 
-  Record& blankAt(std::string_view key) {
-    const auto found = index_.find(key);
-    if (found == index_.end()) return add(key, Json::blank()).record;
-    return found->second->record = Json::blank();
+  /// A new entry at the end, which is not in the index yet.
+  Entry& append(std::string_view key) {
+    if (groups_.empty() || groups_.back().entries.size() == kGroupSize) {
+      groups_.emplace_back().entries.reserve(kGroupSize);
+    }
+    groups_.back().json.clear();
+    return groups_.back().entries.emplace_back(key);
   }
 
-  void renew(Entry& entry) {
-    forget(entry);
-    entry.json.clear();
-    ++unencoded_;
-    encode(entry);
+  /// Puts the last entry in the place of the one at `position`, which has left the index.
+  void replaceByLast(std::size_t position) {
+    Group& lastGroup = groups_.back();
+    Entry& last = lastGroup.entries.back();
+    if (Entry& place = changedEntryAt(position); &place != &last) {
+      index_.erase(last.key);
+      place = std::move(last);
+      index_.emplace(place.key, position);
+    }
+    lastGroup.json.clear();
+    lastGroup.entries.pop_back();
+    if (lastGroup.entries.empty()) groups_.pop_back();
   }
 
-  void forget(const Entry& entry) {
-    if (entry.json.empty()) --unencoded_;
+  /// Fills the index after decoding. In one go the processor works on several entries at a time.
+  void fillIndex() {
+    index_.reserve(groups_.size() * kGroupSize);
+    std::vector<std::size_t> repeated;
+    std::size_t position = 0;
+    for (auto& group : groups_) {
+      for (auto& entry : group.entries) {
+        const auto [found, isNew] = index_.emplace(entry.key, position);
+        if (!isNew) {
+          changedEntryAt(found->second).record = std::move(entry.record);
+          repeated.push_back(position);
+        }
+        ++position;
+      }
+    }
+    for (const auto place : repeated | std::views::reverse) replaceByLast(place);
   }
 
-  void encode(Entry& entry) {
-    JsonWriter writer;
+  /// False, and nothing is changed, when a record has no JSON form.
+  [[nodiscard]] static bool encode(Group& group, JsonWriter& writer) {
+    writer.restart();
     writer.beginObject();
-    writer.name(entry.key);
-    if (!Json::write(writer, entry.record)) return;
+    for (const auto& entry : group.entries) {
+      writer.name(entry.key);
+      if (!Json::write(writer, entry.record)) return false;
+    }
     writer.endObject();
     const auto text = writer.text();
-    entry.json.assign(",").append(text.substr(1, text.size() - 2));
-    --unencoded_;
+    group.json.assign(",").append(text.substr(1, text.size() - 2));
+    return true;
   }
 
-  std::deque<Entry> entries_;  ///< Never moves an entry, so that the index can point to it.
-  boost::unordered_flat_map<std::string_view, Entry*, std::hash<std::string_view>> index_;
-  std::size_t unencoded_ = 0;  ///< How many entries have no `json`.
+  std::vector<Group> groups_;  ///< All full but the last one.
+  /// From key to position; the keys are those of the entries.
+  boost::unordered_flat_map<std::string_view, std::size_t, std::hash<std::string_view>> index_;
 };
 
 }  // namespace orvane::internal
