@@ -1,7 +1,6 @@
 #pragma once
 
 #include <any>
-#include <boost/asio/awaitable.hpp>
 #include <cstdint>
 #include <expected>
 #include <string>
@@ -64,10 +63,5 @@ class Error {
 /// A value, or the reason why there is none.
 template <class T>
 using Result = std::expected<T, Error>;
-
-/// An operation that suspends its caller instead of blocking a thread. A host runs it on its own
-/// executor with `boost::asio::co_spawn` and any completion token.
-template <class T>
-using Async = boost::asio::awaitable<Result<T>>;
 
 }  // namespace orvane

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <orvane/Async.h>
 #include <orvane/Error.h>
 #include <orvane/platform/Bytes.h>
 #include <orvane/transport/S3Config.h>
