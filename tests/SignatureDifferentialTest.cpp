@@ -45,8 +45,8 @@ std::string authorizationFor(const std::vector<std::string>& fields) {
 TEST(SignatureDifferential, AgreesWithBotocore) {
   constexpr std::size_t kRequests = 3000;
   for (const std::string seed : {"1", "20130524"}) {
-    auto botocore = testing::ChildProcess::start({"/usr/bin/python3", ORVANE_BOTOCORE_SIGNATURES,
-                                                  std::to_string(kRequests), seed});
+    auto botocore = testing::ChildProcess::start(
+        {"/usr/bin/python3", ORVANE_BOTOCORE_SIGNATURES, std::to_string(kRequests), seed});
     std::size_t compared = 0;
     while (const auto line = botocore.readLine()) {
       const auto fields = fieldsOf(*line);
