@@ -21,8 +21,8 @@ namespace {
 using orvane::testing::ChildMain;
 using orvane::testing::ChildProcess;
 
-constexpr std::int64_t kRecords = 40;
-constexpr std::size_t kTextLength = 40'000;  // The whole file takes several writes.
+constexpr std::int64_t kRecords = 100;
+constexpr std::size_t kTextLength = 12'000;  // The whole file takes several writes.
 constexpr std::int64_t kChangesPerRead = 4;
 
 /// After change n the store holds, for each of the last `kRecords` numbers up to n, the record that
@@ -84,36 +84,54 @@ struct Progress {
     const auto space = line.find(' ');
     const auto number = std::stoll(line.substr(space));
     const auto word = line.substr(0, space);
-    (word == "found" ? found : word == "queue" ? queued : done) = number;
+    if (word == "found") found = number;
+    if (word == "queue") queued = number;
+    if (word == "done") done = number;
   }
 };
 
-/// Lets a child work until it has said `lines` lines, and for `delay` more, then kills it.
-Progress burst(int lines, std::chrono::microseconds delay) {
-  auto child = ChildProcess::run("upload-store-burst");
+struct Burst {
+  ChildProcess child = ChildProcess::run("upload-store-burst");
   Progress progress;
-  const auto noteLine = [&] {
+
+  bool noteLine() {
     const auto line = child.readLine();
     if (line) progress.note(*line);
     return line.has_value();
-  };
-  for (int i = 0; i < lines; ++i) EXPECT_TRUE(noteLine());
-  std::this_thread::sleep_for(delay);
-  child.kill(SIGKILL);
-  while (noteLine()) {
   }
-  EXPECT_EQ(child.wait(), -SIGKILL);
-  return progress;
+
+  /// Waits for `lines` lines, and for `delay` more, then kills the child.
+  Progress kill(int lines, std::chrono::nanoseconds delay) {
+    for (int i = 0; i < lines; ++i) EXPECT_TRUE(noteLine());
+    std::this_thread::sleep_for(delay);
+    child.kill(SIGKILL);
+    while (noteLine()) {
+    }
+    EXPECT_EQ(child.wait(), -SIGKILL);
+    return progress;
+  }
+};
+
+/// How long a child takes from one "done" to the next.
+std::chrono::nanoseconds timeOfARound() {
+  constexpr int kRounds = 20;
+  Burst burst;
+  EXPECT_TRUE(burst.noteLine());
+  const auto start = std::chrono::steady_clock::now();
+  for (int line = 0; line < 2 * kRounds; ++line) EXPECT_TRUE(burst.noteLine());
+  return (std::chrono::steady_clock::now() - start) / kRounds;
 }
 
 TEST(UploadStoreKillTest, ARestartFindsAWholeState) {
   std::mt19937 random(std::random_device{}());
   std::uniform_int_distribution<int> someLines(1, 5);
-  std::uniform_int_distribution<int> someMicroseconds(0, 12'000);
+  std::uniform_int_distribution<std::int64_t> someTime(0, timeOfARound().count());
+  std::filesystem::remove_all(orvane::testing::testDirectory() / "data");
   int between = 0;
   Progress before{.found = 0};
   for (int kill = 0; kill <= 200; ++kill) {
-    const auto now = burst(someLines(random), std::chrono::microseconds(someMicroseconds(random)));
+    const auto lines = someLines(random);
+    const auto now = Burst().kill(lines, std::chrono::nanoseconds(someTime(random)));
     ASSERT_GE(now.found, before.done) << "after kill " << kill;
     ASSERT_LE(now.found, before.queued) << "after kill " << kill;
     if (now.found > before.done && now.found < before.queued) ++between;

@@ -4,6 +4,7 @@
 #include <orvane/platform/AtomicFile.h>
 
 #include <simdjson.h>
+
 #include <filesystem>
 #include <functional>
 #include <optional>

@@ -60,8 +60,8 @@ std::optional<Integer> integerIn(std::string_view text) {
 
 bool isWholeOf64Bits(double number) {
   constexpr double kLimit = 0x1p63;
-  return number >= -kLimit && number < kLimit && std::trunc(number) == number &&
-         !(number == 0 && std::signbit(number));
+  const bool isNegativeZero = number == 0 && std::signbit(number);
+  return number >= -kLimit && number < kLimit && std::trunc(number) == number && !isNegativeZero;
 }
 
 }  // namespace

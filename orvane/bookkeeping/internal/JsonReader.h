@@ -1,6 +1,8 @@
 #pragma once
 
 #include <simdjson.h>
+
+#include <algorithm>
 #include <array>
 #include <bitset>
 #include <cstddef>
@@ -8,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// Strict reading on top of simdjson's forward-only API, which by itself looks only at what it is

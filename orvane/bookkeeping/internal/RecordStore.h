@@ -64,17 +64,19 @@ class RecordStore {
   void load() {
     const auto text = file_.read();
     if (!text) return;
-    auto decoded = Records::decode(*text);
-    if (!decoded) return file_.setUndecodable();
-    queue_.sync([&] { records_ = std::move(*decoded); });
+    if (auto decoded = Records::decode(*text)) {
+      queue_.sync([&] { records_ = std::move(*decoded); });
+    } else {
+      file_.setUndecodable();
+    }
   }
 
   /// Only in work on the queue.
   void persist() {
-    if (!records_.encodeAll()) return;
     file_.replace([this](platform::AtomicFile& file) {
-      return records_.write(
-          [&](std::string_view text) { return file.append(bytesOf(text)).has_value(); });
+      return records_.encodeAll() && records_.write([&file](std::string_view text) {
+        return file.append(bytesOf(text)).has_value();
+      });
     });
   }
 
