@@ -42,13 +42,14 @@ bool decode(std::string_view text, std::string& output) {
 void appendPercentEncoded(std::string& output, std::string_view text, const CharacterSet& allowed) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
   const auto isAllowed = [&](char c) { return allowed.contains(c); };
-  for (auto rest = text.begin(); rest != text.end(); ++rest) {
-    const auto run = rest;
-    rest = std::find_if_not(run, text.end(), isAllowed);
-    output.append(run, rest);
-    if (rest == text.end()) break;
-    const auto byte = static_cast<unsigned char>(*rest);
+  while (!text.empty()) {
+    const auto run = std::ranges::find_if_not(text, isAllowed) - text.begin();
+    const auto length = static_cast<std::size_t>(run);
+    output.append(text.substr(0, length));
+    if (length == text.size()) break;
+    const auto byte = static_cast<unsigned char>(text[length]);
     output.append({'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]});
+    text.remove_prefix(length + 1);
   }
 }
 

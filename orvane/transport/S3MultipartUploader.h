@@ -30,7 +30,7 @@ struct UploaderState;
 class S3MultipartUploader {
  public:
   /// Bytes per part, and the size from which a file goes up in parts.
-  static constexpr std::int64_t chunkSize = 8 * 1024 * 1024;
+  static constexpr std::int64_t chunkSize = std::int64_t{8} * 1024 * 1024;
 
   explicit S3MultipartUploader(S3Config config);
 

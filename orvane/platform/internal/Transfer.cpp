@@ -15,9 +15,9 @@ namespace {
 using namespace std::chrono_literals;
 
 /// Above this the client library sends the body apart from the head, in pieces of its buffer.
-constexpr std::size_t kSmallBody = 64 * 1024;
-constexpr long kUploadBufferSize = 512 * 1024;
-constexpr long kReceiveBufferSize = 64 * 1024;
+constexpr std::size_t kSmallBody = std::size_t{64} * 1024;
+constexpr long kUploadBufferSize = 512L * 1024;
+constexpr long kReceiveBufferSize = 64L * 1024;
 
 bool isToken(std::string_view text) {
   constexpr std::string_view kAllowed =
@@ -103,7 +103,8 @@ void Transfer::setHeaders() {
     if (equalIgnoringCase(name, "Content-Length")) continue;  // The body itself says its length.
     // A bare "Name:" would remove the field; "Name;" sends it without a value.
     const bool blank = value.find_first_not_of(" \t") == std::string::npos;
-    addHeader(blank ? name + ";" : name + ": " + value);
+    std::string line = name;
+    addHeader(blank ? line.append(";") : line.append(": ").append(value));
   }
   addHeader("Expect:");
   addHeader("Accept:");
