@@ -64,12 +64,32 @@ fs::path makeFile(const std::string& name, std::size_t size) {
   return path;
 }
 
-void uploadAndWait(S3MultipartUploader& uploader, const fs::path& file) {
-  std::promise<Result<void>> done;
-  uploader.upload(file, "media/" + file.filename().string(), "image/jpeg", {},
-                  [&](Result<void> result) { done.set_value(std::move(result)); });
-  if (!done.get_future().get()) throw std::runtime_error("upload failed");
-}
+/// Uploads one file after the other, each begun when the one before is done.
+class UploadChain {
+ public:
+  UploadChain(S3MultipartUploader& uploader, const std::vector<fs::path>& files)
+      : uploader_(uploader), files_(files) {}
+
+  void run() {
+    next();
+    if (!done_.get_future().get()) throw std::runtime_error("upload failed");
+  }
+
+ private:
+  void next() {
+    const auto& file = files_[index_++];
+    uploader_.upload(file, "media/" + file.filename().string(), "image/jpeg", {},
+                     [this](const Result<void>& result) {
+                       if (result && index_ < files_.size()) return next();
+                       done_.set_value(result.has_value());
+                     });
+  }
+
+  S3MultipartUploader& uploader_;
+  const std::vector<fs::path>& files_;
+  std::size_t index_ = 0;
+  std::promise<bool> done_;
+};
 
 void sendAll(int connection, ByteView bytes) {
   while (!bytes.empty()) {
@@ -107,9 +127,7 @@ void compare(benchmark::State& state, const std::vector<fs::path>& files, std::s
   Bytes buffer(pieceSize);
   Ratio ratio(state, Ratio::Clock::processCpu);
   for (auto _ : state) {
-    ratio.engine([&] {
-      for (const auto& file : files) uploadAndWait(uploader, file);
-    });
+    ratio.engine([&] { UploadChain(uploader, files).run(); });
     ratio.floor([&] {
       for (const auto& file : files) plainUpload(connection, file, buffer);
     });

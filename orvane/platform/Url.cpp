@@ -20,7 +20,7 @@ std::optional<Url> Url::parse(std::string text) {
     return Piece{static_cast<std::size_t>(part.data() - url.text_.data()), part.size()};
   };
   if (parsed->has_scheme()) url.scheme_ = pieceOf(parsed->scheme());
-  if (parsed->has_authority()) url.host_ = parsed->host();
+  if (parsed->has_authority()) url.host_ = pieceOf(parsed->encoded_host());
   url.path_ = pieceOf(parsed->encoded_path());
   if (parsed->has_query()) url.query_ = pieceOf(parsed->encoded_query());
   return url;

@@ -29,9 +29,9 @@ class Url {
   /// The scheme as written, without ":"; empty in a relative reference.
   [[nodiscard]] std::string_view scheme() const noexcept { return view(scheme_); }
 
-  /// The host name, percent-decoded, without port; an IPv6 address keeps its brackets. Empty when
-  /// there is none.
-  [[nodiscard]] const std::string& host() const noexcept { return host_; }
+  /// The host name as written, without port; an IPv6 address keeps its brackets. Empty when there
+  /// is none.
+  [[nodiscard]] std::string_view host() const noexcept { return view(host_); }
 
   /// The path as written; may be empty.
   [[nodiscard]] std::string_view encodedPath() const noexcept { return view(path_); }
@@ -59,8 +59,8 @@ class Url {
   }
 
   std::string text_;
-  std::string host_;
   Piece scheme_;
+  Piece host_;
   Piece path_;
   Piece query_;
 };

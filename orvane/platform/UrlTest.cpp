@@ -13,7 +13,7 @@ TEST(Url, GivesItsPartsAsWritten) {
       {"HTTP://Store.Example:9000/a/../b%2fc?x=1&y#f", "HTTP", "Store.Example", "/a/../b%2fc",
        "x=1&y"},
       {"http://[::1]:80", "http", "[::1]", "", ""},
-      {"http://user@h%20x/p", "http", "h x", "/p", ""},
+      {"http://user@h%20x/p", "http", "h%20x", "/p", ""},
       {"/only/path?", "", "", "/only/path", ""},
       {"store:9000", "store", "", "9000", ""},
       {"", "", "", "", ""},

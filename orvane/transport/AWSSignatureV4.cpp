@@ -133,6 +133,7 @@ std::string AWSSignatureV4::canonicalQueryString(const Url& from) {
   std::string_view query = from.encodedQuery();
   if (query.empty()) return {};
   std::vector<std::pair<std::string, std::string>> items;
+  items.reserve(static_cast<std::size_t>(std::ranges::count(query, '&')) + 1);
   for (bool more = true; more;) {
     const auto end = query.find('&');
     const auto part = query.substr(0, end);
@@ -146,6 +147,7 @@ std::string AWSSignatureV4::canonicalQueryString(const Url& from) {
   }
 
   std::string canonical;
+  canonical.reserve(from.encodedQuery().size() + items.size());
   for (const auto& [name, value] : items) {
     if (!canonical.empty()) canonical.push_back('&');
     canonical.append(name).append("=").append(value);
@@ -159,7 +161,8 @@ AWSSignatureV4::CanonicalRequest AWSSignatureV4::buildCanonicalRequest(std::stri
                                                                        std::string_view bodyHash) {
   CanonicalRequest result;
   auto& text = result.text;
-  text.reserve(512);
+  text.reserve(512);  // Enough for what the engine itself sends.
+  result.signedHeaders.reserve(64);
   text.append(method).append("\n");
   text.append(canonicalUri(url.encodedPath())).append("\n");
   text.append(canonicalQueryString(url)).append("\n");

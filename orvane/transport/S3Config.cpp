@@ -74,7 +74,7 @@ bool S3Config::isValid() const noexcept {
 
 std::string S3Config::host() const {
   const auto parsed = Url::parse(endpoint);
-  return parsed && !parsed->host().empty() ? parsed->host() : endpoint;
+  return parsed && !parsed->host().empty() ? std::string(parsed->host()) : endpoint;
 }
 
 std::optional<Url> S3Config::url(std::string_view forKey) const {
