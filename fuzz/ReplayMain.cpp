@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
   for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
     std::ifstream file(entry.path(), std::ios::binary);
     const std::string content{std::istreambuf_iterator<char>(file), {}};
-    std::cout << entry.path().filename().string() << std::endl;
+    std::cout << entry.path().filename().string() << '\n' << std::flush;
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
     ++count;
   }

@@ -87,7 +87,8 @@ void Display::clearBars() {
 
 void Display::print(std::string_view word, std::string_view name, std::string_view detail) {
   clearBars();
-  std::cout << std::left << std::setw(10) << word << printable(name) << detail << std::endl;
+  std::cout << std::left << std::setw(10) << word << printable(name) << detail << '\n'
+            << std::flush;
 }
 
 }  // namespace backup

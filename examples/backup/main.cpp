@@ -89,7 +89,8 @@ int runCommand(const fs::path& path, const S3Config& config) {
   std::signal(SIGINT, handleStopSignal);
   std::signal(SIGTERM, handleStopSignal);
   std::cout << "Backing up " << printable(path.string()) << " to bucket " << config.bucket << " at "
-            << config.host() << std::endl;
+            << config.host() << '\n'
+            << std::flush;
 
   const auto begun = std::chrono::steady_clock::now();
   const Summary summary = BackupRun(config, stop).run(listFolder(path));

@@ -21,7 +21,7 @@ namespace {
 
 namespace asio = boost::asio;
 
-/// Carries one transfer's reports from the I/O thread to the session's queue. Only one report is
+/// Carries one transfer's reports to the session's queue. Only one report is
 /// ever under way, so completion comes last even where callbacks may run side by side; progress
 /// that a busy queue has not taken yet is replaced by the newer figure.
 class Reports : public std::enable_shared_from_this<Reports> {
@@ -99,7 +99,7 @@ Async<HttpResponse> sendOver(std::shared_ptr<ConnectionCache> connections, HttpR
         });
     if (slot.is_connected()) {
       slot.assign([weak = std::weak_ptr(transfer)](asio::cancellation_type /*type*/) {
-        if (auto running = weak.lock()) TransferLoop::shared().cancel(std::move(running));
+        if (auto running = weak.lock()) TransferLoop::shared().cancel(*running);
       });
     }
     TransferLoop::shared().start(std::move(transfer));

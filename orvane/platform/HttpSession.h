@@ -20,7 +20,8 @@ namespace orvane::platform {
 /// `Content-Length`. HTTP/1.1 over http and https; redirects are answers like any other;
 /// certificates are verified; proxies are those of the environment (`https_proxy`, `no_proxy`...).
 ///
-/// One I/O thread per process drives the transfers of all sessions; callbacks never run on it.
+/// One I/O thread per process drives the transfers of all sessions; callbacks never run on it. A
+/// request takes its first steps, without waiting for the network, on the thread that starts it.
 /// Each session reuses its own connections and has its own callback queue.
 ///
 /// Errors: the domain `Error::kUrlLoading` with a code of `UrlErrorCode`. Any status is a success

@@ -9,7 +9,7 @@ ConnectionCache::ConnectionCache() {
   TransferLoop::shared();  // Sets the client library up.
   handle_ = curl_share_init();
   if (handle_ == nullptr) throw std::bad_alloc();
-  // No lock functions: one thread alone ever touches it.
+  // No lock functions: the lock of the TransferLoop is held whenever it is used.
   curl_share_setopt(handle_, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
 }
 

@@ -6,8 +6,8 @@ namespace orvane::platform {
 
 /// Idle connections that the transfers of one session may reuse.
 ///
-/// Made on any thread, used on the I/O thread, and released there too: connections may still be
-/// open in it.
+/// Made on any thread; used and released under the lock of the `TransferLoop`, since connections
+/// may still be open in it. Never to be destroyed by who holds that lock.
 class ConnectionCache {
  public:
   ConnectionCache();

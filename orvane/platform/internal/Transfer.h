@@ -16,12 +16,14 @@
 
 namespace orvane::platform {
 
-/// One request on its way and the answer as far as it has come. Lives on the I/O thread.
+/// One request on its way and the answer as far as it has come. Everything but `report` is called
+/// under the lock of the `TransferLoop`.
 class Transfer {
  public:
   using Clock = std::chrono::steady_clock;
-  /// Both run on the I/O thread and must return quickly.
+  /// Runs without the lock, on whichever thread found the end; must return quickly.
   using Finished = std::move_only_function<void(Result<HttpResponse>)>;
+  /// Runs under the lock; must return quickly and not start transfers.
   using Sent = std::move_only_function<void(std::int64_t sent, std::int64_t total)>;
 
   Transfer(std::shared_ptr<ConnectionCache> connections, HttpRequest request, SharedBytes body,

@@ -1,10 +1,16 @@
 #include <orvane/platform/UrlError.h>
 #include <orvane/platform/internal/BlockedSignals.h>
 #include <orvane/platform/internal/TransferLoop.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
 #include <new>
-#include <optional>
+#include <system_error>
 #include <utility>
 
 namespace orvane::platform {
@@ -12,11 +18,30 @@ namespace {
 
 constexpr std::size_t kIdleHandles = 8;
 
+FileDescriptor opened(int number) {
+  if (number < 0) throw std::system_error(errno, std::generic_category(), "HTTP transfers");
+  return FileDescriptor(number);
+}
+
+/// Edge-triggered: each alarm or signal is told once and need not be read.
+void addTo(const FileDescriptor& epoll, const FileDescriptor& watched) {
+  epoll_event event{.events = EPOLLIN | EPOLLET, .data = {.fd = watched.get()}};
+  epoll_ctl(epoll.get(), EPOLL_CTL_ADD, watched.get(), &event);
+}
+
 CURLM* makeMulti() {
   curl_global_init(CURL_GLOBAL_DEFAULT);
   CURLM* multi = curl_multi_init();
   if (multi == nullptr) throw std::bad_alloc();
   return multi;
+}
+
+int readinessOf(std::uint32_t events) {
+  int readiness = 0;
+  if ((events & EPOLLIN) != 0) readiness |= CURL_CSELECT_IN;
+  if ((events & EPOLLOUT) != 0) readiness |= CURL_CSELECT_OUT;
+  if ((events & (EPOLLERR | EPOLLHUP)) != 0) readiness |= CURL_CSELECT_ERR;
+  return readiness;
 }
 
 }  // namespace
@@ -33,103 +58,152 @@ TransferLoop& TransferLoop::shared() {
   return instance;
 }
 
-TransferLoop::TransferLoop() : multi_(makeMulti()) {
+TransferLoop::TransferLoop()
+    : epoll_(opened(epoll_create1(EPOLL_CLOEXEC))),
+      timer_(opened(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK))),
+      stopEvent_(opened(eventfd(0, EFD_CLOEXEC))),
+      multi_(makeMulti()) {
+  curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &TransferLoop::onSocket);
+  curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+  curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &TransferLoop::onTimer);
+  curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+  addTo(epoll_, timer_);
+  addTo(epoll_, stopEvent_);
   const BlockedSignals blocked;
   thread_ = std::thread([this] { run(); });
 }
 
 void TransferLoop::start(std::shared_ptr<Transfer> transfer) {
-  enqueue([transfer = std::move(transfer)](TransferLoop& loop) mutable {
-    loop.begin(std::move(transfer));
-  });
+  act([&] { begin(std::move(transfer)); });
 }
 
-void TransferLoop::cancel(std::shared_ptr<Transfer> transfer) {
-  enqueue([transfer = std::move(transfer)](TransferLoop& loop) {
-    loop.remove(transfer.get());
-    transfer->report(std::unexpected(urlError(UrlErrorCode::cancelled)));
-  });
+void TransferLoop::cancel(const Transfer& transfer) {
+  act([&] { end(transfer, std::unexpected(urlError(UrlErrorCode::cancelled))); });
 }
 
 void TransferLoop::release(CURLSH* connections) {
-  enqueue([connections](TransferLoop&) { curl_share_cleanup(connections); });
+  act([&] {
+    if (!stopped_) curl_share_cleanup(connections);
+  });
 }
 
-void TransferLoop::enqueue(Command command) {
-  const std::lock_guard lock(mutex_);
-  if (stopped_) return;
-  commands_.push_back(std::move(command));
-  curl_multi_wakeup(multi_);
+template <class Action>
+void TransferLoop::act(Action&& action) {
+  std::vector<Ended> ended;
+  {
+    const std::lock_guard lock(mutex_);
+    action();
+    if (!stopped_) {
+      endCompleted();
+      armTimer();
+    }
+    ended.swap(ended_);
+  }
+  for (auto& [transfer, result] : ended) transfer->report(std::move(result));
 }
 
 void TransferLoop::stop() {
   {
     const std::lock_guard lock(mutex_);
     stopped_ = true;
-    curl_multi_wakeup(multi_);
   }
+  eventfd_write(stopEvent_.get(), 1);
   thread_.join();
 }
 
 void TransferLoop::run() {
+  std::array<epoll_event, 64> events{};
   for (;;) {
-    {
-      const std::lock_guard lock(mutex_);
-      if (stopped_) return;
-    }
-    runCommands();
-    int running = 0;
-    curl_multi_perform(multi_, &running);
-    finishCompleted();
-    endStalled();
-    curl_multi_poll(multi_, nullptr, 0, pollTimeout(), nullptr);
-  }
-}
-
-void TransferLoop::runCommands() {
-  std::vector<Command> commands;
-  {
+    const int count = epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), -1);
+    act([&] {
+      for (int i = 0; i < count && !stopped_; ++i) {
+        const auto& event = events.at(static_cast<std::size_t>(i));
+        if (event.data.fd == timer_.get()) {
+          timeHasCome();
+        } else {
+          socketReady(event.data.fd, readinessOf(event.events));
+        }
+      }
+    });
     const std::lock_guard lock(mutex_);
-    commands.swap(commands_);
+    if (stopped_) return;
   }
-  for (auto& command : commands) command(*this);
 }
 
 void TransferLoop::begin(std::shared_ptr<Transfer> transfer) {
-  if (auto refusal = transfer->refusal()) {
-    return transfer->report(std::unexpected(std::move(*refusal)));
-  }
-  CURL* easy = nullptr;
-  if (idleHandles_.empty()) {
-    easy = curl_easy_init();
-  } else {
-    easy = idleHandles_.back();
-    idleHandles_.pop_back();
-  }
-  if (easy == nullptr) {
-    return transfer->report(std::unexpected(urlError(UrlErrorCode::unknown, "out of memory")));
-  }
+  const auto refuse = [&](Error error) {
+    ended_.push_back({std::move(transfer), std::unexpected(std::move(error))});
+  };
+  if (stopped_) return refuse(urlError(UrlErrorCode::cancelled, "the process is exiting"));
+  if (auto refusal = transfer->refusal()) return refuse(std::move(*refusal));
+  CURL* easy = takeHandle();
+  if (easy == nullptr) return refuse(urlError(UrlErrorCode::unknown, "out of memory"));
   transfer->attach(easy);
-  nextStallCheck_ = std::min(nextStallCheck_, Transfer::Clock::now() + transfer->checkInterval());
-  curl_multi_add_handle(multi_, easy);
+  nextStallCheck_ = std::min(nextStallCheck_, Clock::now() + transfer->checkInterval());
   active_.push_back(std::move(transfer));
+  curl_multi_add_handle(multi_, easy);
+  // A new handle waits for a time-out of nothing; this is it.
+  socketReady(CURL_SOCKET_TIMEOUT, 0);
 }
 
-void TransferLoop::finishCompleted() {
+void TransferLoop::end(const Transfer& transfer, Result<HttpResponse> result) {
+  const auto found = std::ranges::find(active_, &transfer, &std::shared_ptr<Transfer>::get);
+  if (found == active_.end()) return;
+  giveHandleBack(transfer.easy());
+  ended_.push_back({std::move(*found), std::move(result)});
+  active_.erase(found);
+}
+
+CURL* TransferLoop::takeHandle() {
+  if (idleHandles_.empty()) return curl_easy_init();
+  CURL* easy = idleHandles_.back();
+  idleHandles_.pop_back();
+  return easy;
+}
+
+void TransferLoop::giveHandleBack(CURL* easy) {
+  curl_multi_remove_handle(multi_, easy);
+  if (idleHandles_.size() < kIdleHandles) {
+    curl_easy_reset(easy);
+    curl_easy_setopt(easy, CURLOPT_SHARE, nullptr);  // A reset leaves the share in place.
+    idleHandles_.push_back(easy);
+  } else {
+    curl_easy_cleanup(easy);
+  }
+}
+
+void TransferLoop::socketReady(int socket, int readiness) {
+  int running = 0;
+  curl_multi_socket_action(multi_, socket, readiness, &running);
+}
+
+void TransferLoop::timeHasCome() {
+  armed_ = Clock::time_point::max();
+  const auto now = Clock::now();
+  if (now >= libraryDeadline_) {
+    socketReady(CURL_SOCKET_TIMEOUT, 0);
+    // The library speaks up only when its next deadline has changed; if this alarm came a moment
+    // too early for it, it has not.
+    long milliseconds = -1;
+    curl_multi_timeout(multi_, &milliseconds);
+    onTimer(multi_, milliseconds, this);
+  }
+  if (now >= nextStallCheck_) endStalled(now);
+}
+
+void TransferLoop::endCompleted() {
   int left = 0;
   while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
     if (message->msg != CURLMSG_DONE) continue;
     Transfer* transfer = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
     auto result = transfer->result(message->data.result);
-    remove(transfer)->report(std::move(result));
+    end(*transfer, std::move(result));
   }
 }
 
-void TransferLoop::endStalled() {
-  const auto now = Transfer::Clock::now();
-  if (now < nextStallCheck_) return;
-  nextStallCheck_ = Transfer::Clock::time_point::max();
+void TransferLoop::endStalled(Clock::time_point now) {
+  nextStallCheck_ = Clock::time_point::max();
   std::vector<Transfer*> stalled;
   for (const auto& transfer : active_) {
     if (transfer->hasStalled(now)) {
@@ -139,33 +213,49 @@ void TransferLoop::endStalled() {
     }
   }
   for (const auto* transfer : stalled) {
-    remove(transfer)->report(std::unexpected(urlError(UrlErrorCode::timedOut)));
+    end(*transfer, std::unexpected(urlError(UrlErrorCode::timedOut)));
   }
 }
 
-std::shared_ptr<Transfer> TransferLoop::remove(const Transfer* transfer) {
-  const auto found = std::ranges::find(active_, transfer, &std::shared_ptr<Transfer>::get);
-  if (found == active_.end()) return nullptr;
-  auto removed = std::move(*found);
-  active_.erase(found);
-  CURL* easy = removed->easy();
-  curl_multi_remove_handle(multi_, easy);
-  if (idleHandles_.size() < kIdleHandles) {
-    curl_easy_reset(easy);
-    curl_easy_setopt(easy, CURLOPT_SHARE, nullptr);  // A reset leaves the share in place.
-    idleHandles_.push_back(easy);
-  } else {
-    curl_easy_cleanup(easy);
-  }
-  return removed;
+/// Wakes the I/O thread in time; an alarm that comes too early finds nothing to do, which is
+/// cheaper than setting it anew with every transfer.
+void TransferLoop::armTimer() {
+  const auto wanted = std::min(libraryDeadline_, nextStallCheck_);
+  if (wanted >= armed_) return;
+  armed_ = wanted;
+  // A value of nothing would disarm the timer.
+  const auto delay =
+      std::max<std::chrono::nanoseconds>(wanted - Clock::now(), std::chrono::nanoseconds(1));
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(delay);
+  itimerspec alarm{};
+  alarm.it_value = {.tv_sec = seconds.count(), .tv_nsec = (delay - seconds).count()};
+  timerfd_settime(timer_.get(), 0, &alarm, nullptr);
 }
 
-int TransferLoop::pollTimeout() const {
-  // Without transfers only a wake-up can bring work; the limit is as good as none.
-  if (active_.empty()) return 1'000'000'000;
-  const auto left =
-      std::chrono::ceil<std::chrono::milliseconds>(nextStallCheck_ - Transfer::Clock::now());
-  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+void TransferLoop::watch(curl_socket_t socket, int interest) const {
+  if (interest == CURL_POLL_REMOVE) {
+    epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, socket, nullptr);
+    return;
+  }
+  epoll_event event{.events = 0, .data = {.fd = socket}};
+  if ((interest & CURL_POLL_IN) != 0) event.events |= EPOLLIN;
+  if ((interest & CURL_POLL_OUT) != 0) event.events |= EPOLLOUT;
+  if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, socket, &event) != 0) {
+    epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, socket, &event);
+  }
+}
+
+int TransferLoop::onSocket(CURL* /*easy*/, curl_socket_t socket, int interest, void* self,
+                           void* /*unused*/) {
+  static_cast<TransferLoop*>(self)->watch(socket, interest);
+  return 0;
+}
+
+int TransferLoop::onTimer(CURLM* /*multi*/, long milliseconds, void* self) {
+  static_cast<TransferLoop*>(self)->libraryDeadline_ =
+      milliseconds < 0 ? Clock::time_point::max()
+                       : Clock::now() + std::chrono::milliseconds(milliseconds);
+  return 0;
 }
 
 }  // namespace orvane::platform

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <curl/curl.h>
+#include <orvane/platform/FileDescriptor.h>
 #include <orvane/platform/internal/Transfer.h>
 
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -11,9 +11,15 @@
 
 namespace orvane::platform {
 
-/// The process's one I/O thread: drives every transfer of every session.
+/// Drives every transfer of every session.
 ///
-/// Any thread may call the public operations; they return at once. When the process exits the
+/// One I/O thread waits for sockets and timers. A new transfer takes its first steps on the thread
+/// that starts it: what it sends is still in that processor's cache, and no other thread has to be
+/// woken for it. A lock makes sure that one thread at a time is inside the client library; nobody
+/// waits while holding it.
+///
+/// Any thread may call the public operations; they return at once. Reports are made without the
+/// lock, by whichever thread found the transfer to have ended. When the process exits the I/O
 /// thread stops, and transfers still under way end without a report.
 class TransferLoop {
  public:
@@ -22,37 +28,56 @@ class TransferLoop {
   void start(std::shared_ptr<Transfer> transfer);
 
   /// Ends the transfer with the code cancelled, unless it has ended already.
-  void cancel(std::shared_ptr<Transfer> transfer);
+  void cancel(const Transfer& transfer);
 
   /// Frees a connection cache that no transfer uses any more.
   void release(CURLSH* connections);
 
  private:
-  using Command = std::move_only_function<void(TransferLoop&)>;
+  using Clock = Transfer::Clock;
   struct StopAtExit;
+  /// A transfer that has ended, kept until it can be reported without the lock.
+  struct Ended {
+    std::shared_ptr<Transfer> transfer;
+    Result<HttpResponse> result;
+  };
 
   TransferLoop();
-  void enqueue(Command command);
   void stop();
-
-  // The rest runs on the I/O thread.
   void run();
-  void runCommands();
+
+  /// Takes the lock, lets `action()` use the client library, then reports what has ended.
+  template <class Action>
+  void act(Action&& action);
+
+  // The rest needs the lock.
   void begin(std::shared_ptr<Transfer> transfer);
-  void finishCompleted();
-  void endStalled();
-  /// Takes the transfer out of the loop; the handle goes back to the idle ones.
-  std::shared_ptr<Transfer> remove(const Transfer* transfer);
-  [[nodiscard]] int pollTimeout() const;
+  void end(const Transfer& transfer, Result<HttpResponse> result);
+  [[nodiscard]] CURL* takeHandle();
+  void giveHandleBack(CURL* easy);
+  void socketReady(int socket, int readiness);
+  void timeHasCome();
+  void endCompleted();
+  void endStalled(Clock::time_point now);
+  void armTimer();
+  void watch(curl_socket_t socket, int interest) const;
+  static int onSocket(CURL* easy, curl_socket_t socket, int interest, void* self, void* unused);
+  static int onTimer(CURLM* multi, long milliseconds, void* self);
+
+  const FileDescriptor epoll_;
+  const FileDescriptor timer_;
+  const FileDescriptor stopEvent_;
 
   std::mutex mutex_;
-  std::vector<Command> commands_;
   bool stopped_ = false;
-
   CURLM* multi_;
   std::vector<std::shared_ptr<Transfer>> active_;
+  std::vector<Ended> ended_;
   std::vector<CURL*> idleHandles_;
-  Transfer::Clock::time_point nextStallCheck_ = Transfer::Clock::time_point::max();
+  Clock::time_point libraryDeadline_ = Clock::time_point::max();
+  Clock::time_point nextStallCheck_ = Clock::time_point::max();
+  Clock::time_point armed_ = Clock::time_point::max();
+
   std::thread thread_;
 };
 

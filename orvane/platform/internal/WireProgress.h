@@ -9,7 +9,7 @@
 // slow line they move long after those figures have come to rest; nor do they count a head that
 // comes byte by byte.
 //
-// Everything here belongs to the I/O thread.
+// Everything here belongs to whoever holds the lock of the `TransferLoop`.
 namespace orvane::platform {
 
 /// Makes the connections that `easy` opens known to `bytesOnWire`.
