@@ -7,7 +7,8 @@
 namespace orvane {
 
 /// An operation that suspends its caller instead of blocking a thread. A host runs it on its own
-/// executor with `boost::asio::co_spawn` and any completion token.
+/// executor, which must outlive the operation, with `boost::asio::co_spawn` and any completion
+/// token.
 ///
 /// Apart from Error.h, so that only those who run such operations compile Asio.
 template <class T>

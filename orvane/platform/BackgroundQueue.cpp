@@ -1,4 +1,5 @@
 #include <orvane/platform/BackgroundQueue.h>
+#include <orvane/platform/internal/BlockedSignals.h>
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
@@ -11,8 +12,11 @@ namespace {
 boost::asio::thread_pool& pool() {
   // Never destroyed: work may still be running when the process exits, and must not find the pool
   // gone. At least four threads, so that callbacks of a host that block briefly leave room.
-  static auto& instance = *new boost::asio::thread_pool(
-      std::max(std::size_t{4}, std::size_t{std::thread::hardware_concurrency()}));
+  static auto& instance = *[] {
+    const BlockedSignals blocked;
+    return new boost::asio::thread_pool(
+        std::max(std::size_t{4}, std::size_t{std::thread::hardware_concurrency()}));
+  }();
   return instance;
 }
 
@@ -21,7 +25,5 @@ boost::asio::thread_pool& pool() {
 void BackgroundQueue::async(std::move_only_function<void()> work) {
   boost::asio::post(pool(), std::move(work));
 }
-
-boost::asio::any_io_executor BackgroundQueue::executor() { return pool().get_executor(); }
 
 }  // namespace orvane::platform

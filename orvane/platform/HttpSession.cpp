@@ -7,8 +7,9 @@
 #include <boost/asio/associated_cancellation_slot.hpp>
 #include <boost/asio/associated_executor.hpp>
 #include <boost/asio/async_result.hpp>
-#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/execution/outstanding_work.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/prefer.hpp>
 #include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <future>
@@ -89,14 +90,16 @@ Async<HttpResponse> sendOver(std::shared_ptr<ConnectionCache> connections, HttpR
     auto transfer = std::make_shared<Transfer>(
         std::move(connections), std::move(request), std::move(body), Transfer::Sent{},
         [handler = std::move(handler),
-         work = asio::make_work_guard(executor)](Result<HttpResponse> result) mutable {
-          // The guard stays here: until post returns, this thread touches the host's executor,
-          // which the host may destroy as soon as it has nothing left to do.
-          asio::post(work.get_executor(),
+         executor = asio::prefer(executor, asio::execution::outstanding_work.tracked)](
+            Result<HttpResponse> result) mutable {
+          // The tracked executor stays here until post has returned: the host may destroy its
+          // context as soon as that has nothing left to do.
+          asio::post(executor,
                      [handler = std::move(handler), result = std::move(result)]() mutable {
                        std::move(handler)(std::move(result));
                      });
         });
+    transfer->forgetAtExit();  // By then the host's executor may be gone.
     if (slot.is_connected()) {
       slot.assign([weak = std::weak_ptr(transfer)](asio::cancellation_type /*type*/) {
         if (auto running = weak.lock()) TransferLoop::shared().cancel(*running);

@@ -25,7 +25,9 @@ namespace orvane::platform {
 /// Each session reuses its own connections and has its own callback queue.
 ///
 /// Errors: the domain `Error::kUrlLoading` with a code of `UrlErrorCode`. Any status is a success
-/// here. A method or header field that holds CR, LF or NUL fails with badURL; nothing is sent.
+/// here. A method or header field that holds CR, LF or NUL fails with badURL, and so
+/// do `Transfer-Encoding` and credentials in the URL; nothing is sent. A request that finds its
+/// kept connection broken before any answer is sent once more on a fresh one.
 ///
 /// Any thread may use a session. Destroying it does not disturb transfers under way.
 class HttpSession {
@@ -34,7 +36,7 @@ class HttpSession {
   /// Bytes of the body sent so far, and bytes of the whole body.
   using Progress = std::move_only_function<void(std::int64_t sent, std::int64_t total)>;
 
-  /// At most `maxConcurrentCallbacks` of this session's callbacks run at the same time.
+  /// At most `maxConcurrentCallbacks` (1 or more) of this session's callbacks run at the same time.
   explicit HttpSession(std::size_t maxConcurrentCallbacks);
 
   /// The process-wide session; its callbacks run one at a time.
@@ -42,7 +44,8 @@ class HttpSession {
 
   /// Starts a transfer and returns at once. Callbacks run on the session's queue: `progress` (may
   /// be empty) after parts of the body have left, the latest figure only when the queue is busy;
-  /// then `completion`, exactly once. Neither may throw.
+  /// then `completion`, exactly once. Neither may throw, and neither may wait for another callback:
+  /// the threads they run on are shared by all sessions.
   void start(HttpRequest request, SharedBytes body, Progress progress, Completion completion);
 
   /// Sends the request and blocks until the answer is complete. Needs no thread but the I/O
@@ -50,7 +53,8 @@ class HttpSession {
   [[nodiscard]] Result<HttpResponse> sendAndWait(HttpRequest request, SharedBytes body = {});
 
   /// Sends the request and suspends the caller, who is resumed on its own executor. Cancelling the
-  /// coroutine ends the transfer with the code cancelled. The session may be destroyed meanwhile.
+  /// coroutine ends the transfer with the code cancelled. The session may be destroyed meanwhile;
+  /// the executor must outlive the operation.
   [[nodiscard]] Async<HttpResponse> send(HttpRequest request, SharedBytes body = {});
 
  private:

@@ -118,7 +118,7 @@ TEST(HttpSession, RefusesACertificateThatNobodyVouchesFor) {
     ASSERT_TRUE(line);
   } while (!line->starts_with(kAnnouncement));
   const auto url = "https://" + line->substr(kAnnouncement.size()) + "/";
-  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(url))), -1200);
+  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(url))), -1202);
 }
 
 TEST(HttpSession, TreatsEveryCompleteAnswerAsAnAnswer) {

@@ -1,6 +1,7 @@
 #include <orvane/platform/BackgroundQueue.h>
 #include <orvane/platform/OperationQueue.h>
 
+#include <algorithm>
 #include <deque>
 #include <mutex>
 
@@ -14,7 +15,7 @@ struct OperationQueue::State {
 
 OperationQueue::OperationQueue(std::size_t maxConcurrentOperations)
     : state_(std::make_shared<State>()) {
-  state_->idle = maxConcurrentOperations;
+  state_->idle = std::max(maxConcurrentOperations, std::size_t{1});
 }
 
 void OperationQueue::async(std::move_only_function<void()> work) {

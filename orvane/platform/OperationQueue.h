@@ -12,6 +12,7 @@ namespace orvane::platform {
 /// object is destroyed first.
 class OperationQueue {
  public:
+  /// A limit of 0 counts as 1.
   explicit OperationQueue(std::size_t maxConcurrentOperations);
 
   /// Queues `work` and returns at once.

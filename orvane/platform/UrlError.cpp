@@ -32,6 +32,8 @@ std::string_view describe(UrlErrorCode code) noexcept {
       return "The server's answer is longer than allowed";
     case UrlErrorCode::secureConnectionFailed:
       return "No secure connection could be made";
+    case UrlErrorCode::serverCertificateUntrusted:
+      return "The server's certificate is not trusted";
   }
   return "The request failed";
 }

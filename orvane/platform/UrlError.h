@@ -21,6 +21,7 @@ enum class UrlErrorCode : int {
   badServerResponse = -1011,
   dataLengthExceedsMaximum = -1103,
   secureConnectionFailed = -1200,
+  serverCertificateUntrusted = -1202,
 };
 
 /// One fixed sentence per code.

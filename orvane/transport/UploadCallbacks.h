@@ -7,10 +7,14 @@
 
 namespace orvane {
 
-/// Bytes sent so far and bytes in all. Must not throw.
+// Callbacks run on threads that all uploads share. They may block briefly, and may make the
+// engine's blocking calls, but must not wait for another callback: with every thread waiting, none
+// is left to run it. They must not throw.
+
+/// Bytes sent so far and bytes in all.
 using UploadProgress = std::function<void(std::int64_t bytesSent, std::int64_t totalBytes)>;
 
-/// The outcome of an upload. Must not throw.
+/// The outcome of an upload.
 using UploadCompletion = std::function<void(Result<void> result)>;
 
 }  // namespace orvane

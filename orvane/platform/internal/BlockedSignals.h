@@ -5,7 +5,7 @@
 namespace orvane::platform {
 
 /// While it lives, the calling thread takes no signals and threads it creates never will: signals
-/// belong to the host's own threads, and a broken TLS connection must not raise SIGPIPE.
+/// belong to the host's own threads.
 class BlockedSignals {
  public:
   BlockedSignals() noexcept {

@@ -30,17 +30,19 @@ UrlErrorCode codeOf(CURLcode code, long osError) {
     case CURLE_SSL_ENGINE_INITFAILED:
     case CURLE_SSL_CERTPROBLEM:
     case CURLE_SSL_CIPHER:
-    case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_USE_SSL_FAILED:
     case CURLE_SSL_CACERT_BADFILE:
     case CURLE_SSL_SHUTDOWN_FAILED:
     case CURLE_SSL_CRL_BADFILE:
-    case CURLE_SSL_ISSUER_ERROR:
-    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
-    case CURLE_SSL_INVALIDCERTSTATUS:
     case CURLE_SSL_CLIENTCERT:
       return UrlErrorCode::secureConnectionFailed;
+    // Trying again would not make the certificate better.
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+      return UrlErrorCode::serverCertificateUntrusted;
     case CURLE_URL_MALFORMAT:
+    case CURLE_LOGIN_DENIED:  // Credentials in the URL, which are never sent.
       return UrlErrorCode::badURL;
     // The request's scheme is checked before: here the answer spoke another protocol.
     case CURLE_UNSUPPORTED_PROTOCOL:

@@ -17,6 +17,8 @@ using namespace std::chrono_literals;
 /// Above this the client library sends the body apart from the head, in pieces of its buffer.
 constexpr std::size_t kSmallBody = std::size_t{64} * 1024;
 constexpr long kUploadBufferSize = 512L * 1024;
+/// More fields than any store sends; combining them takes time that grows with the square.
+constexpr std::size_t kMaximumHeaderLines = 1000;
 constexpr long kReceiveBufferSize = 64L * 1024;
 
 bool isToken(std::string_view text) {
@@ -43,7 +45,10 @@ Transfer::Transfer(std::shared_ptr<ConnectionCache> connections, HttpRequest req
 std::optional<Error> Transfer::refusal() const {
   if (!isToken(request_.method)) return urlError(UrlErrorCode::badURL, "method");
   for (const auto& [name, value] : request_.headers) {
-    if (!isToken(name) || breaksLine(value)) return urlError(UrlErrorCode::badURL, "header field");
+    // The body has a length; saying otherwise would let the two ends disagree where it stops.
+    const bool misframed = equalIgnoringCase(name, "Transfer-Encoding");
+    if (!isToken(name) || breaksLine(value) || misframed)
+      return urlError(UrlErrorCode::badURL, "header field");
   }
   const auto scheme = request_.url.scheme();
   if (scheme.empty() || request_.url.host().empty()) {
@@ -65,9 +70,14 @@ void Transfer::attach(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   curl_easy_setopt(easy, CURLOPT_URL, request_.url.text().c_str());
   curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
+  curl_easy_setopt(easy, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
+  // Ending a transfer must not wait for a name lookup, which nothing can interrupt.
+  curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.timeout.count()));
   curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, kReceiveBufferSize);
+  curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+  curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
   curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
@@ -162,6 +172,13 @@ std::uint64_t Transfer::bytesMoved() const {
   return static_cast<std::uint64_t>(bytesSent_ + bytesReceived_) + bytesOnWire(localPort_);
 }
 
+std::size_t Transfer::onHeader(char* /*data*/, std::size_t size, std::size_t count,
+                               void* self) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  transfer.answerTooLong_ = ++transfer.headerLines_ > kMaximumHeaderLines;
+  return transfer.answerTooLong_ ? 0 : size * count;
+}
+
 std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept
     try {
   auto& transfer = *static_cast<Transfer*>(self);
@@ -185,7 +202,9 @@ int Transfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_off_t receiv
                          curl_off_t /*toSend*/, curl_off_t sent) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   transfer.bytesReceived_ = received;
-  if (sent == std::exchange(transfer.bytesSent_, sent)) return 0;
+  // Less than before: the library has begun anew on a fresh connection.
+  if (sent <= transfer.bytesSent_) return 0;
+  transfer.bytesSent_ = sent;
   if (transfer.sent_) transfer.sent_(sent, static_cast<std::int64_t>(transfer.body_.size()));
   return 0;
 }

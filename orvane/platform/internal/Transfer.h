@@ -43,6 +43,10 @@ class Transfer {
   /// use the memory again. Only the first call has an effect.
   void report(Result<HttpResponse> result);
 
+  /// Leaves the transfer unreported when the process exits before it has ended.
+  void forgetAtExit() noexcept { reportsAtExit_ = false; }
+  [[nodiscard]] bool reportsAtExit() const noexcept { return reportsAtExit_; }
+
   /// How often `hasStalled` wants to be asked.
   [[nodiscard]] std::chrono::milliseconds checkInterval() const;
 
@@ -60,6 +64,7 @@ class Transfer {
   [[nodiscard]] HttpResponse takeResponse();
   [[nodiscard]] std::uint64_t bytesMoved() const;
 
+  static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* self) noexcept;
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept;
   static int onConnected(void* self, char* remoteAddress, char* localAddress, int remotePort,
                          int localPort) noexcept;
@@ -76,6 +81,8 @@ class Transfer {
   std::unique_ptr<curl_slist, ListDeleter> headers_;
   std::string answer_;
   bool answerTooLong_ = false;
+  bool reportsAtExit_ = true;
+  std::size_t headerLines_ = 0;
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 

@@ -78,7 +78,9 @@ void TransferLoop::start(std::shared_ptr<Transfer> transfer) {
 }
 
 void TransferLoop::cancel(const Transfer& transfer) {
-  act([&] { end(transfer, std::unexpected(urlError(UrlErrorCode::cancelled))); });
+  act([&] {
+    if (!stopped_) end(transfer, std::unexpected(urlError(UrlErrorCode::cancelled)));
+  });
 }
 
 void TransferLoop::release(CURLSH* connections) {
@@ -109,6 +111,14 @@ void TransferLoop::stop() {
   }
   eventfd_write(stopEvent_.get(), 1);
   thread_.join();
+  // Somebody may wait for these, and the exit for that somebody. The client library is left alone:
+  // what it stands on may be torn down already.
+  act([&] {
+    for (const auto& transfer : active_) {
+      if (!transfer->reportsAtExit()) continue;
+      ended_.push_back({transfer, std::unexpected(urlError(UrlErrorCode::cancelled))});
+    }
+  });
 }
 
 void TransferLoop::run() {
@@ -139,9 +149,12 @@ void TransferLoop::begin(std::shared_ptr<Transfer> transfer) {
   CURL* easy = takeHandle();
   if (easy == nullptr) return refuse(urlError(UrlErrorCode::unknown, "out of memory"));
   transfer->attach(easy);
+  if (curl_multi_add_handle(multi_, easy) != CURLM_OK) {
+    curl_easy_cleanup(easy);
+    return refuse(urlError(UrlErrorCode::unknown, "no room for the transfer"));
+  }
   nextStallCheck_ = std::min(nextStallCheck_, Clock::now() + transfer->checkInterval());
   active_.push_back(std::move(transfer));
-  curl_multi_add_handle(multi_, easy);
   // A new handle waits for a time-out of nothing; this is it.
   socketReady(CURL_SOCKET_TIMEOUT, 0);
 }

@@ -20,7 +20,8 @@ namespace orvane::platform {
 ///
 /// Any thread may call the public operations; they return at once. Reports are made without the
 /// lock, by whichever thread found the transfer to have ended. When the process exits the I/O
-/// thread stops, and transfers still under way end without a report.
+/// thread stops, and transfers still under way end with the code cancelled, but for those that
+/// `forgetAtExit`.
 class TransferLoop {
  public:
   static TransferLoop& shared();

@@ -25,7 +25,7 @@ Result<std::string> etagOfPart(Result<HttpResponse> answer) {
 MultipartUpload::MultipartUpload(std::shared_ptr<UploaderState> uploader, MultipartUploadJob job)
     : uploader_(std::move(uploader)),
       job_(std::move(job)),
-      partCount_((job_.fileSize + kPartSize - 1) / kPartSize) {}
+      partCount_(job_.fileSize / kPartSize + (job_.fileSize % kPartSize != 0 ? 1 : 0)) {}
 
 void MultipartUpload::start() {
   auto file = platform::FileReader::open(job_.file);
