@@ -90,7 +90,7 @@ Async<HttpResponse> sendOver(std::shared_ptr<ConnectionCache> connections, HttpR
     auto transfer = std::make_shared<Transfer>(
         std::move(connections), std::move(request), std::move(body), Transfer::Sent{},
         [handler = std::move(handler),
-         executor = asio::prefer(executor, asio::execution::outstanding_work.tracked)](
+         executor = asio::prefer(executor, asio::execution::outstanding_work_t::tracked)](
             Result<HttpResponse> result) mutable {
           // The tracked executor stays here until post has returned: the host may destroy its
           // context as soon as that has nothing left to do.

@@ -1,70 +1,58 @@
 #include <orvane/platform/Ascii.h>
 #include <orvane/platform/PercentEncoding.h>
+#include <orvane/platform/internal/JsonReader.h>
+#include <orvane/platform/internal/JsonWriter.h>
 #include <orvane/transport/S3Config.h>
-#include <rapidjson/encodings.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-#include <simdjson.h>
 
-#include <array>
-#include <initializer_list>
 #include <utility>
 
 namespace orvane {
 namespace {
 
-using RequiredMember = std::pair<std::string_view, std::string S3Config::*>;
-constexpr std::array<RequiredMember, 6> kRequired{{{"bucket", &S3Config::bucket},
-                                                   {"region", &S3Config::region},
-                                                   {"accessKey", &S3Config::accessKey},
-                                                   {"secretKey", &S3Config::secretKey},
-                                                   {"prefix", &S3Config::prefix},
-                                                   {"endpoint", &S3Config::endpoint}}};
-constexpr std::string_view kTenantName = "tenantName";
+namespace ondemand = simdjson::ondemand;
 
-/// Reads a text member; false when it is missing or of another type. Of repeated members the last
-/// one counts.
-bool readText(const simdjson::dom::object& object, std::string_view name, std::string& text) {
-  bool valid = false;
-  for (const auto& [key, value] : object) {
-    if (key != name) continue;
-    std::string_view content;
-    valid = value.get(content) == simdjson::SUCCESS;
-    text = content;
-  }
-  return valid;
+template <std::string S3Config::* field>
+bool readText(ondemand::value& value, S3Config& config) {
+  return internal::read(value, config.*field);
 }
+
+bool readTenantName(ondemand::value& value, S3Config& config) {
+  config.tenantName.reset();
+  return internal::readNull(value) || internal::read(value, config.tenantName.emplace());
+}
+
+constexpr internal::Members<S3Config, 7> kMembers{
+    {{"bucket", true, readText<&S3Config::bucket>},
+     {"region", true, readText<&S3Config::region>},
+     {"accessKey", true, readText<&S3Config::accessKey>},
+     {"secretKey", true, readText<&S3Config::secretKey>},
+     {"prefix", true, readText<&S3Config::prefix>},
+     {"endpoint", true, readText<&S3Config::endpoint>},
+     {"tenantName", false, readTenantName}}};
 
 }  // namespace
 
 std::optional<S3Config> S3Config::fromJson(std::string_view text) {
-  simdjson::dom::parser parser;
-  simdjson::dom::object object;
-  if (parser.parse(text.data(), text.size()).get(object) != simdjson::SUCCESS) return std::nullopt;
   S3Config config;
-  for (const auto& [name, member] : kRequired) {
-    if (!readText(object, name, config.*member)) return std::nullopt;
-  }
-  simdjson::dom::element tenant;
-  if (object.at_key(kTenantName).get(tenant) == simdjson::SUCCESS && !tenant.is_null()) {
-    if (!readText(object, kTenantName, config.tenantName.emplace())) return std::nullopt;
-  }
+  const bool valid = internal::readDocument(
+      simdjson::padded_string(text),
+      [&](ondemand::object& object) { return internal::readMembers(object, kMembers, config); });
+  if (!valid) return std::nullopt;
   return config;
 }
 
 std::string S3Config::toJson() const {
-  rapidjson::StringBuffer output;
-  rapidjson::Writer<rapidjson::StringBuffer, rapidjson::UTF8<>, rapidjson::UTF8<>,
-                    rapidjson::CrtAllocator, rapidjson::kWriteValidateEncodingFlag>
-      writer(output);
-  const auto write = [&](std::string_view text) {
-    return writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-  };
-  bool valid = writer.StartObject();
-  for (const auto& [name, member] : kRequired) valid = valid && write(name) && write(this->*member);
-  if (tenantName) valid = valid && write(kTenantName) && write(*tenantName);
-  valid = valid && writer.EndObject();
-  return valid ? std::string(output.GetString(), output.GetSize()) : std::string();
+  internal::JsonWriter writer;
+  writer.beginObject();
+  writer.member("bucket", bucket);
+  writer.member("region", region);
+  writer.member("accessKey", accessKey);
+  writer.member("secretKey", secretKey);
+  writer.member("prefix", prefix);
+  writer.member("endpoint", endpoint);
+  if (tenantName) writer.member("tenantName", *tenantName);
+  writer.endObject();
+  return writer.ok() ? std::string(writer.text()) : std::string();
 }
 
 bool S3Config::isValid() const noexcept {

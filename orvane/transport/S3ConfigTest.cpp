@@ -39,6 +39,8 @@ TEST(S3Config, FromJsonTakesWholeConfigurationsOnly) {
       {"{" + members + R"(,"prefix":""})", true},
       {"\n{" + members + R"(,"prefix":"","tenantName":null,"more":[1,{"x":2}]} )", true},
       {"{" + members + R"(,"prefix":"","bucket":"last one counts"})", true},
+      {"{" + members + R"(,"prefix":"","tenantName":"x","tenantName":null})", true},
+      {"{" + members + R"(,"prefix":"","more":[123456789012345678901234567890,1e400]})", true},
       {"{" + members + "}", false},
       {"{" + members + R"(,"prefix":null})", false},
       {"{" + members + R"(,"prefix":"","bucket":7})", false},

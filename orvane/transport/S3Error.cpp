@@ -4,7 +4,8 @@
 
 namespace orvane {
 
-const S3Error S3Error::noData = S3Error::fileReadError();
+// Needs no code at load time, so that other static objects may use it.
+constinit const S3Error S3Error::noData(Case::fileReadError);
 
 S3Error S3Error::httpError(std::int64_t statusCode, std::string_view /*body*/) {
   return httpError(statusCode);

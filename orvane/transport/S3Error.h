@@ -38,12 +38,12 @@ class S3Error {
   [[nodiscard]] static S3Error serverError(std::string message) {
     return {Case::serverError, 0, std::move(message)};
   }
-  [[nodiscard]] static S3Error invalidURL() { return {Case::invalidURL, 0, {}}; }
-  [[nodiscard]] static S3Error fileReadError() { return {Case::fileReadError, 0, {}}; }
+  [[nodiscard]] static S3Error invalidURL() { return S3Error(Case::invalidURL); }
+  [[nodiscard]] static S3Error fileReadError() { return S3Error(Case::fileReadError); }
   [[nodiscard]] static S3Error sessionNotConfigured() {
-    return {Case::sessionNotConfigured, 0, {}};
+    return S3Error(Case::sessionNotConfigured);
   }
-  [[nodiscard]] static S3Error exportFailed() { return {Case::exportFailed, 0, {}}; }
+  [[nodiscard]] static S3Error exportFailed() { return S3Error(Case::exportFailed); }
 
   /// Another name for `serverError`.
   [[nodiscard]] static S3Error parseError(std::string message) {
@@ -64,11 +64,12 @@ class S3Error {
   friend bool operator==(const S3Error&, const S3Error&) = default;
 
  private:
+  constexpr explicit S3Error(Case kind) noexcept : kind_(kind) {}
   S3Error(Case kind, std::int64_t statusCode, std::string message)
       : kind_(kind), statusCode_(statusCode), message_(std::move(message)) {}
 
   Case kind_;
-  std::int64_t statusCode_;
+  std::int64_t statusCode_ = 0;
   std::string message_;
 };
 

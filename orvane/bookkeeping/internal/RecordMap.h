@@ -1,7 +1,7 @@
 #pragma once
 
-#include <orvane/bookkeeping/internal/JsonReader.h>
-#include <orvane/bookkeeping/internal/JsonWriter.h>
+#include <orvane/platform/internal/JsonReader.h>
+#include <orvane/platform/internal/JsonWriter.h>
 
 #include <algorithm>
 #include <boost/unordered/unordered_flat_map.hpp>

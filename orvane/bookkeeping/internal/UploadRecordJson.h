@@ -1,8 +1,8 @@
 #pragma once
 
 #include <orvane/bookkeeping/UploadRecord.h>
-#include <orvane/bookkeeping/internal/JsonReader.h>
-#include <orvane/bookkeeping/internal/JsonWriter.h>
+#include <orvane/platform/internal/JsonReader.h>
+#include <orvane/platform/internal/JsonWriter.h>
 
 namespace orvane::internal {
 

@@ -1,6 +1,6 @@
-#include <orvane/bookkeeping/internal/JsonNumber.h>
-#include <orvane/bookkeeping/internal/JsonWriter.h>
 #include <orvane/platform/Utf8.h>
+#include <orvane/platform/internal/JsonNumber.h>
+#include <orvane/platform/internal/JsonWriter.h>
 
 #include <cmath>
 

@@ -1,6 +1,6 @@
-#include <orvane/bookkeeping/internal/JsonNumber.h>
-#include <orvane/bookkeeping/internal/JsonReader.h>
 #include <orvane/platform/Utf8.h>
+#include <orvane/platform/internal/JsonNumber.h>
+#include <orvane/platform/internal/JsonReader.h>
 
 namespace orvane::internal {
 namespace {

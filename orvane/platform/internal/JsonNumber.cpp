@@ -1,4 +1,4 @@
-#include <orvane/bookkeeping/internal/JsonNumber.h>
+#include <orvane/platform/internal/JsonNumber.h>
 
 #include <charconv>
 #include <cmath>
