@@ -4,9 +4,6 @@
 
 namespace orvane {
 
-// Needs no code at load time, so that other static objects may use it.
-constinit const S3Error S3Error::noData(Case::fileReadError);
-
 S3Error S3Error::httpError(std::int64_t statusCode, std::string_view /*body*/) {
   return httpError(statusCode);
 }

@@ -50,7 +50,7 @@ class S3Error {
     return serverError(std::move(message));
   }
   /// Equal to `fileReadError()`.
-  static const S3Error noData;
+  [[nodiscard]] static S3Error noData() { return fileReadError(); }
 
   [[nodiscard]] Case kind() const noexcept { return kind_; }
   /// The status of an `httpError`; nothing for every other case.
@@ -64,7 +64,7 @@ class S3Error {
   friend bool operator==(const S3Error&, const S3Error&) = default;
 
  private:
-  constexpr explicit S3Error(Case kind) noexcept : kind_(kind) {}
+  explicit S3Error(Case kind) noexcept : kind_(kind) {}
   S3Error(Case kind, std::int64_t statusCode, std::string message)
       : kind_(kind), statusCode_(statusCode), message_(std::move(message)) {}
 

@@ -31,9 +31,9 @@ TEST(S3Error, EqualityLooksAtCaseAndPayload) {
   EXPECT_NE(S3Error::httpError(500), S3Error::httpError(501));
   EXPECT_EQ(S3Error::parseError("x"), S3Error::serverError("x"));
   EXPECT_NE(S3Error::serverError("Invalid S3 URL"), S3Error::invalidURL());
-  EXPECT_EQ(S3Error::noData, S3Error::fileReadError());
+  EXPECT_EQ(S3Error::noData(), S3Error::fileReadError());
   EXPECT_EQ(S3Error::httpError(429).statusCode(), 429);
-  EXPECT_EQ(S3Error::noData.statusCode(), std::nullopt);
+  EXPECT_EQ(S3Error::noData().statusCode(), std::nullopt);
 }
 
 }  // namespace
