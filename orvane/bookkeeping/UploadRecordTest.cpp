@@ -162,6 +162,21 @@ TEST(UploadRecordTest, AbsentAndNullMembersTakeDefaults) {
   }
 }
 
+TEST(UploadRecordTest, ReadsDatesWithMoreDigitsThanADoubleHolds) {
+  const std::pair<std::string, double> cases[] = {
+      {"0.12345678901234567890123", 0.12345678901234567890123},
+      {"0.99999999999999999999", 1.0},
+      {"-0.50000000000000000000001", -0.5},
+      {"752000000.500000000000000000000001", 752000000.5},
+      {"1.00000000000000000000e-400", 0.0},
+  };
+  for (const auto& [text, seconds] : cases) {
+    const auto record = UploadRecord::decodeJson(withRequired(",\"creationDate\":" + text));
+    ASSERT_TRUE(record) << text;
+    EXPECT_EQ(record->creationDate, Date{seconds}) << text;
+  }
+}
+
 TEST(UploadRecordTest, ReadsMembersInAnyOrderAndForm) {
   const auto record = UploadRecord::decodeJson(
       " {\t\"tagsVersion\" : 3.0 ,\r\n \"tags\":[ \"a\\u00e8\\ud83c\\udf0a\" , \"\\/\\b\" ],"

@@ -18,11 +18,12 @@ constexpr std::size_t kBufferSize = 1 << 20;
 /// renamed or removed the file, so the name must still lead to what was locked.
 Result<FileDescriptor> openLocked(const std::filesystem::path& temporary) {
   for (;;) {
-    FileDescriptor file(
-        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    FileDescriptor file(::open(temporary.c_str(),
+                               O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
+                               S_IRUSR | S_IWUSR));
     if (!file) return std::unexpected(lastPosixError("create"));
-    while (::flock(file.get(), LOCK_EX) != 0) {
-      if (errno != EINTR) return std::unexpected(lastPosixError("lock"));
+    // A file system without locks is no reason not to write: one writer is the rule.
+    while (::flock(file.get(), LOCK_EX) != 0 && errno == EINTR) {
     }
     struct stat locked{};
     struct stat named{};
@@ -56,9 +57,9 @@ Result<AtomicFile> AtomicFile::create(const std::filesystem::path& target) {
   auto file = openLocked(temporary);
   if (!file) return std::unexpected(file.error());
   // A killed writer may have left content, or the file may have been made by hand.
-  if (::ftruncate(file->get(), 0) != 0 || ::fchmod(file->get(), S_IRUSR | S_IWUSR) != 0) {
-    return std::unexpected(lastPosixError("prepare"));
-  }
+  if (::ftruncate(file->get(), 0) != 0) return std::unexpected(lastPosixError("empty"));
+  // Some file systems keep no modes; the file was created with this one where they do.
+  static_cast<void>(::fchmod(file->get(), S_IRUSR | S_IWUSR));
   return AtomicFile(target, std::move(temporary), std::move(*file));
 }
 

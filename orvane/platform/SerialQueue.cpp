@@ -17,7 +17,8 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
   bool draining = false;   ///< Some thread is running work.
 
   /// Runs work until none is pending or `done` is set. Needs the lock, released while work runs.
-  void drain(Lock& lock, const bool& done) {
+  /// Work that throws ends the process: going on with half a change would be worse.
+  void drain(Lock& lock, const bool& done) noexcept {
     draining = true;
     while (!pending.empty() && !done) {
       auto work = std::move(pending.front());

@@ -15,7 +15,8 @@ namespace orvane::platform {
 /// thread is at work: the caller first does what was queued before, so it never waits for a
 /// thread of the pool, and a pool whose threads all call `sync` cannot lock up.
 ///
-/// Any thread may submit. Work must not throw, and must not call `sync` on its own queue.
+/// Any thread may submit. Work that throws ends the process; it must not call `sync` on its own
+/// queue.
 ///
 ///     SerialQueue queue("org.example.store");
 ///     queue.async([&] { value = 1; });

@@ -5,6 +5,7 @@
 #include <orvane/platform/Bytes.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/SerialQueue.h>
+#include <unistd.h>
 
 #include <string>
 #include <type_traits>
@@ -23,7 +24,7 @@ class RecordStore {
   using Records = RecordMap<Record, Json>;
 
   RecordStore(const std::string& queueLabelSuffix, std::string fileName)
-      : queue_(HostApplication::identifier() + queueLabelSuffix), file_(std::move(fileName)) {
+      : file_(std::move(fileName)), queue_(HostApplication::identifier() + queueLabelSuffix) {
     load();
   }
 
@@ -81,8 +82,8 @@ class RecordStore {
   }
 
   Records records_;
-  platform::SerialQueue queue_;
   JsonFile file_;
+  platform::SerialQueue queue_;  ///< Last: ending it runs what is queued, with the others.
 };
 
 /// Lets a normal exit of the process wait for the changes queued in a store that is never
@@ -90,13 +91,17 @@ class RecordStore {
 template <class Store>
 class DrainAtExit {
  public:
-  explicit DrainAtExit(Store& store) : store_(store) {}
+  explicit DrainAtExit(Store& store) : store_(store), process_(getpid()) {}
   DrainAtExit(const DrainAtExit&) = delete;
   DrainAtExit& operator=(const DrainAtExit&) = delete;
-  ~DrainAtExit() { store_.drain(); }
+  /// A forked child has the queue, but neither its threads nor the right to write.
+  ~DrainAtExit() {
+    if (getpid() == process_) store_.drain();
+  }
 
  private:
   Store& store_;
+  pid_t process_;
 };
 
 }  // namespace orvane::internal

@@ -2,6 +2,10 @@
 #include <orvane/platform/internal/JsonNumber.h>
 #include <orvane/platform/internal/JsonReader.h>
 
+#include <charconv>
+#include <cstddef>
+#include <system_error>
+
 namespace orvane::internal {
 namespace {
 
@@ -88,7 +92,17 @@ bool read(ondemand::value& value, std::int64_t& result) {
   return number.has_value();
 }
 
-bool read(ondemand::value& value, double& result) { return !value.get_double().get(result); }
+bool read(ondemand::value& value, double& result) {
+  // Of fractions with more digits than a double holds, simdjson 3.0 misreads some.
+  constexpr std::size_t kReliableLength = 18;
+  const auto token = tokenOf(value);
+  if (token.size() > kReliableLength) {
+    if (!isJsonNumber(token)) return false;
+    const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), result);
+    if (error == std::errc{}) return true;
+  }
+  return !value.get_double().get(result);
+}
 
 bool read(ondemand::value& value, bool& result) { return !value.get_bool().get(result); }
 
