@@ -129,6 +129,12 @@ void Transfer::addHeader(const std::string& line) {
   headers_.reset(longer);
 }
 
+bool Transfer::foundClosedConnection(CURLcode code) const {
+  long connectionsMade = 0;
+  curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &connectionsMade);
+  return code == CURLE_SEND_ERROR && connectionsMade == 0 && headerLines_ == 0;
+}
+
 Result<HttpResponse> Transfer::result(CURLcode code) {
   if (answerTooLong_) return std::unexpected(urlError(UrlErrorCode::dataLengthExceedsMaximum));
   if (code == CURLE_OK) return takeResponse();

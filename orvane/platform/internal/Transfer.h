@@ -36,6 +36,10 @@ class Transfer {
   void attach(CURL* easy);
   [[nodiscard]] CURL* easy() const noexcept { return easy_; }
 
+  /// Whether a transfer that ended with `code` found its kept connection closed: the library begins
+  /// such a request anew by itself, but not when the close came while it was sending.
+  [[nodiscard]] bool foundClosedConnection(CURLcode code) const;
+
   /// The outcome, once the client library says that the transfer has ended with `code`.
   [[nodiscard]] Result<HttpResponse> result(CURLcode code);
 

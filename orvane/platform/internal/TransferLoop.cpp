@@ -210,8 +210,14 @@ void TransferLoop::endCompleted() {
     if (message->msg != CURLMSG_DONE) continue;
     Transfer* transfer = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
-    auto result = transfer->result(message->data.result);
-    end(*transfer, std::move(result));
+    const CURLcode code = message->data.result;
+    if (transfer->foundClosedConnection(code)) {
+      CURL* easy = transfer->easy();
+      curl_multi_remove_handle(multi_, easy);
+      curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
+      if (curl_multi_add_handle(multi_, easy) == CURLM_OK) continue;
+    }
+    end(*transfer, transfer->result(code));
   }
 }
 
