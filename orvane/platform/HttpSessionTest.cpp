@@ -82,6 +82,11 @@ TEST(HttpSession, RefusesInjectedLinesBeforeSending) {
     EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(name)), -1000);
     EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url(), evil))), -1000);
   }
+  auto reframed = requestTo(server.url(), "PUT");
+  reframed.headers.set("transfer-encoding", "chunked");
+  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(reframed, bodyOf(5))), -1000);
+  const auto withUser = "http://me:secret@" + server.url().substr(7);
+  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(withUser))), -1000);
   EXPECT_EQ(server.connectionCount(), 0U);
 }
 
@@ -192,6 +197,8 @@ TEST(HttpSession, LimitsTheSizeOfAnAnswer) {
   EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(request)), 0);
   request.maximumAnswerSize = 99'999;
   EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(request)), -1103);
+  server.queue(answer(200, "", testing::HeaderList(2000, {"X", "y"})));
+  EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url()))), -1103);
 }
 
 TEST(HttpSession, TimesOutOnlyWithoutProgress) {
