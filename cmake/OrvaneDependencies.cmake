@@ -4,6 +4,9 @@ find_package(Boost 1.81 REQUIRED COMPONENTS url)
 find_package(CURL 7.87 REQUIRED)
 find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
 find_package(simdjson REQUIRED)
+find_package(SQLite3 3.35 REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(VIPS REQUIRED IMPORTED_TARGET vips>=8.13)
 find_path(RAPIDJSON_INCLUDE_DIR rapidjson/writer.h REQUIRED)
 
 add_library(orvane_rapidjson INTERFACE)
@@ -11,6 +14,29 @@ target_include_directories(orvane_rapidjson SYSTEM INTERFACE ${RAPIDJSON_INCLUDE
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   # Texts are then copied by 16 bytes up to the next character that needs an escape.
   target_compile_definitions(orvane_rapidjson INTERFACE RAPIDJSON_SSE2)
+endif()
+
+# Each serves one back end that a host may choose; without it that back end answers with an error.
+pkg_check_modules(LIBSECRET IMPORTED_TARGET libsecret-1)
+option(ORVANE_WITH_SECRET_SERVICE "Keep secrets in the desktop's Secret Service (libsecret)"
+  ${LIBSECRET_FOUND})
+find_path(OPENCV_INCLUDE_DIR opencv2/dnn.hpp PATH_SUFFIXES opencv4)
+find_library(OPENCV_DNN_LIBRARY opencv_dnn)
+find_library(OPENCV_IMGPROC_LIBRARY opencv_imgproc)
+find_library(OPENCV_CORE_LIBRARY opencv_core)
+if(OPENCV_INCLUDE_DIR AND OPENCV_DNN_LIBRARY AND OPENCV_IMGPROC_LIBRARY AND OPENCV_CORE_LIBRARY)
+  set(OPENCV_FOUND ON)
+else()
+  set(OPENCV_FOUND OFF)
+endif()
+option(ORVANE_WITH_ONNX "Classify images by ONNX models (OpenCV's DNN module)" ${OPENCV_FOUND})
+message(STATUS "Secret Service: ${ORVANE_WITH_SECRET_SERVICE}, ONNX models: ${ORVANE_WITH_ONNX}")
+
+if(ORVANE_WITH_ONNX)
+  add_library(orvane_opencv INTERFACE)
+  target_include_directories(orvane_opencv SYSTEM INTERFACE ${OPENCV_INCLUDE_DIR})
+  target_link_libraries(orvane_opencv INTERFACE
+    ${OPENCV_DNN_LIBRARY} ${OPENCV_IMGPROC_LIBRARY} ${OPENCV_CORE_LIBRARY})
 endif()
 
 if(ORVANE_BUILD_TESTS)

@@ -3,10 +3,14 @@
 #include <orvane/Error.h>
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 
 namespace orvane {
+
+class ImageClassifier;
+class SecureStore;
 
 /// What a host may say about itself before it uses the engine.
 struct HostOptions {
@@ -18,6 +22,13 @@ struct HostOptions {
   /// `$HOME/.local/share/identifier`; where neither variable holds an absolute path there is no
   /// folder, and the stores keep everything in memory only.
   std::optional<std::filesystem::path> dataDirectory = {};
+
+  /// Where the device's identity is kept. Left out: a `FileSecureStore` in the data folder.
+  /// Changing it between two starts of the application gives the device a second identity.
+  std::shared_ptr<SecureStore> secureStore = {};
+
+  /// What looks at images. Left out: the built-in `SceneClassifier`.
+  std::shared_ptr<const ImageClassifier> imageClassifier = {};
 };
 
 /// The application that links the engine: who it is, and where it keeps its files.

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <orvane/platform/Bytes.h>
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace orvane {
+
+/// The user's preferences: small values under keys, kept across restarts of the process.
+///
+/// Every write is on the disk when it returns; every read sees what any thread or process has
+/// written before. Any thread and any process of the host may use them. Nothing reports a failure:
+/// what cannot be read is unset, and what cannot be written is forgotten.
+class Preferences {
+ public:
+  /// The one set of preferences of the process: the file "preferences.sqlite" in the
+  /// application-support folder. Without that folder nothing is kept.
+  [[nodiscard]] static Preferences& shared();
+
+  Preferences(const Preferences&) = delete;
+  Preferences& operator=(const Preferences&) = delete;
+
+  /// The value under `key`; nothing when it is unset or of another kind. Blocks.
+  [[nodiscard]] std::optional<bool> boolean(std::string_view key);
+  [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key);
+  [[nodiscard]] std::optional<Bytes> bytes(std::string_view key);
+
+  /// Stores a value in place of an earlier one of any kind. Blocks until it is on the disk.
+  void set(std::string_view key, bool value);
+  void set(std::string_view key, std::int64_t value);
+  void set(std::string_view key, ByteView value);
+
+  /// Unsets `key`. Blocks.
+  void remove(std::string_view key);
+
+ private:
+  Preferences() = default;
+};
+
+}  // namespace orvane
