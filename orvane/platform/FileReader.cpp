@@ -11,6 +11,25 @@
 #include <new>
 
 namespace orvane::platform {
+namespace {
+
+/// Reads until the buffer is full or nothing is left; `readFrom` gets how much is there already.
+template <class ReadFrom>
+Result<std::size_t> fill(std::span<std::byte> buffer, ReadFrom readFrom) {
+  std::size_t total = 0;
+  while (total < buffer.size()) {
+    const ssize_t count = readFrom(total);
+    if (count == 0) break;
+    if (count > 0) {
+      total += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      return std::unexpected(lastPosixError("read"));
+    }
+  }
+  return total;
+}
+
+}  // namespace
 
 Result<FileReader> FileReader::open(const std::filesystem::path& path) {
   // O_NONBLOCK: opening a pipe that nobody writes to must not wait.
@@ -23,17 +42,16 @@ Result<FileReader> FileReader::open(const std::filesystem::path& path) {
 }
 
 Result<std::size_t> FileReader::read(std::span<std::byte> buffer) {
-  std::size_t total = 0;
-  while (total < buffer.size()) {
-    const ssize_t count = ::read(file_.get(), buffer.data() + total, buffer.size() - total);
-    if (count == 0) break;
-    if (count > 0) {
-      total += static_cast<std::size_t>(count);
-    } else if (errno != EINTR) {
-      return std::unexpected(lastPosixError("read"));
-    }
-  }
-  return total;
+  return fill(buffer, [&](std::size_t done) {
+    return ::read(file_.get(), buffer.data() + done, buffer.size() - done);
+  });
+}
+
+Result<std::size_t> FileReader::readAt(std::uint64_t offset, std::span<std::byte> buffer) {
+  return fill(buffer, [&](std::size_t done) {
+    return ::pread(file_.get(), buffer.data() + done, buffer.size() - done,
+                   static_cast<off_t>(offset + done));
+  });
 }
 
 Result<SharedBytes> readWholeFile(const std::filesystem::path& path) try {

@@ -5,12 +5,13 @@
 #include <orvane/platform/FileDescriptor.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <span>
 
 namespace orvane::platform {
 
-/// Reads a regular file from start to end.
+/// Reads a regular file.
 ///
 /// Anything else at the path (a directory, a pipe, a device) is refused, since reading it could
 /// block or never end. One thread at a time; all calls block on the disk.
@@ -25,6 +26,9 @@ class FileReader {
   /// Fills `buffer` from the current position and returns how many bytes were read: fewer than
   /// asked for only at the end of the file, 0 when nothing is left. Fails with a POSIX error.
   [[nodiscard]] Result<std::size_t> read(std::span<std::byte> buffer);
+
+  /// The same from `offset` bytes after the start; the current position stays.
+  [[nodiscard]] Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> buffer);
 
  private:
   FileReader(FileDescriptor file, std::size_t size) : file_(std::move(file)), size_(size) {}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <orvane/Error.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string_view>
+#include <vector>
+
+namespace orvane::platform {
+
+/// Pixels in sRGB, rows from the top, three bytes each (red, green, blue), without padding.
+struct RgbImage {
+  int width = 0;
+  int height = 0;
+  std::vector<std::uint8_t> pixels;
+};
+
+/// How an image gets into a box of other proportions.
+enum class ImageFit {
+  inside,   ///< Proportions kept; both sides within the box. A smaller image stays as it is.
+  stretch,  ///< Exactly the box, whatever that does to the proportions; enlarged where needed.
+  cover     ///< Proportions kept, enlarged where needed; the box's share of the middle cut out.
+};
+
+/// Domain of `readImage`'s own errors; their codes are the values of `ImageProblem`.
+inline constexpr std::string_view kImageErrorDomain = "Image";
+
+enum class ImageProblem {
+  notAnImage = 1,  ///< None of the formats that can be read here.
+  damaged = 2,     ///< Begins as an image, but cannot be decoded whole.
+  tooLarge = 3     ///< Decoding would take too much memory.
+};
+
+/// Decodes an image file (JPEG, PNG, WebP, TIFF; HEIF where libvips has the decoder) into a box of
+/// `width` by `height` pixels, each 1 to 8192; seen the right way up, its colours converted to sRGB
+/// by its profile, what is transparent laid on white. Of several pages or frames, the first.
+///
+/// As far as the format allows, only the size needed is decoded, row by row. An image of more than
+/// 500 megapixels is refused, and so is one whose coding has to be held in memory as a whole (a
+/// progressive JPEG, an interlaced PNG, WebP, TIFF, HEIF) when that would take more than 512 MiB:
+/// larger than what cameras take, and panoramas of the usual codings have room.
+///
+/// Fails with a POSIX error when the file cannot be read or is not a regular one, else with the
+/// domain "Image". Blocks for reading and computing, all on the calling thread, at its priority.
+/// Any thread may call it, several at once.
+///
+/// The first call starts libvips for the whole process. In it, the cache of operations is then off,
+/// since files may change, and libvips' warnings are dropped.
+[[nodiscard]] Result<RgbImage> readImage(const std::filesystem::path& file, int width, int height,
+                                         ImageFit fit);
+
+}  // namespace orvane::platform
