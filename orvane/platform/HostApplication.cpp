@@ -1,3 +1,4 @@
+#include <orvane/platform/FileSecureStore.h>
 #include <orvane/platform/HostApplication.h>
 
 #include <algorithm>
@@ -41,6 +42,8 @@ void fix(Settings& settings) {
   settings.dataDirectory = settings.options.dataDirectory
                                ? settings.options.dataDirectory
                                : defaultDataDirectory(settings.options.identifier);
+  auto& store = settings.options.secureStore;
+  if (!store) store = std::make_shared<FileSecureStore>();
 }
 
 const Settings& fixedSettings() {
@@ -62,7 +65,7 @@ std::unexpected<Error> refused(int code, std::string reason) {
 }
 
 std::optional<fs::path> inDataDirectory(const char* name) {
-  const auto& data = fixedSettings().dataDirectory;
+  const auto data = HostApplication::dataDirectory();
   if (!data) return std::nullopt;
   return *data / name;
 }
@@ -84,12 +87,18 @@ Result<void> HostApplication::configure(HostOptions options) {
 
 const std::string& HostApplication::identifier() { return fixedSettings().options.identifier; }
 
+std::optional<fs::path> HostApplication::dataDirectory() { return fixedSettings().dataDirectory; }
+
 std::optional<fs::path> HostApplication::applicationSupportDirectory() {
   return inDataDirectory("Application Support");
 }
 
+std::optional<fs::path> HostApplication::secretsDirectory() { return inDataDirectory("Secrets"); }
+
 std::optional<fs::path> HostApplication::documentsDirectory() {
   return inDataDirectory("Documents");
 }
+
+SecureStore& HostApplication::secureStore() { return *fixedSettings().options.secureStore; }
 
 }  // namespace orvane

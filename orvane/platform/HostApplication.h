@@ -45,12 +45,23 @@ class HostApplication {
 
   [[nodiscard]] static const std::string& identifier();
 
+  /// The application's own data folder. Absent when the options name none and the environment does
+  /// not lead to one. The folder need not exist yet.
+  [[nodiscard]] static std::optional<std::filesystem::path> dataDirectory();
+
   /// Where stores keep files that the user does not see: "Application Support" in the data folder.
   /// Absent when there is no data folder. The folder need not exist yet.
   [[nodiscard]] static std::optional<std::filesystem::path> applicationSupportDirectory();
 
+  /// Where `FileSecureStore` keeps its items: "Secrets" in the data folder; as above.
+  [[nodiscard]] static std::optional<std::filesystem::path> secretsDirectory();
+
   /// Where the user's own data lies: "Documents" in the data folder; as above.
   [[nodiscard]] static std::optional<std::filesystem::path> documentsDirectory();
+
+  /// The secure store in force: the options' one, or a `FileSecureStore`. It lives as long as the
+  /// process.
+  [[nodiscard]] static SecureStore& secureStore();
 };
 
 }  // namespace orvane

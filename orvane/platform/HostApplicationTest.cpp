@@ -10,6 +10,7 @@ TEST(HostApplication, FollowsTheDataHomeByDefault) {
   setenv("XDG_DATA_HOME", "/data", 1);
   EXPECT_EQ(HostApplication::applicationSupportDirectory(),
             "/data/org.orvane.engine/Application Support");
+  EXPECT_EQ(HostApplication::secretsDirectory(), "/data/org.orvane.engine/Secrets");
   EXPECT_EQ(HostApplication::documentsDirectory(), "/data/org.orvane.engine/Documents");
 }
 

@@ -1,0 +1,76 @@
+#include <orvane/platform/AtomicFile.h>
+#include <orvane/platform/FileReader.h>
+#include <orvane/platform/FileSecureStore.h>
+#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/PercentEncoding.h>
+#include <orvane/platform/PosixError.h>
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// No separator, and no ".", which could make a name special or that of a temporary file.
+constexpr platform::CharacterSet kFileNameAllowed{"-_"};
+
+Result<fs::path> secretsFolder() {
+  auto folder = HostApplication::secretsDirectory();
+  if (folder) return std::move(*folder);
+  return std::unexpected(
+      SecureStore::error(SecureStoreErrorCode::unavailable, "the host has no data folder"));
+}
+
+fs::path fileOf(const fs::path& folder, std::string_view account) {
+  return folder / (platform::percentEncode(account, kFileNameAllowed) + ".secret");
+}
+
+/// Shuts others out of a folder that was left open to them. One that cannot be changed lies on a
+/// file system without modes or belongs to somebody else; the files' own mode must do there.
+void makePrivate(const fs::path& folder) {
+  struct stat status{};
+  if (::stat(folder.c_str(), &status) != 0) return;
+  if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    static_cast<void>(::chmod(folder.c_str(), S_IRWXU));
+  }
+}
+
+Result<void> createPrivate(const fs::path& folder) {
+  std::error_code error;
+  fs::create_directories(folder.parent_path(), error);
+  if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+    return std::unexpected(platform::lastPosixError("create folder"));
+  }
+  makePrivate(folder);
+  return {};
+}
+
+}  // namespace
+
+Result<std::optional<Bytes>> FileSecureStore::read(std::string_view account) {
+  const auto folder = secretsFolder();
+  if (!folder) return std::unexpected(folder.error());
+  makePrivate(*folder);
+  const auto content = platform::readWholeFile(fileOf(*folder, account));
+  if (content) return Bytes(content->view().begin(), content->view().end());
+  if (content.error().code() == ENOENT) return std::nullopt;
+  return std::unexpected(content.error());
+}
+
+Result<void> FileSecureStore::replace(std::string_view account, ByteView data) {
+  const auto folder = secretsFolder();
+  if (!folder) return std::unexpected(folder.error());
+  if (auto created = createPrivate(*folder); !created) return created;
+  auto file = platform::AtomicFile::create(fileOf(*folder, account));
+  if (!file) return std::unexpected(file.error());
+  if (auto written = file->append(data); !written) return written;
+  return file->commit();
+}
+
+}  // namespace orvane

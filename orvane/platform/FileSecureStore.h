@@ -1,0 +1,24 @@
+#pragma once
+
+#include <orvane/platform/SecureStore.h>
+
+namespace orvane {
+
+/// The secure store of hosts that name no other: one file per account in
+/// `HostApplication::secretsDirectory()`.
+///
+/// Only the user may read them: the folder has mode 0700 and is given it back when it was left
+/// wider, before anything in it is read or written; the files are written with mode 0600. What the
+/// mode does not keep out (the administrator, a backup, a stolen disk) the store does not either.
+/// A file is replaced as a whole: a crash leaves the former item or the new one.
+///
+/// Fails with `SecureStoreErrorCode::unavailable` where the host has no data folder, and with a
+/// POSIX error when the file system does; an account name of more than some 80 bytes may be too
+/// long for it.
+class FileSecureStore final : public SecureStore {
+ public:
+  [[nodiscard]] Result<std::optional<Bytes>> read(std::string_view account) override;
+  [[nodiscard]] Result<void> replace(std::string_view account, ByteView data) override;
+};
+
+}  // namespace orvane

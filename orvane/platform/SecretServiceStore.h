@@ -1,0 +1,39 @@
+#pragma once
+
+#include <orvane/platform/SecureStore.h>
+
+#include <chrono>
+
+namespace orvane {
+
+/// Keeps items in the desktop's Secret Service: the keyring of GNOME, the wallet of KDE and others
+/// that speak its D-Bus protocol. A host chooses it in `HostOptions::secureStore`.
+///
+/// An item carries the host's identifier and the account name as its attributes, and lies in the
+/// collection that the service names "default": usually the one that is unlocked by logging in,
+/// kept on this device's disk and never sent to another. Values travel over the session bus
+/// encrypted where the service can.
+///
+/// No dialogue is ever shown: what would need one (a locked collection, a service that asks for
+/// each access) fails with `needsUser`. When no item is found while the default collection is
+/// locked, that is no answer either, since some services find nothing in locked ones. `unavailable`
+/// says that there is no session bus, no service on it (one that the bus can start is started), or
+/// no answer in time; `invalidAccount` that the name is not UTF-8 or holds a NUL. A library built
+/// without libsecret answers every operation with `unavailable`.
+///
+/// Every operation speaks over a connection of its own, in a main context of its own: a service
+/// that has come up since is found, and it does not matter whether the host runs a GLib main loop.
+class SecretServiceStore final : public SecureStore {
+ public:
+  /// `timeLimit`: how long an operation may take before it fails with `unavailable`.
+  explicit SecretServiceStore(std::chrono::milliseconds timeLimit = std::chrono::seconds(10))
+      : timeLimit_(timeLimit) {}
+
+  [[nodiscard]] Result<std::optional<Bytes>> read(std::string_view account) override;
+  [[nodiscard]] Result<void> replace(std::string_view account, ByteView data) override;
+
+ private:
+  std::chrono::milliseconds timeLimit_;
+};
+
+}  // namespace orvane

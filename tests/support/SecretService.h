@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "support/ChildProcess.h"
+
+namespace orvane::testing {
+
+/// A message bus of this test alone, in its folder; no service comes up on it by itself. This
+/// process and its children take it for the user's session bus.
+class SessionBus {
+ public:
+  SessionBus();
+
+ private:
+  ChildProcess daemon_;
+};
+
+/// A real keyring daemon on the test's session bus, its default collection unlocked.
+class SecretService {
+ public:
+  /// Returns once the service can be called.
+  SecretService();
+
+  /// The service stays on the bus but does nothing any more.
+  void freeze() const;
+
+  /// Locks the default collection.
+  static void lock();
+
+  /// How many items the service has under that account name, whoever put them there.
+  [[nodiscard]] static std::size_t countItems(const std::string& account);
+
+ private:
+  ChildProcess daemon_;
+};
+
+}  // namespace orvane::testing
