@@ -1,0 +1,62 @@
+#include <orvane/bookkeeping/DeviceUUID.h>
+#include <orvane/platform/FolderLock.h>
+#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/SecureStore.h>
+#include <orvane/platform/Utf8.h>
+#include <orvane/platform/Uuid.h>
+
+#include <cstdio>
+
+namespace orvane {
+namespace {
+
+/// Held while this process looks for the identifier: of two processes that do so for the first
+/// time, the second finds what the first has stored.
+platform::FileDescriptor turnAmongProcesses() {
+  const auto folder = HostApplication::dataDirectory();
+  return folder ? platform::lockFolder(*folder) : platform::FileDescriptor();
+}
+
+}  // namespace
+
+DeviceUUID& DeviceUUID::shared() {
+  // Never destroyed: queues may still ask for it while the process exits.
+  static auto& instance = *new DeviceUUID;
+  return instance;
+}
+
+std::string DeviceUUID::uuid() {
+  const std::lock_guard guard(lock_);
+  if (cachedUUID_) return *cachedUUID_;
+  const auto turn = turnAmongProcesses();
+  cachedUUID_ = loadFromKeychain();
+  if (!cachedUUID_) {
+    auto identifier = platform::randomUuid();
+    saveToKeychain(identifier);
+    cachedUUID_ = std::move(identifier);
+  }
+  return *cachedUUID_;
+}
+
+void DeviceUUID::resetForTesting() {
+  const std::lock_guard guard(lock_);
+  cachedUUID_.reset();
+}
+
+std::optional<std::string> DeviceUUID::loadFromKeychain() {
+  const auto stored = HostApplication::secureStore().read(keychainKey);
+  if (!stored || !*stored) return std::nullopt;
+  const auto text = textOf(**stored);
+  if (!platform::isUtf8(text)) return std::nullopt;
+  return std::string(text);
+}
+
+void DeviceUUID::saveToKeychain(std::string_view identifier) {
+  const auto saved = HostApplication::secureStore().replace(keychainKey, bytesOf(identifier));
+  if (saved) return;
+  const auto line = "Keychain save error: " + std::to_string(saved.error().code()) + '\n';
+  std::fputs(line.c_str(), stdout);
+  std::fflush(stdout);
+}
+
+}  // namespace orvane
