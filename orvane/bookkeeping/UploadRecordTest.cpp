@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <orvane/bookkeeping/UploadRecord.h>
 
+#include <algorithm>
 #include <limits>
 #include <string>
 #include <utility>
@@ -96,6 +97,19 @@ TEST(UploadRecordTest, WritesWhatIsSet) {
             R"("bytesUploaded":-9223372036854775808,"totalBytes":9223372036854775807,)"
             R"("errorMessage":"","creationDate":752000000.5,"thumbnailUploaded":true,)"
             R"("retryCount":-2,"eTag":"\"e\"","tags":["mare",""],"tagsVersion":7})");
+}
+
+TEST(UploadRecordTest, EscapesEveryControlCharacterWhereverItStands) {
+  for (char c = 0; c < ' '; ++c) {
+    for (std::size_t position = 0; position < 48; ++position) {
+      auto record = plainRecord();
+      record.errorMessage = std::string(48, 'x');
+      record.errorMessage->at(position) = c;
+      const auto json = record.encodeJson().value();
+      EXPECT_TRUE(std::ranges::all_of(json, [](char written) { return written >= ' '; })) << int{c};
+      EXPECT_EQ(UploadRecord::decodeJson(json).value().errorMessage, record.errorMessage);
+    }
+  }
 }
 
 TEST(UploadRecordTest, WritesDatesShortest) {
