@@ -25,6 +25,8 @@ class Error {
   static constexpr std::string_view kUrlLoading = "URLLoading";
   /// Failures of the operating system; the code is an errno value.
   static constexpr std::string_view kPosix = "POSIX";
+  /// Failures of the database layer; the code is SQLite's extended result code.
+  static constexpr std::string_view kDatabase = "Database";
 
   /// An error known only by domain, code and sentence.
   Error(std::string_view domain, std::int64_t code, std::string description)

@@ -3,6 +3,7 @@
 #include <orvane/platform/Bytes.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -12,11 +13,13 @@ namespace orvane {
 ///
 /// Every write is on the disk when it returns; every read sees what any thread or process has
 /// written before. Any thread and any process of the host may use them. Nothing reports a failure:
-/// what cannot be read is unset, and what cannot be written is forgotten.
+/// what cannot be read is unset, and what cannot be written is forgotten. A file that turns out to
+/// be damaged is kept aside, once, as "preferences.sqlite.corrupt" (or "...corrupt-2" and so on),
+/// and everything is unset from then on. Processes agree on when to do so by a lock on the folder.
 class Preferences {
  public:
   /// The one set of preferences of the process: the file "preferences.sqlite" in the
-  /// application-support folder. Without that folder nothing is kept.
+  /// application-support folder, both for this user alone. Without a data folder nothing is kept.
   [[nodiscard]] static Preferences& shared();
 
   Preferences(const Preferences&) = delete;
@@ -36,7 +39,12 @@ class Preferences {
   void remove(std::string_view key);
 
  private:
-  Preferences() = default;
+  struct Store;
+
+  Preferences();
+  ~Preferences();
+
+  std::unique_ptr<Store> store_;
 };
 
 }  // namespace orvane

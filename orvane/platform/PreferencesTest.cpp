@@ -1,0 +1,164 @@
+#include <gtest/gtest.h>
+#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/Preferences.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ChildMain;
+using testing::ChildProcess;
+
+constexpr int kKeys = 50;
+
+fs::path folder() { return HostApplication::applicationSupportDirectory().value(); }
+fs::path file() { return folder() / "preferences.sqlite"; }
+
+Bytes bytesFrom(std::string_view text) {
+  const auto view = bytesOf(text);
+  return {view.begin(), view.end()};
+}
+
+std::size_t filesNamed(std::string_view part) {
+  std::size_t count = 0;
+  for (const auto& entry : fs::directory_iterator(folder())) {
+    count += entry.path().filename().string().contains(part);
+  }
+  return count;
+}
+
+TEST(Preferences, KeepEachKindUnderItsKey) {
+  auto& preferences = Preferences::shared();
+  EXPECT_EQ(preferences.boolean("b"), std::nullopt);
+  preferences.set("b", true);
+  preferences.set("i", std::int64_t{INT64_MIN});
+  preferences.set(std::string_view("by\0tes", 6), bytesOf(std::string_view("\0\xff\0", 3)));
+  preferences.set("", ByteView());
+  EXPECT_EQ(preferences.boolean("b"), true);
+  EXPECT_EQ(preferences.integer("i"), INT64_MIN);
+  EXPECT_EQ(preferences.bytes(std::string_view("by\0tes", 6)), bytesFrom({"\0\xff\0", 3}));
+  EXPECT_EQ(preferences.bytes("by"), std::nullopt);
+  EXPECT_EQ(preferences.bytes(""), Bytes());
+
+  EXPECT_EQ(preferences.integer("b"), std::nullopt) << "another kind";
+  preferences.set("b", std::int64_t{7});
+  EXPECT_EQ(preferences.boolean("b"), std::nullopt) << "replaced by another kind";
+  EXPECT_EQ(preferences.integer("b"), 7);
+  preferences.remove("b");
+  EXPECT_EQ(preferences.integer("b"), std::nullopt);
+
+  struct stat status{};
+  ASSERT_EQ(stat(file().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  ASSERT_EQ(stat(folder().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0700U);
+}
+
+/// Writes its number under `kKeys` keys of its own, says so, and counts up one common key.
+const ChildMain kWriter("preferences-writer", [](const auto& arguments) {
+  for (int key = 0; key < kKeys; ++key) {
+    Preferences::shared().set(arguments.at(0) + '/' + std::to_string(key), std::int64_t{key});
+    const auto line = std::to_string(key) + '\n';
+    if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
+  }
+  return 0;
+});
+
+TEST(Preferences, ProcessesWriteAtTheSameTime) {
+  std::vector<ChildProcess> writers;
+  for (int i = 0; i < 4; ++i) {
+    writers.push_back(ChildProcess::run("preferences-writer", {std::to_string(i)}));
+  }
+  std::thread here([] {
+    for (int i = 0; i < kKeys; ++i) Preferences::shared().set("here", std::int64_t{i});
+  });
+  here.join();
+  for (auto& writer : writers) EXPECT_EQ(writer.wait(), 0);
+  EXPECT_EQ(Preferences::shared().integer("here"), kKeys - 1);
+  for (int i = 0; i < 4; ++i) {
+    for (int key = 0; key < kKeys; ++key) {
+      EXPECT_EQ(Preferences::shared().integer(std::to_string(i) + '/' + std::to_string(key)), key);
+    }
+  }
+}
+
+TEST(Preferences, AKilledWriterLosesNothingReported) {
+  for (int round = 0; round < 10; ++round) {
+    auto writer = ChildProcess::run("preferences-writer", {std::to_string(round)});
+    for (int line = 0; line <= round; ++line) ASSERT_TRUE(writer.readLine());
+    writer.kill(SIGKILL);
+    int reported = round;
+    while (const auto line = writer.readLine()) reported = std::stoi(*line);
+    for (int key = 0; key <= reported; ++key) {
+      ASSERT_EQ(Preferences::shared().integer(std::to_string(round) + '/' + std::to_string(key)),
+                key);
+    }
+  }
+  EXPECT_EQ(filesNamed("corrupt"), 0U);
+}
+
+const ChildMain kReader("preferences-reader", [](const auto&) {
+  return Preferences::shared().integer("new").value_or(0) == 0 ? 0 : 1;
+});
+
+TEST(Preferences, AFileThatIsNoneIsKeptAsideOnce) {
+  const std::string garbage(5000, 'x');
+  testing::writeFile(file(), garbage);
+  std::vector<ChildProcess> readers;
+  for (int i = 0; i < 4; ++i) readers.push_back(ChildProcess::run("preferences-reader"));
+  for (auto& reader : readers) EXPECT_EQ(reader.wait(), 0);
+  EXPECT_EQ(filesNamed("corrupt"), 1U);
+  EXPECT_EQ(testing::readFile(file().string() + ".corrupt"), garbage);
+  Preferences::shared().set("new", true);
+  EXPECT_EQ(Preferences::shared().boolean("new"), true);
+}
+
+const ChildMain kFiller("preferences-filler", [](const auto&) {
+  Preferences::shared().set("large", bytesOf(std::string(50'000, 'l')));
+  return 0;
+});
+
+TEST(Preferences, AFileDamagedInUseIsKeptAside) {
+  auto& preferences = Preferences::shared();
+  preferences.set("before", true);
+  testing::outputOfChild("preferences-filler");
+  // All but the first page, in place, as by a failing disk.
+  const auto whole = testing::readFile(file());
+  testing::writeFile(file(), whole.substr(0, 4096) + std::string(whole.size() - 4096, '\x7f'));
+  preferences.set("after", true);
+  EXPECT_EQ(preferences.boolean("after"), true);
+  EXPECT_EQ(preferences.boolean("before"), std::nullopt);
+  EXPECT_EQ(filesNamed("corrupt"), 1U);
+}
+
+TEST(Preferences, AFileThatWasReplacedIsOpenedAgain) {
+  auto& preferences = Preferences::shared();
+  preferences.set("key", true);
+  fs::remove(file());
+  EXPECT_EQ(preferences.boolean("key"), std::nullopt);
+  preferences.set("key", false);
+  EXPECT_EQ(testing::outputOfChild("preferences-reader"), "");
+  EXPECT_EQ(preferences.boolean("key"), false);
+}
+
+TEST(Preferences, WithoutAPlaceNothingIsKept) {
+  fs::create_directories(folder().parent_path());
+  testing::writeFile(folder(), "a file in the folder's place");
+  Preferences::shared().set("key", true);
+  EXPECT_EQ(Preferences::shared().boolean("key"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace orvane
