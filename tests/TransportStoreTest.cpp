@@ -6,8 +6,12 @@
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
+#include <orvane/transport/TalvexAPIService.h>
+#include <orvane/transport/internal/XmlText.h>
 
+#include <boost/asio/awaitable.hpp>
 #include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
 #include <chrono>
@@ -142,6 +146,49 @@ TEST(TransportStore, SpeaksTheMultipartProtocol) {
   S3Uploader::abortMultipartUpload("m p", *id, config);
   EXPECT_TRUE(store.unfinishedUploads(store.prefix()).empty());
   EXPECT_FALSE(S3Uploader::completeMultipartUpload("m p", *id, {{1, "0123"}}, config));
+}
+
+/// Puts `count` objects whose keys begin with `start`, some at a time, and returns how many failed.
+int putMany(const S3Config& config, const std::string& start, int count) {
+  int failed = 0;
+  int next = 0;
+  const auto worker = [&]() -> boost::asio::awaitable<void> {
+    while (next < count) {
+      const auto key = start + std::to_string(10'000 + next++);
+      const auto view = bytesOf(key);
+      const auto etag =
+          co_await S3Uploader::uploadData({view.begin(), view.end()}, key, "image/jpeg", config);
+      failed += etag ? 0 : 1;
+    }
+  };
+  boost::asio::io_context host;
+  for (int i = 0; i < 16; ++i) boost::asio::co_spawn(host, worker, boost::asio::detached);
+  host.run();
+  return failed;
+}
+
+TEST(TransportStore, ListsPageAfterPage) {
+  constexpr int kObjects = 2'500;
+  const ObjectStore store;
+  const auto config = configFor(store);
+  // Every key may be the last of a page, which this store hands out as the token for the next one.
+  const std::string folder = "a+b/=c &d;\u00e9'<%2B?#\"&amp;/";
+  ASSERT_EQ(putMany(config, folder, kObjects), 0);
+  ASSERT_TRUE(put(config, "a b/=c &d", "what the prefix does not name"));
+
+  const auto listed = TalvexAPIService::shared().listObjects(config, store.prefix() + folder);
+  ASSERT_TRUE(listed) << listed.error().description();
+  const auto stored = store.list(store.prefix() + folder);
+  ASSERT_EQ(listed->size(), std::size_t{kObjects});
+  ASSERT_EQ(stored.size(), std::size_t{kObjects});
+  for (std::size_t i = 0; i < stored.size(); ++i) {
+    EXPECT_EQ(internal::withoutXmlReferences((*listed)[i].key), stored[i].key);
+    EXPECT_EQ("\"" + (*listed)[i].eTag + "\"", stored[i].etag);
+  }
+  auto stranger = config;
+  stranger.secretKey += "x";
+  const auto refused = TalvexAPIService::shared().listObjects(stranger, "");
+  EXPECT_EQ(refused.error().code(), 403);
 }
 
 /// A figure of /proc/self/status in KiB.

@@ -63,4 +63,19 @@ bool isUtf8(std::string_view bytes) noexcept {
   return true;
 }
 
+std::string utf8Of(std::uint32_t codePoint) {
+  const auto leading = [codePoint](std::uint32_t mark, unsigned shift) {
+    return static_cast<char>(mark | (codePoint >> shift));
+  };
+  const auto trailing = [codePoint](unsigned shift) {
+    return static_cast<char>(0x80U | ((codePoint >> shift) & 0x3FU));
+  };
+  if (codePoint < 0x80) return {leading(0, 0)};
+  if (codePoint < 0x800) return {leading(0xC0, 6), trailing(0)};
+  if (codePoint >= 0xD800 && codePoint <= 0xDFFF) return {};
+  if (codePoint < 0x10000) return {leading(0xE0, 12), trailing(6), trailing(0)};
+  if (codePoint > 0x10FFFF) return {};
+  return {leading(0xF0, 18), trailing(12), trailing(6), trailing(0)};
+}
+
 }  // namespace orvane::platform

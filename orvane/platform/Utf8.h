@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace orvane::platform {
@@ -7,5 +9,8 @@ namespace orvane::platform {
 /// Whether the bytes are well-formed UTF-8: no overlong forms, no surrogates, nothing above
 /// U+10FFFF.
 [[nodiscard]] bool isUtf8(std::string_view bytes) noexcept;
+
+/// The UTF-8 form of one code point; empty for surrogates and above U+10FFFF.
+[[nodiscard]] std::string utf8Of(std::uint32_t codePoint);
 
 }  // namespace orvane::platform

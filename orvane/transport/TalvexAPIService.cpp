@@ -1,0 +1,93 @@
+#include <orvane/platform/Ascii.h>
+#include <orvane/platform/HttpSession.h>
+#include <orvane/platform/PercentEncoding.h>
+#include <orvane/platform/UrlError.h>
+#include <orvane/platform/Utf8.h>
+#include <orvane/transport/AWSSignatureV4.h>
+#include <orvane/transport/TalvexAPIService.h>
+#include <orvane/transport/internal/ListingPage.h>
+#include <orvane/transport/internal/XmlText.h>
+
+#include <chrono>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+namespace orvane {
+namespace {
+
+constexpr int kFirstFailureStatus = 300;
+
+/// What a query may hold, without the characters that some server or other takes for separators.
+constexpr platform::CharacterSet kQueryText{"!$'()*,-./:?@_~"};
+
+struct Page {
+  std::vector<KeyETagPair> pairs;
+  std::optional<std::string> continuationToken;
+};
+
+std::optional<Url> pageUrl(const S3Config& config, std::string_view prefix,
+                           const std::optional<std::string>& continuationToken) {
+  std::string text(platform::trimmed(config.endpoint, '/'));
+  text.append("/").append(config.bucket).append("?list-type=2&prefix=");
+  platform::appendPercentEncoded(text, prefix, kQueryText);
+  text.append("&max-keys=1000");
+  if (continuationToken) {
+    // The answer is XML and the request is not: a token handed back with its references is another
+    // one, by which a store may repeat a page for ever.
+    const auto token = internal::withoutXmlReferences(*continuationToken);
+    text.append("&continuation-token=");
+    platform::appendPercentEncoded(text, token, kQueryText);
+  }
+  return Url::parse(std::move(text));
+}
+
+Result<Page> readPage(const HttpResponse& answer) {
+  const bool isText = platform::isUtf8(answer.body);
+  if (answer.status >= kFirstFailureStatus) {
+    return std::unexpected(Error(TalvexAPIService::kDomain, answer.status,
+                                 "ListObjects HTTP " + std::to_string(answer.status) + ": " +
+                                     (isText ? answer.body : std::string())));
+  }
+  if (!isText) {
+    return std::unexpected(Error(TalvexAPIService::kDomain, -1, "Invalid response encoding"));
+  }
+  return Page{.pairs = internal::parseKeyETagPairs(answer.body),
+              .continuationToken = internal::parseToken(answer.body)};
+}
+
+Result<Page> listPage(const S3Config& config, std::string_view prefix,
+                      const std::optional<std::string>& continuationToken) {
+  const auto url = pageUrl(config, prefix, continuationToken);
+  if (!url) return std::unexpected(platform::urlError(platform::UrlErrorCode::badURL));
+  const AWSSignatureV4 signer(config.accessKey, config.secretKey, config.region);
+  auto request =
+      signer.signedRequest("GET", *url, {}, std::nullopt, false, std::chrono::system_clock::now());
+  const auto answer = platform::HttpSession::shared().sendAndWait(std::move(request));
+  if (!answer) return std::unexpected(answer.error());
+  return readPage(*answer);
+}
+
+}  // namespace
+
+TalvexAPIService& TalvexAPIService::shared() {
+  static auto& instance = *new TalvexAPIService;
+  return instance;
+}
+
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): an operation of the instance
+Result<std::vector<KeyETagPair>> TalvexAPIService::listObjects(const S3Config& config,
+                                                               std::string_view prefix) {
+  std::vector<KeyETagPair> objects;
+  std::optional<std::string> continuationToken;
+  do {
+    auto page = listPage(config, prefix, continuationToken);
+    if (!page) return std::unexpected(std::move(page.error()));
+    objects.insert(objects.end(), std::move_iterator(page->pairs.begin()),
+                   std::move_iterator(page->pairs.end()));
+    continuationToken = std::move(page->continuationToken);
+  } while (continuationToken);
+  return objects;
+}
+
+}  // namespace orvane

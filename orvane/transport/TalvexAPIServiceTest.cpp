@@ -1,0 +1,127 @@
+#include <gtest/gtest.h>
+#include <orvane/transport/TalvexAPIService.h>
+#include <orvane/transport/internal/ListingPage.h>
+#include <orvane/transport/internal/XmlText.h>
+
+#include "support/FaultServer.h"
+
+namespace orvane {
+namespace {
+
+using testing::answer;
+using testing::FaultServer;
+using Pairs = std::vector<KeyETagPair>;
+
+S3Config configFor(const std::string& endpoint) {
+  return {.bucket = "photos",
+          .region = "r",
+          .accessKey = "a",
+          .secretKey = "s",
+          .prefix = "unused/",
+          .endpoint = endpoint};
+}
+
+auto list(const FaultServer& server, std::string_view prefix = "") {
+  return TalvexAPIService::shared().listObjects(configFor(server.url() + "//"), prefix);
+}
+
+std::string entry(const std::string& content) { return "<Contents>" + content + "</Contents>"; }
+
+std::string token(const std::string& text) {
+  return "<NextContinuationToken>" + text + "</NextContinuationToken>";
+}
+
+TEST(ListingPage, ReadsWhatTheExpressionsMatch) {
+  const std::pair<std::string, Pairs> cases[] = {
+      {"", {}},
+      {entry("<Key>a</Key><ETag>&quot;x&quot;</ETag>") + "\n " +
+           entry("<ETag>\"\"y&quot;z\"</ETag>\n<Key>b &amp;c</Key>"),
+       {{"a", "x"}, {"b &amp;c", "yz"}}},
+      {entry("<Key>a</Key>") + entry("<ETag>x</ETag>") + entry("<Key></Key><ETag></ETag>"),
+       {{"a", ""}, {"", ""}}},
+      {entry("<Key>a</Key><Key>b</Key><ETag>1</ETag><ETag>2</ETag>"), {{"a", "1"}}},
+      {entry("<Key><Key>a</Key>") + entry("<ETag>e<Key>b</Key></ETag>"),
+       {{"<Key>a", ""}, {"b", "e<Key>b</Key>"}}},
+      {entry("<key>a</key>") + entry("<Key n=\"1\">b</Key>") + entry("</Key>c<Key>"), {}},
+      {"<contents><Key>a</Key></contents></Contents><Key>b</Key>" + entry("<Key>c</Key>"),
+       {{"c", ""}}},
+      {"<Contents>" + entry("<Key>a</Key>") + "<Contents><Key>b</Key>", {{"a", ""}}},
+      {"<Contents><Key>a</Contents></Key></Contents>", {}},
+      {entry("<Key>a\n<Key>b</Key>") + entry("<Key>a</Key\n><Key>c</Key>"), {{"b", ""}, {"c", ""}}},
+      {entry("<Key>a\n</Key></Key><Key>b</Key><ETag>x\ny</ETag>"), {{"b", ""}}},
+      {entry("<Key>\u00a0\u2027\u202a\u0084\t\x1f</Key>"),
+       {{"\u00a0\u2027\u202a\u0084\t\x1f", ""}}}};
+  for (const auto& [text, pairs] : cases) {
+    EXPECT_EQ(internal::parseKeyETagPairs(text), pairs) << text;
+  }
+  for (const auto* lineBreak : {"\n", "\v", "\f", "\r", "\r\n", "\u0085", "\u2028", "\u2029"}) {
+    const auto spanning = "<Key>a" + std::string(lineBreak);
+    EXPECT_EQ(internal::parseKeyETagPairs(entry(spanning + "b</Key>")), Pairs());
+    EXPECT_EQ(internal::parseKeyETagPairs(entry(spanning + "<Key>c</Key>")), (Pairs{{"c", ""}}));
+  }
+}
+
+TEST(ListingPage, ReadsTheFirstTokenUnlessItIsEmpty) {
+  EXPECT_EQ(internal::parseToken("<X>" + token("a/+=&amp; ") + token("b")), "a/+=&amp; ");
+  EXPECT_EQ(internal::parseToken(token("a\nb") + token("c")), "c");
+  EXPECT_EQ(internal::parseToken(token("") + token("b")), std::nullopt);
+  EXPECT_EQ(internal::parseToken("<NextContinuationToken>a"), std::nullopt);
+  EXPECT_EQ(internal::parseToken("<nextcontinuationtoken>a</nextcontinuationtoken>"), std::nullopt);
+}
+
+TEST(XmlText, ReplacesReferences) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"a&amp;b&lt;&gt;&quot;&apos;", "a&b<>\"'"},
+      {"&amp;amp;&#38;lt;&#x26;", "&amp;&lt;&"},
+      {"&#9;&#xd;&#xe9;&#x4E2D;&#128512;&#1114111;", "\t\r\u00e9\u4e2d\U0001f600\U0010ffff"},
+      {"&;&am;&AMP;&amp&#;&#x;&#-1;&#xg;&#0;", "&;&am;&AMP;&amp&#;&#x;&#-1;&#xg;&#0;"},
+      {"&#xD800;&#1114112;&#99999999999;&", "&#xD800;&#1114112;&#99999999999;&"}};
+  for (const auto& [text, plain] : cases) {
+    EXPECT_EQ(internal::withoutXmlReferences(text), plain) << text;
+  }
+}
+
+TEST(TalvexAPIService, FollowsTokensInOrder) {
+  FaultServer server;
+  server.queue(answer(200, entry("<Key>b</Key><ETag>\"1\"</ETag>") + token("t 1/+=&amp;\u00e9;")));
+  server.queue(answer(200, token("t 1/+=&amp;\u00e9;")));
+  server.queue(answer(200, entry("<Key>a</Key>") + "<IsTruncated>true</IsTruncated>"));
+  EXPECT_EQ(list(server, "m d/\u00e9+&=#%?'"), (Pairs{{"b", "1"}, {"a", ""}}));
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 3U);
+  const std::string first =
+      "/photos?list-type=2&prefix=m%20d/%C3%A9%2B%26%3D%23%25?'&max-keys=1000";
+  EXPECT_EQ(requests[0].method() + " " + requests[0].target(), "GET " + first);
+  EXPECT_EQ(requests[0].header("x-amz-content-sha256"),
+            "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+  for (const auto i : {1U, 2U}) {
+    EXPECT_EQ(requests[i].target(), first + "&continuation-token=t%201/%2B%3D%26%C3%A9%3B");
+  }
+}
+
+TEST(TalvexAPIService, ReportsEveryFailure) {
+  FaultServer server([](const auto&) { return answer(200); });
+  EXPECT_EQ(list(server), Pairs());
+  const std::string long403 = "<Error>" + std::string(100'000, 'x') + "\u00e9</Error>";
+  const std::pair<testing::Reaction, Error> cases[] = {
+      {answer(403, long403), {"TalvexAPIService", 403, "ListObjects HTTP 403: " + long403}},
+      {answer(300), {"TalvexAPIService", 300, "ListObjects HTTP 300: "}},
+      {answer(500, "\xff<Error/>"), {"TalvexAPIService", 500, "ListObjects HTTP 500: "}},
+      {answer(200, entry("<Key>\xc3(</Key>")),
+       {"TalvexAPIService", -1, "Invalid response encoding"}}};
+  for (const auto& [reaction, error] : cases) {
+    server.queue(answer(200, entry("<Key>lost</Key>") + token("t")));
+    server.queue(reaction);
+    const auto result = list(server);
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.error(), error);
+  }
+  FaultServer resetting([](const auto&) { return testing::resetAfter(0); });
+  EXPECT_EQ(list(resetting).error().code(), -1005);
+  const auto none = TalvexAPIService::shared().listObjects(configFor("http://bad host"), "");
+  EXPECT_EQ(none.error().domain(), Error::kUrlLoading);
+  EXPECT_EQ(none.error().code(), -1000);
+}
+
+}  // namespace
+}  // namespace orvane

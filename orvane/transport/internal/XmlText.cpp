@@ -1,0 +1,55 @@
+#include <orvane/platform/Utf8.h>
+#include <orvane/transport/internal/XmlText.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+namespace orvane::internal {
+namespace {
+
+constexpr std::array<std::pair<std::string_view, std::string_view>, 5> kNamed{
+    {{"amp", "&"}, {"lt", "<"}, {"gt", ">"}, {"quot", "\""}, {"apos", "'"}}};
+
+/// The longest reference to a character, without "&" and ";": "#1114111".
+constexpr std::size_t kLongestName = 8;
+
+std::string numbered(std::string_view digits) {
+  const bool hexadecimal = digits.starts_with('x');
+  if (hexadecimal) digits.remove_prefix(1);
+  std::uint32_t codePoint = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), codePoint,
+                                            hexadecimal ? 16 : 10);
+  const bool whole = error == std::errc{} && end == digits.data() + digits.size();
+  return whole && codePoint != 0 ? platform::utf8Of(codePoint) : std::string();
+}
+
+/// What a reference stands for, given what is between "&" and ";"; empty for none.
+std::string characterOf(std::string_view name) {
+  if (name.starts_with('#')) return numbered(name.substr(1));
+  const auto* const found =
+      std::ranges::find(kNamed, name, &std::pair<std::string_view, std::string_view>::first);
+  return found == kNamed.end() ? std::string() : std::string(found->second);
+}
+
+}  // namespace
+
+std::string withoutXmlReferences(std::string_view text) {
+  std::string plain;
+  for (;;) {
+    const auto start = text.find('&');
+    plain.append(text.substr(0, start));
+    if (start == std::string_view::npos) return plain;
+    text.remove_prefix(start + 1);
+    const auto length = text.substr(0, kLongestName + 1).find(';');
+    const auto character =
+        length == std::string_view::npos ? std::string() : characterOf(text.substr(0, length));
+    plain.append(character.empty() ? "&" : character);
+    if (!character.empty()) text.remove_prefix(length + 1);
+  }
+}
+
+}  // namespace orvane::internal
