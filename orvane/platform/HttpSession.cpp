@@ -1,17 +1,11 @@
 #include <orvane/platform/HttpSession.h>
 #include <orvane/platform/OperationQueue.h>
 #include <orvane/platform/internal/ConnectionCache.h>
+#include <orvane/platform/internal/Suspension.h>
 #include <orvane/platform/internal/Transfer.h>
 #include <orvane/platform/internal/TransferLoop.h>
 
-#include <boost/asio/associated_cancellation_slot.hpp>
-#include <boost/asio/associated_executor.hpp>
-#include <boost/asio/async_result.hpp>
-#include <boost/asio/execution/outstanding_work.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/prefer.hpp>
-#include <boost/asio/this_coro.hpp>
-#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/cancellation_type.hpp>
 #include <future>
 #include <mutex>
 #include <optional>
@@ -81,35 +75,22 @@ class Reports : public std::enable_shared_from_this<Reports> {
   HttpSession::Completion completion_;
 };
 
-/// A free coroutine, so that the session object may go while it is suspended.
 Async<HttpResponse> sendOver(std::shared_ptr<ConnectionCache> connections, HttpRequest request,
                              SharedBytes body) {
-  auto initiate = [&](auto handler) {
-    auto slot = asio::get_associated_cancellation_slot(handler);
-    auto executor = asio::get_associated_executor(handler);
-    auto transfer = std::make_shared<Transfer>(
-        std::move(connections), std::move(request), std::move(body), Transfer::Sent{},
-        [handler = std::move(handler),
-         executor = asio::prefer(executor, asio::execution::outstanding_work_t::tracked)](
-            Result<HttpResponse> result) mutable {
-          // The tracked executor stays here until post has returned: the host may destroy its
-          // context as soon as that has nothing left to do.
-          asio::post(executor,
-                     [handler = std::move(handler), result = std::move(result)]() mutable {
-                       std::move(handler)(std::move(result));
-                     });
-        });
-    transfer->forgetAtExit();  // By then the host's executor may be gone.
-    if (slot.is_connected()) {
-      slot.assign([weak = std::weak_ptr(transfer)](asio::cancellation_type /*type*/) {
-        if (auto running = weak.lock()) TransferLoop::shared().cancel(*running);
+  return suspended<Result<HttpResponse>>(
+      [connections = std::move(connections), request = std::move(request), body = std::move(body)](
+          auto resume, auto cancellation) mutable {
+        auto transfer =
+            std::make_shared<Transfer>(std::move(connections), std::move(request), std::move(body),
+                                       Transfer::Sent{}, std::move(resume));
+        transfer->forgetAtExit();  // By then the host's executor may be gone.
+        if (cancellation.is_connected()) {
+          cancellation.assign([weak = std::weak_ptr(transfer)](asio::cancellation_type /*type*/) {
+            if (auto running = weak.lock()) TransferLoop::shared().cancel(*running);
+          });
+        }
+        TransferLoop::shared().start(std::move(transfer));
       });
-    }
-    TransferLoop::shared().start(std::move(transfer));
-  };
-  co_return co_await asio::async_initiate<const asio::use_awaitable_t<>,
-                                          void(Result<HttpResponse>)>(initiate,
-                                                                      asio::use_awaitable);
 }
 
 }  // namespace
