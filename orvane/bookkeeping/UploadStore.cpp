@@ -17,15 +17,6 @@ void makePending(UploadRecord& record) {
   record.errorMessage.reset();
 }
 
-template <class Select>
-std::vector<UploadRecord> copiesOf(const Records& records, Select&& select) {
-  std::vector<UploadRecord> copies;
-  records.forEach([&](const UploadRecord& record) {
-    if (select(record)) copies.push_back(record);
-  });
-  return copies;
-}
-
 }  // namespace
 
 struct UploadStore::Implementation {
@@ -44,16 +35,11 @@ UploadStore& UploadStore::shared() {
 }
 
 std::optional<UploadRecord> UploadStore::record(std::string_view assetId) {
-  return implementation_->store.read([&](const Records& records) {
-    const auto* const found = records.find(assetId);
-    return found == nullptr ? std::nullopt : std::optional(*found);
-  });
+  return implementation_->store.copyOf(assetId);
 }
 
 std::vector<UploadRecord> UploadStore::allRecords() {
-  return implementation_->store.read([](const Records& records) {
-    return copiesOf(records, [](const UploadRecord&) { return true; });
-  });
+  return implementation_->store.copiesIf([](const UploadRecord&) { return true; });
 }
 
 void UploadStore::upsert(UploadRecord record) {
@@ -75,8 +61,7 @@ void UploadStore::upsertBatch(std::vector<UploadRecord> batch) {
 std::size_t UploadStore::completedCount() { return countOf(UploadStatus::completed); }
 
 std::vector<UploadRecord> UploadStore::failedRecords() {
-  return implementation_->store.read(
-      [](const Records& records) { return copiesOf(records, isFailed); });
+  return implementation_->store.copiesIf(isFailed);
 }
 
 std::size_t UploadStore::retryingCount() { return countOf(UploadStatus::retrying); }

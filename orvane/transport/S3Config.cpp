@@ -11,23 +11,18 @@ namespace {
 
 namespace ondemand = simdjson::ondemand;
 
-template <std::string S3Config::* field>
-bool readText(ondemand::value& value, S3Config& config) {
-  return internal::read(value, config.*field);
-}
-
 bool readTenantName(ondemand::value& value, S3Config& config) {
   config.tenantName.reset();
   return internal::readNull(value) || internal::read(value, config.tenantName.emplace());
 }
 
 constexpr internal::Members<S3Config, 7> kMembers{
-    {{"bucket", true, readText<&S3Config::bucket>},
-     {"region", true, readText<&S3Config::region>},
-     {"accessKey", true, readText<&S3Config::accessKey>},
-     {"secretKey", true, readText<&S3Config::secretKey>},
-     {"prefix", true, readText<&S3Config::prefix>},
-     {"endpoint", true, readText<&S3Config::endpoint>},
+    {internal::requiredMember<S3Config, &S3Config::bucket>("bucket"),
+     internal::requiredMember<S3Config, &S3Config::region>("region"),
+     internal::requiredMember<S3Config, &S3Config::accessKey>("accessKey"),
+     internal::requiredMember<S3Config, &S3Config::secretKey>("secretKey"),
+     internal::requiredMember<S3Config, &S3Config::prefix>("prefix"),
+     internal::requiredMember<S3Config, &S3Config::endpoint>("endpoint"),
      {"tenantName", false, readTenantName}}};
 
 }  // namespace

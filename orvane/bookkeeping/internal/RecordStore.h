@@ -7,9 +7,12 @@
 #include <orvane/platform/SerialQueue.h>
 #include <unistd.h>
 
+#include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace orvane::internal {
 
@@ -32,6 +35,26 @@ class RecordStore {
   template <class Look>
   auto read(Look&& look) {
     return queue_.sync([&] { return look(std::as_const(records_)); });
+  }
+
+  /// A copy of the record filed under `key`; blocks as `read` does.
+  [[nodiscard]] std::optional<Record> copyOf(std::string_view key) {
+    return read([key](const Records& records) {
+      const auto* const found = records.find(key);
+      return found == nullptr ? std::nullopt : std::optional(*found);
+    });
+  }
+
+  /// Copies of the records for which `select` holds, in no particular order; blocks as `read` does.
+  template <class Select>
+  [[nodiscard]] std::vector<Record> copiesIf(Select&& select) {
+    return read([&select](const Records& records) {
+      std::vector<Record> copies;
+      records.forEach([&](const Record& record) {
+        if (select(record)) copies.push_back(record);
+      });
+      return copies;
+    });
   }
 
   /// Queues `apply(records)`, after which the file is written, and returns at once. Where `apply`

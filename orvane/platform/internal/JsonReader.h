@@ -37,15 +37,14 @@ namespace ondemand = simdjson::ondemand;
 /// The member's name; the view lives as long as the parser and its text. Once for each field.
 [[nodiscard]] std::optional<std::string_view> nameOf(ondemand::field& field);
 
-/// Reads a text that is one object and nothing else; `readObject` gets it as an
-/// `ondemand::object&`.
-template <class ReadObject>
-[[nodiscard]] bool readDocument(const simdjson::padded_string& text, ReadObject&& readObject) {
+/// Reads a text that is one object, or one array, and nothing else; `readRoot` gets it as a
+/// `Root&`.
+template <class Root = ondemand::object, class ReadRoot>
+[[nodiscard]] bool readDocument(const simdjson::padded_string& text, ReadRoot&& readRoot) {
   ondemand::parser parser;
   ondemand::document document;
-  ondemand::object object;
-  return !parser.iterate(text).get(document) && !document.get_object().get(object) &&
-         readObject(object) &&
+  Root root;
+  return !parser.iterate(text).get(document) && !document.get(root) && readRoot(root) &&
          document.current_location().error() == simdjson::error_code::OUT_OF_BOUNDS;
 }
 
@@ -68,6 +67,13 @@ struct Member {
   bool required;
   bool (*read)(ondemand::value& value, Target& target);
 };
+
+/// A required member that a field of the target takes as it is.
+template <class Target, auto field>
+constexpr Member<Target> requiredMember(std::string_view name) {
+  return {name, true,
+          [](ondemand::value& value, Target& target) { return read(value, target.*field); }};
+}
 
 template <class Target, std::size_t count>
 using Members = std::array<Member<Target>, count>;

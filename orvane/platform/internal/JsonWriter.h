@@ -30,6 +30,8 @@ class JsonWriter {
 
   void beginObject() { writer_.StartObject(); }
   void endObject() { writer_.EndObject(); }
+  void beginArray() { writer_.StartArray(); }
+  void endArray() { writer_.EndArray(); }
   void name(std::string_view name) { value(name); }
 
   void value(std::string_view text);

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <orvane/bookkeeping/MultipartState.h>
+#include <orvane/platform/internal/JsonReader.h>
+#include <orvane/platform/internal/JsonWriter.h>
+
+namespace orvane::internal {
+
+/// The JSON form of a `MultipartState`: an object with its seven fields, all of them required.
+struct MultipartStateJson {
+  /// A state to read into.
+  [[nodiscard]] static MultipartState blank();
+
+  /// Reads the object into `state`, which must be blank. False leaves it half read.
+  [[nodiscard]] static bool read(ondemand::object& object, MultipartState& state);
+
+  /// Writes the state as one object. False when it has no JSON form.
+  [[nodiscard]] static bool write(JsonWriter& writer, const MultipartState& state);
+};
+
+}  // namespace orvane::internal
