@@ -22,5 +22,16 @@ TEST(Uuid, IsRandomOfVersion4InUpperCase) {
   EXPECT_EQ(lastDigits.size(), 16U);
 }
 
+TEST(Uuid, IsReadInUpperCase) {
+  EXPECT_EQ(uuidFrom("0123abcd-EF01-2345-6789-abcdefABCDEF"),
+            "0123ABCD-EF01-2345-6789-ABCDEFABCDEF");
+  for (const auto* text :
+       {"", "0123abcd-EF01-2345-6789-abcdefABCDE", "0123abcd-EF01-2345-6789-abcdefABCDEF0",
+        "0123abcd-EF01-2345-6789-abcdefABCDEg", "0123abcdE-F01-2345-6789-abcdefABCDEF",
+        "0123abcd0EF01-2345-6789-abcdefABCDEF", "0123abcd-EF01-2345-6789-abcdefABCD--"}) {
+    EXPECT_EQ(uuidFrom(text), std::nullopt) << text;
+  }
+}
+
 }  // namespace
 }  // namespace orvane::platform

@@ -1,0 +1,9 @@
+#include <orvane/bookkeeping/BandwidthSample.h>
+#include <orvane/platform/Uuid.h>
+
+namespace orvane {
+
+BandwidthSample::BandwidthSample(Date timestamp, double bytesPerSecond)
+    : id_(platform::randomUuid()), timestamp_(timestamp), bytesPerSecond_(bytesPerSecond) {}
+
+}  // namespace orvane

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <orvane/bookkeeping/Date.h>
+
+#include <string>
+
+namespace orvane {
+
+namespace internal {
+struct BandwidthSampleJson;
+}
+
+/// A throughput measured at some moment. A plain value, fixed when it is made.
+class BandwidthSample {
+ public:
+  /// A sample with a new identity.
+  BandwidthSample(Date timestamp, double bytesPerSecond);
+
+  /// Tells the sample from every other: a random UUID in upper case.
+  [[nodiscard]] const std::string& id() const noexcept { return id_; }
+  /// When it was recorded.
+  [[nodiscard]] Date timestamp() const noexcept { return timestamp_; }
+  [[nodiscard]] double bytesPerSecond() const noexcept { return bytesPerSecond_; }
+
+  friend bool operator==(const BandwidthSample&, const BandwidthSample&) = default;
+
+ private:
+  friend struct internal::BandwidthSampleJson;
+
+  BandwidthSample() = default;
+
+  std::string id_;
+  Date timestamp_;
+  double bytesPerSecond_ = 0;
+};
+
+}  // namespace orvane

@@ -1,0 +1,87 @@
+#include <orvane/bookkeeping/BandwidthStatsStore.h>
+#include <orvane/bookkeeping/internal/BandwidthSampleJson.h>
+#include <orvane/platform/Preferences.h>
+
+#include <limits>
+#include <utility>
+
+namespace orvane {
+namespace {
+
+std::int64_t saturatingSum(std::int64_t a, std::int64_t b) {
+  std::int64_t sum = 0;
+  if (!__builtin_add_overflow(a, b, &sum)) return sum;
+  using Limits = std::numeric_limits<std::int64_t>;
+  return b < 0 ? Limits::min() : Limits::max();
+}
+
+}  // namespace
+
+BandwidthStatsStore& BandwidthStatsStore::shared() {
+  // Never destroyed: other static objects of the host may still call it while the process exits.
+  static auto& instance = *new BandwidthStatsStore;
+  return instance;
+}
+
+BandwidthStatsStore::BandwidthStatsStore() { load(); }
+
+std::int64_t BandwidthStatsStore::totalBytesTransferred() const {
+  const std::lock_guard guard(lock_);
+  return totalBytesTransferred_;
+}
+
+std::vector<BandwidthSample> BandwidthStatsStore::samples() const {
+  const std::lock_guard guard(lock_);
+  return samples_;
+}
+
+void BandwidthStatsStore::addCompletedBytes(std::int64_t count) {
+  {
+    const std::lock_guard guard(lock_);
+    totalBytesTransferred_ = saturatingSum(totalBytesTransferred_, count);
+  }
+  storeTotal();
+}
+
+void BandwidthStatsStore::addSample(double bytesPerSecond) {
+  {
+    const std::lock_guard guard(lock_);
+    samples_.emplace_back(Date::now(), bytesPerSecond);
+    if (samples_.size() > maxSamples) samples_.erase(samples_.begin(), samples_.end() - maxSamples);
+  }
+  storeSamples();
+}
+
+void BandwidthStatsStore::reset() {
+  {
+    const std::lock_guard guard(lock_);
+    totalBytesTransferred_ = 0;
+    samples_.clear();
+  }
+  storeTotal();
+  storeSamples();
+}
+
+void BandwidthStatsStore::load() {
+  auto& preferences = Preferences::shared();
+  totalBytesTransferred_ = preferences.integer(totalBytesKey).value_or(0);
+  const auto stored = preferences.bytes(samplesKey);
+  if (!stored) return;
+  auto decoded = internal::BandwidthSampleJson::decode(textOf(*stored));
+  if (decoded) samples_ = std::move(*decoded);
+}
+
+void BandwidthStatsStore::storeTotal() {
+  const std::lock_guard guard(writing_);
+  Preferences::shared().set(totalBytesKey, totalBytesTransferred());
+}
+
+void BandwidthStatsStore::storeSamples() {
+  const std::lock_guard guard(writing_);
+  const auto current = samples();
+  if (current.empty()) return Preferences::shared().remove(samplesKey);
+  const auto json = internal::BandwidthSampleJson::encode(current);
+  if (json) Preferences::shared().set(samplesKey, bytesOf(*json));
+}
+
+}  // namespace orvane
