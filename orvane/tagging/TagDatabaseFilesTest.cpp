@@ -1,0 +1,268 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <orvane/platform/DatabaseQueue.h>
+#include <orvane/platform/HostApplication.h>
+#include <orvane/tagging/TagDatabase.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Database;
+using platform::DatabaseQueue;
+using platform::DatabaseRow;
+using testing::ChildMain;
+using testing::ChildProcess;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr int kTags = 5;
+
+fs::path folder() { return HostApplication::documentsDirectory().value(); }
+fs::path file() { return folder() / "tag_database.sqlite"; }
+
+Result<void> executeAll(Database& database, const std::vector<std::string>& statements) {
+  for (const auto& statement : statements) {
+    if (auto done = database.execute(statement); !done) return done;
+  }
+  return {};
+}
+
+/// Makes the file by plain SQL.
+void build(const std::vector<std::string>& statements) {
+  fs::create_directories(folder());
+  const auto queue = DatabaseQueue::open(file()).value();
+  const auto built =
+      queue->write([&](Database& database) { return executeAll(database, statements); });
+  ASSERT_TRUE(built) << built.error().description();
+}
+
+std::vector<std::string> rows(std::string_view statement) {
+  const auto queue = DatabaseQueue::open(file()).value();
+  return queue
+      ->read([&](Database& database) {
+        return database.fetchAll(statement, {}, {},
+                                 [](const DatabaseRow& row) { return std::string(row.text(0)); });
+      })
+      .value();
+}
+
+std::vector<std::string> applied() {
+  return rows("SELECT identifier FROM grdb_migrations ORDER BY rowid");
+}
+
+const std::string kRecords = "CREATE TABLE grdb_migrations (identifier TEXT NOT NULL PRIMARY KEY)";
+const std::string kRecordV1 = "INSERT INTO grdb_migrations VALUES ('v1')";
+const std::string kOldOffsets =
+    "CREATE TABLE tag_sync_offsets (device_uuid TEXT NOT NULL PRIMARY KEY,"
+    " byte_offset INTEGER NOT NULL DEFAULT 0, last_sync_at INTEGER NOT NULL DEFAULT 0,"
+    " remote_etag TEXT NOT NULL DEFAULT '')";
+const std::string kOldRow = "INSERT INTO tag_sync_offsets VALUES ('A', 0, 5, 'etag')";
+const std::string kOtherTags = "CREATE TABLE asset_tags (anything)";
+
+TEST(TagDatabaseFiles, ANewFileHasTheWholeLayout) {
+  ASSERT_TRUE(TagDatabase::shared().initialize());
+  EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
+  EXPECT_THAT(
+      rows("SELECT t.name || '.' || c.name || ' ' || c.type || c.\"notnull\" || "
+           "coalesce(c.dflt_value, '') || c.pk FROM sqlite_master t, pragma_table_info(t.name) c"
+           " WHERE t.name <> 'grdb_migrations' AND t.type = 'table' ORDER BY t.rowid, c.cid"),
+      ElementsAre(
+          "asset_tags.asset_id TEXT11", "asset_tags.tag TEXT12", "asset_tags.confidence REAL10.00",
+          "asset_tags.source TEXT1'ml_v1'0", "asset_tags.created_at INTEGER10",
+          "asset_tags.device_uuid TEXT13", "tag_sync_offsets.device_uuid TEXT11",
+          "tag_sync_offsets.byte_offset INTEGER100", "tag_sync_offsets.last_sync_at INTEGER100",
+          "tag_sync_offsets.remote_etag TEXT1''0", "tag_sync_offsets.last_seen_ts INTEGER100",
+          "backfill_progress.id INTEGER011", "backfill_progress.total INTEGER100",
+          "backfill_progress.processed INTEGER100", "backfill_progress.completed INTEGER100",
+          "backfill_progress.started_at INTEGER100"));
+  EXPECT_THAT(rows("SELECT sql FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL"),
+              ElementsAre("CREATE INDEX idx_asset_tags_tag ON asset_tags(tag)",
+                          "CREATE INDEX idx_asset_tags_asset ON asset_tags(asset_id)"));
+  EXPECT_TRUE(fs::exists(file().string() + "-wal"));
+  struct stat status{};
+  ASSERT_EQ(stat(file().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  ASSERT_EQ(stat(folder().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0700U);
+}
+
+TEST(TagDatabaseFiles, AnOlderFileGetsTheMissingColumn) {
+  build({kRecords, kRecordV1, kOldOffsets, kOldRow});
+  ASSERT_TRUE(TagDatabase::shared().initialize());
+  EXPECT_EQ(TagDatabase::shared().getLastSeenTimestamp("A").value(), 0);
+  EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
+  EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
+  EXPECT_THAT(rows("SELECT name FROM sqlite_master WHERE name = 'asset_tags'"), IsEmpty())
+      << "the first step is not run again";
+}
+
+TEST(TagDatabaseFiles, WhatIsRecordedIsNotRunAgain) {
+  build({kRecords, kRecordV1});
+  ASSERT_TRUE(TagDatabase::shared().initialize());
+  ASSERT_TRUE(TagDatabase::shared().initialize());
+  EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
+  EXPECT_THAT(rows("SELECT name FROM sqlite_master WHERE type = 'table'"),
+              ElementsAre("grdb_migrations"));
+}
+
+TEST(TagDatabaseFiles, AFailedStepLeavesTheStoreOpen) {
+  build({kOtherTags, kOldOffsets, kOldRow});
+  const auto before = rows("SELECT coalesce(sql, '') FROM sqlite_master");
+  const auto failed = TagDatabase::shared().initialize();
+  ASSERT_FALSE(failed);
+  EXPECT_EQ(failed.error().domain(), Error::kDatabase);
+  EXPECT_THAT(failed.error().description(), ::testing::HasSubstr("asset_tags already exists"));
+  EXPECT_EQ(rows("SELECT coalesce(sql, '') FROM sqlite_master"), before);
+  EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag") << "the store is open";
+}
+
+TEST(TagDatabaseFiles, AFileThatIsNoDatabaseIsLeftAlone) {
+  build({kRecords, kRecordV1, kOldOffsets, kOldRow});
+  const auto whole = testing::readFile(file());
+  const auto schemaLost = whole.substr(0, 100) + std::string(whole.size() - 100, '\xff');
+  for (const auto& content :
+       {std::string("short"), std::string(8192, 'x'), schemaLost, whole.substr(0, 5000)}) {
+    testing::writeFile(file(), content);
+    const auto failed = TagDatabase::shared().initialize();
+    ASSERT_FALSE(failed) << content.size();
+    EXPECT_EQ(failed.error().domain(), Error::kDatabase);
+    EXPECT_THAT(failed.error().code() & 0xff, ::testing::AnyOf(11, 26));
+    EXPECT_TRUE(testing::readFile(file()) == content) << content.size();
+  }
+}
+
+/// Prints what came of `initialize` in a process without the rights of root.
+const ChildMain kUnprivileged("unprivileged-initialize", [](const auto&) {
+  if (geteuid() == 0 && setuid(65534) != 0) return 1;
+  const auto done = TagDatabase::shared().initialize();
+  const auto line =
+      done ? "ok" : done.error().domain() + ' ' + std::to_string(done.error().code() & 0xff);
+  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
+  _exit(0);  // The leak check could not look into a process that has changed its user.
+});
+
+TEST(TagDatabaseFiles, AFolderThatCannotBeWrittenIsAnError) {
+  const auto initialize = [] { return testing::outputOfChild("unprivileged-initialize"); };
+  fs::create_directories(folder().parent_path());
+  fs::permissions(testing::testDirectory(), fs::perms{0755});
+  fs::permissions(folder().parent_path(), fs::perms{0555});
+  EXPECT_EQ(initialize(), "POSIX " + std::to_string(EACCES));
+
+  fs::permissions(folder().parent_path(), fs::perms{0755});
+  fs::create_directory(folder());
+  fs::permissions(folder(), fs::perms{0555});
+  EXPECT_EQ(initialize(), "Database 14");
+
+  fs::permissions(folder(), fs::perms{0755});
+  build({kRecords});
+  fs::permissions(file(), fs::perms{0444});
+  fs::permissions(folder(), fs::perms{0555});
+  EXPECT_EQ(initialize(), "Database 8");
+  fs::permissions(folder(), fs::perms{0755});
+}
+
+/// Writes until the "disk" is full, then goes on when there is room again.
+const ChildMain kFullDisk("full-disk", [](const auto&) {
+  auto& db = TagDatabase::shared();
+  if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR || !db.initialize()) return 1;
+  const rlimit former{RLIM_INFINITY, RLIM_INFINITY};
+  const rlimit small{300'000, RLIM_INFINITY};
+  setrlimit(RLIMIT_FSIZE, &small);
+  std::size_t stored = 0;
+  const std::vector<TagWithConfidence> tags{{std::string(5000, 'a'), 1},
+                                            {std::string(5000, 'b'), 1}};
+  auto done = db.upsertTags("0", tags, "A");
+  while (done) done = db.upsertTags(std::to_string(++stored), tags, "A");
+  setrlimit(RLIMIT_FSIZE, &former);
+  const auto code = done.error().code() & 0xff;
+  if (done.error().domain() != Error::kDatabase || (code != 10 && code != 13)) return 2;
+  if (db.exportAllTagsForDevice("A").value().size() != stored || stored == 0) return 3;
+  if (!db.upsertTags("later", tags, "A")) return 4;
+  const auto found = db.exportAllTagsForDevice("A").value();
+  for (const auto& [asset, all] : found) {
+    if (all.size() != 2) return 5;
+  }
+  return 0;
+});
+
+TEST(TagDatabaseFiles, AFullDiskFailsTheWriteAlone) {
+  EXPECT_EQ(ChildProcess::run("full-disk").wait(), 0);
+}
+
+/// Holds the write lock until it is killed.
+const ChildMain kLockHolder("lock-holder", [](const auto&) {
+  const auto queue = DatabaseQueue::open(file()).value();
+  return queue->write([](Database& database) -> Result<void> {
+                if (auto done = database.execute("DELETE FROM asset_tags"); !done) return done;
+                if (write(STDOUT_FILENO, "locked\n", 7) < 0) return {};
+                for (;;) pause();
+              }).has_value()
+             ? 0
+             : 1;
+});
+
+TEST(TagDatabaseFiles, WaitsThreeSecondsForAnotherProcess) {
+  auto& db = TagDatabase::shared();
+  ASSERT_TRUE(db.initialize());
+  ASSERT_TRUE(db.upsertTag("a", "mare", 1, "A"));
+  auto holder = ChildProcess::run("lock-holder");
+  ASSERT_EQ(holder.readLine(), "locked");
+  const auto failed = db.upsertTag("b", "mare", 1, "A");
+  ASSERT_FALSE(failed);
+  EXPECT_EQ(failed.error().code(), 5);
+  EXPECT_THAT(db.tagsForAsset("a").value(), ElementsAre("mare")) << "reading goes on";
+
+  auto waiting = std::async(std::launch::async, [&] { return db.upsertTag("c", "mare", 1, "A"); });
+  EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+  holder.kill(SIGKILL);
+  EXPECT_TRUE(waiting.get());
+  EXPECT_THAT(rows("SELECT asset_id FROM asset_tags ORDER BY asset_id"), ElementsAre("a", "c"));
+}
+
+const ChildMain kTagger("tagger", [](const auto&) {
+  auto& db = TagDatabase::shared();
+  if (!db.initialize()) return 1;
+  const auto first = static_cast<int>(db.exportAllTagsForDevice("A").value().size());
+  for (int asset = first;; ++asset) {
+    std::vector<TagWithConfidence> tags;
+    for (int i = 0; i < kTags; ++i) tags.push_back({std::to_string(i) + std::string(500, 't'), 1});
+    if (!db.upsertTags(std::to_string(asset), tags, "A")) return 1;
+    const auto line = std::to_string(asset) + '\n';
+    if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
+  }
+});
+
+TEST(TagDatabaseFiles, AKilledWriterLeavesWholeAssets) {
+  auto& db = TagDatabase::shared();
+  for (int round = 0; round < 10; ++round) {
+    auto tagger = ChildProcess::run("tagger");
+    int reported = 0;
+    for (int line = 0; line < 1 + 3 * round; ++line)
+      reported = std::stoi(tagger.readLine().value());
+    tagger.kill(SIGKILL);
+    while (const auto line = tagger.readLine()) reported = std::stoi(*line);
+    ASSERT_TRUE(db.initialize());
+    const auto stored = db.exportAllTagsForDevice("A").value();
+    EXPECT_GT(stored.size(), static_cast<std::size_t>(reported));
+    for (const auto& [asset, tags] : stored) EXPECT_EQ(tags.size(), kTags) << asset;
+  }
+}
+
+}  // namespace
+}  // namespace orvane

@@ -1,0 +1,199 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <orvane/platform/DatabaseQueue.h>
+#include <orvane/platform/HostApplication.h>
+#include <orvane/tagging/TagDatabase.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/ChildProcess.h"
+
+namespace orvane {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+using Tags = std::vector<TagWithConfidence>;
+using Progress = BackfillProgress;
+
+std::int64_t now() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+class TagDatabaseTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(db.initialize()); }
+
+  /// What the file itself holds, as another connection sees it: the first column of each row.
+  static std::vector<std::string> rows(std::string_view statement) {
+    const auto file = HostApplication::documentsDirectory().value() / "tag_database.sqlite";
+    const auto queue = platform::DatabaseQueue::open(file).value();
+    return queue
+        ->read([&](platform::Database& database) {
+          return database.fetchAll(statement, {}, {}, [](const platform::DatabaseRow& row) {
+            return std::string(row.text(0));
+          });
+        })
+        .value();
+  }
+
+  TagDatabase& db = TagDatabase::shared();
+};
+
+TEST_F(TagDatabaseTest, AnotherRowReplacesTheOneOfTheSameDevice) {
+  const auto start = now();
+  ASSERT_TRUE(db.upsertTag("a", "mare", 0.5, "A"));
+  ASSERT_TRUE(db.upsertTag("a", "mare", 0.25, "A"));
+  ASSERT_TRUE(db.upsertTag("a", "mare", 0.75, "B"));
+  EXPECT_THAT(
+      db.getTagsForAsset("a").value(),
+      UnorderedElementsAre(TagWithConfidence{"mare", 0.25}, TagWithConfidence{"mare", 0.75}));
+  EXPECT_THAT(db.tagsForAsset("a").value(), ElementsAre("mare", "mare"));
+  EXPECT_THAT(db.tagsForAsset("A").value(), IsEmpty());
+  EXPECT_THAT(rows("SELECT DISTINCT source FROM asset_tags"), ElementsAre("ml_v1"));
+  EXPECT_GE(std::stoll(rows("SELECT MIN(created_at) FROM asset_tags")[0]), start);
+  EXPECT_LE(std::stoll(rows("SELECT MAX(created_at) FROM asset_tags")[0]), now());
+}
+
+TEST_F(TagDatabaseTest, SeveralTagsShareOneWholeTime) {
+  ASSERT_TRUE(db.upsertTags("a", {}, "A"));
+  EXPECT_THAT(rows("SELECT * FROM asset_tags"), IsEmpty());
+  ASSERT_TRUE(db.upsertTags("a", {{"mare", 0.9}, {"cane", 0.8}, {"mare", 0.7}}, "A"));
+  EXPECT_THAT(db.getTagsForAsset("a").value(),
+              UnorderedElementsAre(TagWithConfidence{"mare", 0.7}, TagWithConfidence{"cane", 0.8}));
+  EXPECT_THAT(rows("SELECT DISTINCT typeof(created_at) FROM asset_tags"), ElementsAre("integer"));
+  EXPECT_THAT(rows("SELECT COUNT(DISTINCT created_at) FROM asset_tags"), ElementsAre("1"));
+}
+
+TEST_F(TagDatabaseTest, ExportHoldsOneDeviceInRowOrder) {
+  EXPECT_THAT(db.exportAllTagsForDevice("A").value(), IsEmpty());
+  const Tags many{{"1", 0.1}, {"2", 0.2}, {"3", 0.3}, {"4", 0.4}, {"5", 0.5}, {"6", 0.6}};
+  ASSERT_TRUE(db.upsertTags("a", many, "A"));
+  ASSERT_TRUE(db.upsertTags("b", {{"x", 1}}, "A"));
+  ASSERT_TRUE(db.upsertTags("a", {{"7", 0.7}}, "A"));  // Apart from the asset's other rows.
+  ASSERT_TRUE(db.upsertTags("a", {{"other", 1}}, "B"));
+  auto expected = many;
+  expected.push_back({"7", 0.7});
+  EXPECT_EQ(db.exportAllTagsForDevice("A").value(),
+            (TagsByAsset{{"a", expected}, {"b", {{"x", 1}}}}));
+}
+
+TEST_F(TagDatabaseTest, SearchMatchesAnyPartOfATag) {
+  ASSERT_TRUE(db.upsertTags("a", {{"Spiaggia", 1}, {"mare", 1}}, "A"));
+  ASSERT_TRUE(db.upsertTags("a", {{"spiaggia", 1}}, "B"));
+  ASSERT_TRUE(db.upsertTags("b", {{"città", 1}, {"100%", 1}}, "A"));
+  const struct {
+    std::string_view query;
+    std::vector<std::string> assets;
+  } cases[] = {
+      {"", {"a", "b"}},  {"PIAG", {"a"}},
+      {"mare", {"a"}},   {"CITTÀ", {}},
+      {"citt_", {"b"}},  {"s%a", {"a"}},
+      {"%", {"a", "b"}}, {"m are", {}},
+      {"maremare", {}},  {"'; DROP TABLE asset_tags; --", {}},
+  };
+  for (const auto& [query, assets] : cases) {
+    EXPECT_THAT(db.searchAssetsByTag(query).value(), ::testing::UnorderedElementsAreArray(assets))
+        << query;
+  }
+}
+
+TEST_F(TagDatabaseTest, TopTagsCountRows) {
+  ASSERT_TRUE(db.upsertTags("a", {{"mare", 1}, {"cane", 1}}, "A"));
+  ASSERT_TRUE(db.upsertTags("a", {{"mare", 1}}, "B"));
+  ASSERT_TRUE(db.upsertTags("b", {{"mare", 1}, {"cane", 1}, {"neve", 1}}, "A"));
+  const std::vector<TagWithCount> all{{"mare", 3}, {"cane", 2}, {"neve", 1}};
+  EXPECT_EQ(db.topTags(-1).value(), all);
+  EXPECT_EQ(db.topTags(2).value(), std::vector(all.begin(), all.begin() + 2));
+  EXPECT_THAT(db.topTags(0).value(), IsEmpty());
+}
+
+TEST_F(TagDatabaseTest, StateOfADevice) {
+  EXPECT_EQ(db.getRemoteETag("A").value(), std::nullopt);
+  EXPECT_EQ(db.getLastSeenTimestamp("A").value(), 0);
+  ASSERT_TRUE(db.updateRemoteETag("A", "none"));
+  EXPECT_EQ(db.getRemoteETag("A").value(), std::nullopt) << "nothing to update";
+
+  ASSERT_TRUE(db.upsertRemoteETag("A", "first"));
+  EXPECT_THAT(rows("SELECT byte_offset || last_sync_at || last_seen_ts FROM tag_sync_offsets"),
+              ElementsAre("000"));
+  ASSERT_TRUE(db.updateRemoteETag("A", "second"));
+  EXPECT_EQ(db.getRemoteETag("A").value(), "second");
+  const auto start = now();
+  ASSERT_TRUE(db.updateLastSeenTimestamp("A", INT64_MAX));
+  EXPECT_EQ(db.getLastSeenTimestamp("A").value(), INT64_MAX);
+  EXPECT_EQ(db.getRemoteETag("A").value(), "");
+  EXPECT_GE(std::stoll(rows("SELECT last_sync_at FROM tag_sync_offsets")[0]), start);
+  ASSERT_TRUE(db.upsertRemoteETag("A", "third"));
+  EXPECT_EQ(db.getLastSeenTimestamp("A").value(), INT64_MAX);
+
+  ASSERT_TRUE(db.upsertTag("a", "mare", 1, "A"));
+  ASSERT_TRUE(db.deleteAllTags());
+  EXPECT_THAT(db.tagsForAsset("a").value(), IsEmpty());
+  EXPECT_EQ(db.getRemoteETag("A").value(), "third");
+}
+
+TEST_F(TagDatabaseTest, ABackfillIsOneRow) {
+  EXPECT_EQ(db.getBackfillProgress().value(), std::nullopt);
+  ASSERT_TRUE(db.updateBackfillProgress(1) && db.completeBackfill() && db.resetBackfillCompleted());
+  EXPECT_EQ(db.getBackfillProgress().value(), std::nullopt) << "nothing to change";
+  const auto start = now();
+  ASSERT_TRUE(db.initializeBackfill(10));
+  EXPECT_EQ(db.getBackfillProgress().value(), (Progress{10, 0, 0}));
+  EXPECT_GE(std::stoll(rows("SELECT started_at FROM backfill_progress")[0]), start);
+  ASSERT_TRUE(db.updateBackfillProgress(4));
+  ASSERT_TRUE(db.completeBackfill());
+  EXPECT_EQ(db.getBackfillProgress().value(), (Progress{10, 4, 1}));
+  ASSERT_TRUE(db.resetBackfillCompleted());
+  EXPECT_EQ(db.getBackfillProgress().value(), (Progress{10, 4, 0}));
+  ASSERT_TRUE(db.initializeBackfill(20));
+  EXPECT_EQ(db.getBackfillProgress().value(), (Progress{20, 0, 0}));
+  ASSERT_TRUE(db.deleteBackfillProgress());
+  EXPECT_EQ(db.getBackfillProgress().value(), std::nullopt);
+}
+
+TEST_F(TagDatabaseTest, ThreadsWriteAndReadWhileItIsOpenedAnew) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([this, device = std::to_string(i)] {
+      for (std::size_t asset = 0; asset < 25; ++asset) {
+        EXPECT_TRUE(db.upsertTags(std::to_string(asset), {{"a", 1}, {"b", 1}}, device));
+        EXPECT_EQ(db.exportAllTagsForDevice(device).value().size(), asset + 1);
+      }
+    });
+  }
+  for (int i = 0; i < 10; ++i) EXPECT_TRUE(db.initialize());
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(db.topTags(1).value().at(0).count, 100);
+}
+
+const testing::ChildMain kUnopened("unopened-tag-database", [](const auto&) {
+  auto& db = TagDatabase::shared();
+  const bool written = db.upsertTag("a", "t", 1, "A") && db.upsertTags("a", {{"t", 1}}, "A") &&
+                       db.deleteAllTags() && db.updateRemoteETag("A", "e") &&
+                       db.upsertRemoteETag("A", "e") && db.updateLastSeenTimestamp("A", 1) &&
+                       db.initializeBackfill(1) && db.updateBackfillProgress(1) &&
+                       db.completeBackfill() && db.resetBackfillCompleted() &&
+                       db.deleteBackfillProgress();
+  const bool empty =
+      db.tagsForAsset("a").value().empty() && db.getTagsForAsset("a").value().empty() &&
+      db.exportAllTagsForDevice("A").value().empty() && db.searchAssetsByTag("").value().empty() &&
+      db.topTags(-1).value().empty() && !db.getRemoteETag("A").value() &&
+      db.getLastSeenTimestamp("A").value() == 0 && !db.getBackfillProgress().value();
+  return written && empty ? 0 : 1;
+});
+
+TEST_F(TagDatabaseTest, UnopenedItDoesNothingAndHoldsNothing) {
+  ASSERT_TRUE(db.upsertTag("a", "t", 1, "A"));
+  EXPECT_EQ(testing::ChildProcess::run("unopened-tag-database").wait(), 0);
+  EXPECT_THAT(db.tagsForAsset("a").value(), ElementsAre("t"));
+}
+
+}  // namespace
+}  // namespace orvane
