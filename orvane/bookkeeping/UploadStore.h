@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,6 +42,10 @@ class UploadStore {
 
   /// The record filed under an asset identifier. Blocks.
   [[nodiscard]] std::optional<UploadRecord> record(std::string_view assetId);
+
+  /// The `filename` of the record filed under each identifier, in their order; empty where there is
+  /// no record. Blocks, once for all of them.
+  [[nodiscard]] std::vector<std::string> filenames(std::span<const std::string_view> assetIds);
 
   /// Every record, in no particular order. Blocks.
   [[nodiscard]] std::vector<UploadRecord> allRecords();

@@ -69,7 +69,7 @@ bool readAnything(ondemand::value& value, int depth) {
 
 }  // namespace
 
-bool read(ondemand::value& value, std::string& result) {
+bool read(ondemand::value& value, std::string_view& result) {
   const auto token = tokenOf(value);
   if (token.find('\\') == std::string_view::npos) {
     // Nothing is escaped: the text stands between its quotes.
@@ -79,8 +79,12 @@ bool read(ondemand::value& value, std::string& result) {
     result = token.substr(1, token.size() - 2);
     return true;
   }
+  return !value.get_string().get(result) && isText(result);
+}
+
+bool read(ondemand::value& value, std::string& result) {
   std::string_view text;
-  if (value.get_string().get(text) || !isText(text)) return false;
+  if (!read(value, text)) return false;
   result = text;
   return true;
 }

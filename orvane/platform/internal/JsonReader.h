@@ -22,6 +22,8 @@ namespace orvane::internal {
 namespace ondemand = simdjson::ondemand;
 
 [[nodiscard]] bool read(ondemand::value& value, std::string& result);
+/// The view lives as long as the text and until the parser reads another one.
+[[nodiscard]] bool read(ondemand::value& value, std::string_view& result);
 /// A whole number of 64 bits, however it is written.
 [[nodiscard]] bool read(ondemand::value& value, std::int64_t& result);
 [[nodiscard]] bool read(ondemand::value& value, double& result);
@@ -38,14 +40,20 @@ namespace ondemand = simdjson::ondemand;
 [[nodiscard]] std::optional<std::string_view> nameOf(ondemand::field& field);
 
 /// Reads a text that is one object, or one array, and nothing else; `readRoot` gets it as a
-/// `Root&`.
+/// `Root&`. A parser that reads many texts keeps its memory in between.
 template <class Root = ondemand::object, class ReadRoot>
-[[nodiscard]] bool readDocument(const simdjson::padded_string& text, ReadRoot&& readRoot) {
-  ondemand::parser parser;
+[[nodiscard]] bool readDocument(ondemand::parser& parser, simdjson::padded_string_view text,
+                                ReadRoot&& readRoot) {
   ondemand::document document;
   Root root;
   return !parser.iterate(text).get(document) && !document.get(root) && readRoot(root) &&
          document.current_location().error() == simdjson::error_code::OUT_OF_BOUNDS;
+}
+
+template <class Root = ondemand::object, class ReadRoot>
+[[nodiscard]] bool readDocument(const simdjson::padded_string& text, ReadRoot&& readRoot) {
+  ondemand::parser parser;
+  return readDocument<Root>(parser, text, std::forward<ReadRoot>(readRoot));
 }
 
 /// Reads an object as a map: `readEntry` gets each name and its `ondemand::value&`.
