@@ -120,8 +120,18 @@ SharedQueue TagDatabase::queue() const {
 
 Result<void> TagDatabase::upsertTag(std::string_view assetId, std::string_view tag,
                                     double confidence, std::string_view deviceUUID) {
-  return write(queue(), statements::kUpsertTag,
-               {assetId, tag, confidence, kSource, nowInMilliseconds(), deviceUUID});
+  const auto opened = queue();
+  if (!opened) return {};
+  return opened->write([&](Database& database) {
+    return insertTag(database, assetId, tag, confidence, deviceUUID);
+  });
+}
+
+Result<void> TagDatabase::insertTag(Database& database, std::string_view assetId,
+                                    std::string_view tag, double confidence,
+                                    std::string_view deviceUUID) {
+  return database.execute(statements::kUpsertTag,
+                          {assetId, tag, confidence, kSource, nowInMilliseconds(), deviceUUID});
 }
 
 Result<void> TagDatabase::upsertTags(std::string_view assetId,

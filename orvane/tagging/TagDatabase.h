@@ -17,7 +17,12 @@
 namespace orvane {
 
 namespace platform {
+class Database;
 class DatabaseQueue;
+}  // namespace platform
+
+namespace internal {
+class TagBatch;
 }
 
 /// The tags of each asset; an asset without tags is not in it.
@@ -106,11 +111,18 @@ class TagDatabase {
   [[nodiscard]] Result<std::optional<BackfillProgress>> getBackfillProgress() const;
 
  private:
+  friend class internal::TagBatch;  ///< Writes many tags at a time, each as `upsertTag` does.
+
   TagDatabase() = default;
   ~TagDatabase() = default;
 
   /// The open database, or null. Its users keep it while a new one takes its place.
   [[nodiscard]] std::shared_ptr<platform::DatabaseQueue> queue() const;
+
+  /// What `upsertTag` does, as part of a write.
+  [[nodiscard]] static Result<void> insertTag(platform::Database& database,
+                                              std::string_view assetId, std::string_view tag,
+                                              double confidence, std::string_view deviceUUID);
 
   mutable std::mutex lock_;  ///< Guards `dbQueue_`.
   std::shared_ptr<platform::DatabaseQueue> dbQueue_;

@@ -1,0 +1,280 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <orvane/tagsync/internal/TagListing.h>
+#include <orvane/tagsync/internal/TagObject.h>
+
+#include <cmath>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+
+namespace orvane::internal {
+namespace {
+
+using namespace std::string_literals;
+using Tags = std::vector<TagWithConfidence>;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+std::vector<TagLine> linesOf(std::string body) {
+  TagObjectReader reader(std::move(body));
+  std::vector<TagLine> lines;
+  for (TagLine line; reader.next(line);) lines.push_back(line);
+  return lines;
+}
+
+/// What is read from a line whose other members are right.
+TagLine lineWith(const std::string& member) {
+  const auto lines = linesOf(member);
+  EXPECT_EQ(lines.size(), 1U) << member;
+  return lines.empty() ? TagLine() : lines.front();
+}
+
+std::string textOfObject(TagObjectWriter& writer) { return std::string(textOf(writer.takeBody())); }
+
+TEST(TagObject, IsWrittenAsCompactLines) {
+  TagObjectWriter writer(1'732'320'000'123);
+  writer.append("A/1", {{"mare", 0.5}, {"citt\u00e0 \"x\"\\\n", 1}}, "media/a.jpg");
+  writer.append("B", {}, "");
+  EXPECT_EQ(textOfObject(writer),
+            R"({"asset_id":"A/1","tags":[{"tag":"mare","confidence":0.5},)"
+            R"({"tag":"città \"x\"\\\n","confidence":1}],"version":1,"ts":1732320000123,)"
+            R"("s3_key":"media/a.jpg"})"
+            "\n"
+            R"({"asset_id":"B","tags":[],"version":1,"ts":1732320000123})"
+            "\n");
+}
+
+TEST(TagObject, LeavesOutAssetsWithoutJsonForm) {
+  TagObjectWriter writer(7);
+  const Tags fine = {{"mare", 0.5}};
+  writer.append("\xff", fine, "k");
+  writer.append("A", {{"mare", 0.5}, {"\xed\xa0\x80", 0.5}}, "k");
+  writer.append("A", {{"mare", std::nan("")}}, "k");
+  writer.append("A", {{"mare", std::numeric_limits<double>::infinity()}}, "k");
+  writer.append("A", fine, "\xc3");
+  writer.reserve(10);
+  EXPECT_EQ(textOfObject(writer), "");
+  writer.append("A", fine, "");
+  writer.reserve(1000);
+  EXPECT_EQ(linesOf(textOfObject(writer)).at(0).tags, fine);
+}
+
+TEST(TagObject, IsReadAsItWasWritten) {
+  const std::string odd = "0123456789012345678901234567\0\x01\x1f\x7f\"\\/\u2028\U0001F600"s;
+  const Tags tags = {{odd, 0.1}, {"", 1.0 / 3}, {std::string(100'000, 'x'), 5e-324}, {"t", -0.0}};
+  TagObjectWriter writer(std::numeric_limits<std::int64_t>::min());
+  writer.append(odd, tags, odd);
+  const auto line = lineWith(textOfObject(writer));
+  EXPECT_EQ(line.assetId, odd);
+  EXPECT_EQ(line.s3Key, odd);
+  EXPECT_EQ(line.tags, tags);
+  EXPECT_EQ(line.ts, std::numeric_limits<std::int64_t>::min());
+}
+
+TEST(TagObject, ReadsMembersOfTheRightTypeOnly) {
+  const struct {
+    std::string ts;
+    std::optional<std::int64_t> value;
+  } timestamps[] = {{"5", 5},
+                    {"5.0", 5},
+                    {"50e-1", 5},
+                    {"-3", -3},
+                    {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
+                    {"9223372036854775808", {}},
+                    {"1e300", {}},
+                    {"1e400", {}},
+                    {"5.5", {}},
+                    {"true", {}},
+                    {"null", {}},
+                    {"\"5\"", {}},
+                    {"[5]", {}},
+                    {"{}", {}}};
+  for (const auto& [ts, value] : timestamps) {
+    EXPECT_EQ(lineWith(R"({"ts":)" + ts + R"(,"s3_key":"k"})").ts, value) << ts;
+    EXPECT_EQ(lineWith(R"({"ts":)" + ts + R"(,"s3_key":"k"})").s3Key, "k") << ts;
+  }
+  const struct {
+    std::string tags;
+    std::optional<Tags> value;
+  } lists[] = {
+      {"[]", Tags()},
+      {R"([{"tag":"a","confidence":0.5,"x":[{}]}])", Tags{{"a", 0.5}}},
+      {R"([{"confidence":1,"tag":"a"},{"tag":"b","confidence":-2e0}])", Tags{{"a", 1}, {"b", -2}}},
+      {R"([{},{"tag":"a"},{"confidence":1},{"tag":"b","confidence":1}])", Tags{{"b", 1}}},
+      {R"([{"tag":1,"confidence":1},{"tag":"a","confidence":"1"}])", Tags()},
+      {R"([{"tag":"a","confidence":true},{"tag":"b","confidence":null}])", Tags()},
+      {R"([{"tag":"a","confidence":1e400},{"tag":"b","confidence":1e-400}])", Tags{{"b", 0}}},
+      {R"([{"tag":"a","confidence":12345678901234567890123}])",
+       Tags{{"a", 12345678901234567890123.0}}},
+      {R"([{"tag":"a","confidence":1},1])", {}},
+      {R"([{"tag":"a","confidence":1},null])", {}},
+      {R"([[]])", {}},
+      {R"({"tag":"a","confidence":1})", {}},
+      {"\"a\"", {}},
+      {"null", {}}};
+  for (const auto& [tags, value] : lists) {
+    EXPECT_EQ(lineWith(R"({"tags":)" + tags + R"(,"asset_id":"A"})").tags, value) << tags;
+    EXPECT_EQ(lineWith(R"({"tags":)" + tags + R"(,"asset_id":"A"})").assetId, "A") << tags;
+  }
+  EXPECT_EQ(lineWith(R"({"asset_id":1,"s3_key":null})").assetId, std::nullopt);
+  EXPECT_EQ(lineWith(R"({"asset_id":1,"s3_key":null})").s3Key, std::nullopt);
+}
+
+TEST(TagObject, TheLastOfRepeatedMembersCounts) {
+  EXPECT_EQ(lineWith(R"({"ts":1,"ts":2})").ts, 2);
+  EXPECT_EQ(lineWith(R"({"ts":"x","\u0074s":2})").ts, 2);
+  EXPECT_EQ(lineWith(R"({"ts":1,"ts":"x"})").ts, std::nullopt);
+  EXPECT_EQ(lineWith(R"({"tags":[{}],"tags":{}})").tags, std::nullopt);
+  EXPECT_EQ(lineWith(R"({"tags":1,"tags":[{"tag":"a","tag":"b","confidence":1}]})").tags,
+            (Tags{{"b", 1}}));
+}
+
+TEST(TagObject, SkipsLinesThatAreNoJsonObject) {
+  const std::string good = R"({"asset_id":"A"})";
+  const std::string deep(100'000, '[');
+  const std::string bad[] = {"",
+                             " ",
+                             "\r",
+                             "[]",
+                             "\"{}\"",
+                             "1",
+                             "{",
+                             "}",
+                             "{}{}",
+                             R"({"asset_id":"A",})",
+                             R"({"asset_id":"A"}x)",
+                             R"({"asset_id":"A)",
+                             R"({"asset_id":"A","x":tru})",
+                             R"({"asset_id":"A","x":01})",
+                             R"({"asset_id":"A","ts":01})",
+                             R"({"asset_id":"A","ts":1.})",
+                             R"({"asset_id":"\ud800"})",
+                             R"({"asset_id":"A","x":"\udc00"})",
+                             R"({"asset_id":"A","tags":[{"tag":"\ud83d\u0041","confidence":1}]})",
+                             "{\"asset_id\":\"A\tB\"}",
+                             std::string("{\"asset_id\":\"A\0\"}", 17),
+                             R"({"x":)" + deep + "}",
+                             R"({"tags":)" + deep,
+                             R"({"x":)" + std::string(600, '[') + std::string(600, ']') + "}",
+                             "{'asset_id':'A'}",
+                             "\xef\xbb\xbf" + good,
+                             "{\"asset_id\":\"\xff\"}"};
+  for (const auto& line : bad) {
+    EXPECT_EQ(linesOf(line).size(), 0U) << line.substr(0, 80);
+    auto among = "\n" + good + "\n";
+    among.append(line).append("\n\n").append(good);
+    EXPECT_EQ(linesOf(among).size(), 2U) << line.substr(0, 80);
+  }
+  EXPECT_EQ(linesOf(" { } \r\n{}\n").size(), 2U);
+  EXPECT_FALSE(TagObjectReader("{}\n\xff").isUtf8());
+  EXPECT_TRUE(TagObjectReader("{}\n\u00e8").isUtf8());
+}
+
+/// A figure of /proc/self/status in KiB.
+long memoryFigure(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(name + ":")) return std::stol(line.substr(name.size() + 1));
+  }
+  return -1;
+}
+
+constexpr std::size_t kLarge = 100'000'000;
+
+std::string repeated(std::string begin, std::string_view piece, std::string_view end) {
+  begin.reserve(kLarge + end.size());
+  while (begin.size() + piece.size() <= kLarge) begin += piece;
+  begin += end;
+  return begin;
+}
+
+/// Large objects, by name.
+std::string largeObject(const std::string& name) {
+  if (name == "lines") return repeated("", "{\"asset_id\":\"A\"}\n", "");
+  if (name == "empty-lines") return repeated("", "\n", "");
+  if (name == "one-text") return repeated(R"({"asset_id":")", "x", R"("})");
+  if (name == "escapes") return repeated(R"({"asset_id":")", "\\n", R"("})");
+  if (name == "depth") return repeated("", "[", "");
+  if (name == "numbers") return repeated(R"({"tags":[0)", ",0", "]}");
+  if (name == "tags") {
+    return repeated(R"({"tags":[{})", R"(,{"tag":"","confidence":0})", "]}");
+  }
+  return repeated(R"({"tags":[])", R"(,"tags":[{"tag":"abc","confidence":0}])", "}");
+}
+
+const testing::ChildMain kReadLarge("readLarge", [](const auto& arguments) {
+  auto body = largeObject(arguments.at(0));
+  const long before = memoryFigure("VmRSS");
+  TagObjectReader reader(std::move(body));
+  if (!reader.isUtf8()) return 1;
+  std::size_t lines = 0;
+  for (TagLine line; reader.next(line);) ++lines;
+  std::cout << memoryFigure("VmHWM") - before << ' ' << lines << '\n';
+  return 0;
+});
+
+TEST(TagObject, LargeObjectsTakeMemoryInProportion) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers keep memory of their own";
+#endif
+  const struct {
+    std::string name;
+    std::size_t lines;
+  } objects[] = {{"lines", kLarge / 17}, {"empty-lines", 0}, {"one-text", 1}, {"escapes", 1},
+                 {"depth", 0},           {"numbers", 1},     {"tags", 1},     {"repeated", 1}};
+  for (const auto& [name, lines] : objects) {
+    std::istringstream output(testing::outputOfChild("readLarge", {name}));
+    long growth = 0;
+    std::size_t found = 0;
+    output >> growth >> found;
+    RecordProperty(name, std::to_string(growth));
+    EXPECT_EQ(found, lines) << name;
+    EXPECT_LT(growth, static_cast<long>(5 * kLarge / 1024)) << name;
+  }
+}
+
+TEST(TagListing, FindsTheTagObjects) {
+  const auto entry = [](const std::string& inner) { return "<Contents>" + inner + "</Contents>"; };
+  const auto files = [](const std::string& text) { return tagFilesInListing(text, "p/tags/"); };
+  const std::string key = "<Key>p/tags/U/tags.jsonl</Key>";
+  const struct {
+    std::string text;
+    std::vector<RemoteTagFile> files;
+  } cases[] = {{entry(key + "<ETag>&quot;abc&quot;</ETag>"), {{"U", "abc"}}},
+               {entry(R"(<ETag>""a"b"</ETag>)" + key), {{"U", "a\"b"}}},
+               {entry("<Size>1</Size>" + key), {{"U", ""}}},
+               {entry(key + "</ETag><ETag>x"), {{"U", ""}}},
+               {entry(key + "</ETag><ETag>x</ETag>"), {{"U", "x"}}},
+               {"<Key>p/tags/V/tags.jsonl</Key>" + entry(key) + entry(key) + "<Contents>" + key,
+                {{"U", ""}, {"U", ""}}},
+               {entry("<Key>p/tags/a&amp;b&quot;/tags.jsonl</Key>"), {{"a&amp;b&quot;", ""}}},
+               {entry("</Key>" + key), {{"U", ""}}},
+               {entry("<Key>p/tags/\n/tags.jsonl</Key>"), {{"\n", ""}}},
+               {entry("<Key>p/tags/U/tags.jsonl"), {}},
+               {entry("<key>p/tags/U/tags.jsonl</key>"), {}},
+               {entry("<Key>p/tags/A/B/tags.jsonl</Key>"), {}},
+               {entry("<Key>p/tags//tags.jsonl</Key>"), {}},
+               {entry("<Key>p/tags/tags.jsonl</Key>"), {}},
+               {entry("<Key>p/tags/U/tags.jsonl.bak</Key>"), {}},
+               {entry("<Key>x/p/tags/U/tags.jsonl</Key>"), {}},
+               {entry("<Key> p/tags/U/tags.jsonl </Key>"), {}},
+               {entry("<Key/>") + entry("") + entry(key), {{"U", ""}}},
+               {"<Contents>" + entry(key), {{"U", ""}}},
+               {"</Contents>" + entry(key), {{"U", ""}}},
+               {"", {}},
+               {"<Contents", {}}};
+  for (const auto& [text, expected] : cases) EXPECT_EQ(files(text), expected) << text;
+  EXPECT_THAT(tagFilesInListing(entry("<Key>tags/U/tags.jsonl</Key>"), "tags/"),
+              ElementsAre(RemoteTagFile{"U", ""}));
+  std::string hostile;
+  for (int i = 0; i < 1'000'000; ++i) hostile += "<Contents><Key>";
+  EXPECT_THAT(files(hostile), IsEmpty());
+}
+
+}  // namespace
+}  // namespace orvane::internal

@@ -1,0 +1,236 @@
+// Devices, each a process with its own data folder, identity and database, share one bucket of a
+// real object store.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <orvane/bookkeeping/DeviceUUID.h>
+#include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/platform/HostApplication.h>
+#include <orvane/tagging/TagDatabase.h>
+#include <orvane/tagsync/TagSyncService.h>
+
+#include <algorithm>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
+#include <filesystem>
+#include <iostream>
+#include <numeric>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/LogLines.h"
+#include "support/ObjectStore.h"
+#include "support/TemporaryDirectory.h"
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+using ::testing::AllOf;
+using testing::ChildProcess;
+using ::testing::Each;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using testing::ObjectStore;
+
+S3Config configFor(const ObjectStore& store) {
+  return {.bucket = store.bucket(),
+          .region = store.region(),
+          .accessKey = store.accessKey(),
+          .secretKey = store.secretKey(),
+          .prefix = store.prefix(),
+          .endpoint = store.endpoint() + "/"};
+}
+
+template <class T>
+Result<T> run(Async<T> operation) {
+  boost::asio::io_context host;
+  auto result = boost::asio::co_spawn(host, std::move(operation), boost::asio::use_future);
+  host.run();
+  return result.get();
+}
+
+template <class T, class Print>
+void report(const Result<T>& result, Print&& print) {
+  if (result) {
+    print(*result);
+  } else {
+    std::cout << result.error().description();
+  }
+  std::cout << '\n';
+}
+
+void report(const Result<std::int64_t>& applied) {
+  report(applied, [](std::int64_t count) { std::cout << count; });
+}
+
+/// Arguments: the device's folder, then what it does, a word each and the words that it needs. Each
+/// thing done prints a line.
+const testing::ChildMain kDevice("device", [](const std::vector<std::string>& arguments) {
+  auto argument = arguments.begin();
+  const auto next = [&argument] { return *argument++; };
+  if (!HostApplication::configure({.dataDirectory = next()})) return 1;
+  if (!TagDatabase::shared().initialize()) return 2;
+  const testing::LogLines log;
+  const auto own = DeviceUUID::shared().uuid();
+  auto& service = TagSyncService::shared();
+  auto config = configFor(ObjectStore());
+  while (argument != arguments.end()) {
+    const auto word = next();
+    if (word == "forge") {
+      config.secretKey += "x";
+    } else if (word == "uuid") {
+      std::cout << own << '\n';
+    } else if (word == "record") {
+      const auto id = next();
+      UploadStore::shared().upsert({id, next(), UploadStatus::completed, 1, 1});
+    } else if (word == "tag") {
+      const auto asset = next();
+      if (!TagDatabase::shared().upsertTag(asset, next(), 0.1, own)) return 3;
+    } else if (word == "upload") {
+      report(run(service.uploadTagsToS3(config)), [](const TagUpload& upload) {
+        std::cout << upload.byteOffset << ' ' << upload.eTag << ' ' << upload.tagCount;
+      });
+    } else if (word == "restore") {
+      report(run(service.downloadTagsFromS3(config)));
+    } else if (word == "merge") {
+      report(run(service.downloadAllRemoteTags(config)));
+    } else if (word == "show") {
+      auto tags = TagDatabase::shared().tagsForAsset(next()).value();
+      std::ranges::sort(tags);
+      for (const auto& tag : tags) std::cout << tag << ' ';
+      std::cout << '\n';
+    } else if (word == "log") {
+      std::cout << log.lines().back() << '\n';
+    }
+  }
+  return 0;
+});
+
+/// One of the user's devices, known by its folder.
+class Device {
+ public:
+  explicit Device(const std::string& name)
+      : folder_((testing::testDirectory() / name).string()), uuid_(does({"uuid"})) {
+    uuid_.pop_back();
+  }
+
+  [[nodiscard]] const std::string& uuid() const { return uuid_; }
+  [[nodiscard]] std::string key() const {
+    return ObjectStore().prefix() + "tags/" + uuid_ + "/tags.jsonl";
+  }
+  /// Does all that in a process of its own, and returns what it prints.
+  [[nodiscard]] std::string does(std::vector<std::string> words) const {
+    words.insert(words.begin(), folder_);
+    return testing::outputOfChild("device", words);
+  }
+  /// The same, without waiting.
+  [[nodiscard]] ChildProcess starts(std::vector<std::string> words) const {
+    words.insert(words.begin(), folder_);
+    return ChildProcess::run("device", words);
+  }
+  void loseDatabase() const {
+    for (const std::string end : {"", "-wal", "-shm"}) {
+      fs::remove(fs::path(folder_) / "Documents" / ("tag_database.sqlite" + end));
+    }
+  }
+
+ private:
+  std::string folder_;
+  std::string uuid_;
+};
+
+TEST(TagSyncStore, TagsReachTheSameAssetOnOtherDevices) {
+  const ObjectStore store;
+  const Device a("a");
+  const Device b("b");
+  EXPECT_EQ(a.does({"upload", "merge"}), "0  0\n0\n");
+  const auto uploaded = a.does({"record", "a1", "media/1.jpg", "record", "a2", "media/2.jpg",  //
+                                "tag", "a1", "mare", "tag", "a1", "citt\u00e0", "tag", "a2", "neve",
+                                "tag", "a3", "sole", "upload"});
+  const auto object = store.head(a.key()).value();
+  EXPECT_EQ(uploaded, std::to_string(object.size) + " " +
+                          object.etag.substr(1, object.etag.size() - 2) + " 3\n");
+  EXPECT_EQ(object.contentType, "application/x-jsonlines");
+
+  EXPECT_THAT(b.does({"record", "b1", "media/1.jpg", "tag", "b1", "onda", "upload", "merge"}),
+              EndsWith(" 1\n2\n"));
+  EXPECT_EQ(b.does({"show", "b1", "show", "b2"}), "citt\u00e0 mare onda \n\n");
+  EXPECT_EQ(b.does({"merge", "log"}),
+            "0\n[TagSync] Cross-device download complete: 0 total tags applied\n");
+  // What came from others is not published again.
+  EXPECT_THAT(b.does({"upload"}), EndsWith(" 1\n"));
+  EXPECT_THAT(store.get(b.key()).value(), AllOf(HasSubstr("onda"), Not(HasSubstr("mare"))));
+
+  EXPECT_EQ(a.does({"merge", "show", "a1", "show", "a2"}), "1\ncitt\u00e0 mare onda \nneve \n");
+  EXPECT_THAT(a.does({"tag", "a1", "luna", "upload", "merge"}), EndsWith("\n0\n"));
+  EXPECT_EQ(b.does({"merge", "show", "b1"}), "3\ncitt\u00e0 luna mare onda \n");
+}
+
+TEST(TagSyncStore, DevicesWorkAtTheSameTime) {
+  const std::vector<Device> devices = {Device("a"), Device("b"), Device("c")};
+  const auto all = [&](const std::vector<std::string>& words) {
+    std::vector<ChildProcess> running;
+    for (const auto& device : devices) {
+      auto own = words;
+      for (auto& word : own) word = word == "OWN" ? device.uuid().substr(0, 8) : word;
+      running.push_back(device.starts(own));
+    }
+    std::vector<std::string> outputs;
+    for (auto& child : running) {
+      outputs.push_back(child.readAll());
+      EXPECT_EQ(child.wait(), 0);
+    }
+    return outputs;
+  };
+  all({"record", "OWN", "media/1.jpg", "tag", "OWN", "OWN", "upload"});
+  EXPECT_THAT(all({"merge"}), Each("2\n"));
+  std::set<std::string> tags;
+  for (const auto& device : devices) tags.insert(device.uuid().substr(0, 8) + " ");
+  EXPECT_THAT(all({"show", "OWN"}), Each(std::accumulate(tags.begin(), tags.end(), ""s) + "\n"));
+  EXPECT_THAT(all({"merge"}), Each("0\n"));
+}
+
+TEST(TagSyncStore, ALostDatabaseIsRestored) {
+  const ObjectStore store;
+  const Device a("a");
+  EXPECT_EQ(a.does({"restore"}), "Tag download failed: HTTP error: 404\n");
+  static_cast<void>(
+      a.does({"tag", "a1", "mare", "tag", "a1", "onda", "tag", "a2", "neve", "upload"}));
+  a.loseDatabase();
+  EXPECT_EQ(a.does({"show", "a1", "restore", "show", "a1", "show", "a2"}),
+            "\n3\nmare onda \nneve \n");
+  EXPECT_EQ(a.does({"restore"}), "0\n");
+  store.put(a.key(), "{}\n\xff", "application/x-jsonlines");
+  EXPECT_EQ(a.does({"restore"}), "JSONL parse error: Invalid UTF-8 in JSONL\n");
+}
+
+TEST(TagSyncStore, ADeviceThatIsBrokenIsPassedOver) {
+  const ObjectStore store;
+  const Device a("a");
+  const Device b("b");
+  static_cast<void>(b.does({"record", "b1", "media/1.jpg", "tag", "b1", "mare", "upload"}));
+  const auto keyOf = [&](const std::string& uuid) {
+    return store.prefix() + "tags/" + uuid + "/tags.jsonl";
+  };
+  const std::string good = R"({"s3_key":"media/1.jpg","tags":[{"tag":"no","confidence":1}]})";
+  store.put(keyOf("0-bytes"), good + "\xff", "text/plain");
+  store.put(keyOf("1-empty"), "", "text/plain");
+  store.put(keyOf("2-hostile"), std::string(1'000'000, '[') + "\n{\"s3_key\":\"media/1.jpg\"",
+            "text/plain");
+  store.put(keyOf("3-nested/4"), good, "text/plain");
+  store.put(keyOf("5 space"), good, "text/plain");
+  store.put(keyOf("6-odd?x=#"), good, "text/plain");
+  const std::vector<std::string> merge = {"record", "a1", "media/1.jpg", "merge", "show", "a1"};
+  EXPECT_EQ(a.does(merge), "1\nmare \n");
+  EXPECT_EQ(a.does({"forge", "merge"}), "Tag download failed: ListObjects HTTP 403\n");
+  EXPECT_EQ(a.does({"forge", "tag", "a1", "sole", "upload"}), "HTTP error 403\n");
+}
+
+}  // namespace
+}  // namespace orvane
