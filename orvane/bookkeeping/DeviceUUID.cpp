@@ -5,17 +5,14 @@
 #include <orvane/platform/Utf8.h>
 #include <orvane/platform/Uuid.h>
 
+#include <chrono>
 #include <cstdio>
 
 namespace orvane {
 namespace {
 
-/// Held while this process looks for the identifier: of two processes that do so for the first
-/// time, the second finds what the first has stored.
-platform::FileDescriptor turnAmongProcesses() {
-  const auto folder = HostApplication::dataDirectory();
-  return folder ? platform::lockFolder(*folder) : platform::FileDescriptor();
-}
+/// A secure store that does not answer may take its time limit twice.
+constexpr std::chrono::seconds kLongestTurn{60};
 
 }  // namespace
 
@@ -28,7 +25,9 @@ DeviceUUID& DeviceUUID::shared() {
 std::string DeviceUUID::uuid() {
   const std::lock_guard guard(lock_);
   if (cachedUUID_) return *cachedUUID_;
-  const auto turn = turnAmongProcesses();
+  // Of two processes that look for the first time, the second finds what the first has stored.
+  std::optional<platform::FolderLock> turn;
+  if (const auto folder = HostApplication::dataDirectory()) turn.emplace(*folder, kLongestTurn);
   cachedUUID_ = loadFromKeychain();
   if (!cachedUUID_) {
     auto identifier = platform::randomUuid();

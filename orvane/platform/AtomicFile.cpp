@@ -1,4 +1,5 @@
 #include <orvane/platform/AtomicFile.h>
+#include <orvane/platform/Directories.h>
 #include <orvane/platform/PosixError.h>
 
 #include <fcntl.h>
@@ -33,14 +34,6 @@ Result<FileDescriptor> openLocked(const std::filesystem::path& temporary) {
       return file;
     }
   }
-}
-
-Result<void> syncFolder(const std::filesystem::path& folder) {
-  const FileDescriptor directory(
-      ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory) return std::unexpected(lastPosixError("open folder"));
-  if (::fsync(directory.get()) != 0) return std::unexpected(lastPosixError("sync folder"));
-  return {};
 }
 
 }  // namespace

@@ -1,16 +1,15 @@
 #include <orvane/platform/AtomicFile.h>
+#include <orvane/platform/Directories.h>
 #include <orvane/platform/FileReader.h>
 #include <orvane/platform/FileSecureStore.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/PercentEncoding.h>
-#include <orvane/platform/PosixError.h>
 
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <string>
-#include <system_error>
 
 namespace orvane {
 namespace {
@@ -41,16 +40,6 @@ void makePrivate(const fs::path& folder) {
   }
 }
 
-Result<void> createPrivate(const fs::path& folder) {
-  std::error_code error;
-  fs::create_directories(folder.parent_path(), error);
-  if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-    return std::unexpected(platform::lastPosixError("create folder"));
-  }
-  makePrivate(folder);
-  return {};
-}
-
 }  // namespace
 
 Result<std::optional<Bytes>> FileSecureStore::read(std::string_view account) {
@@ -66,7 +55,8 @@ Result<std::optional<Bytes>> FileSecureStore::read(std::string_view account) {
 Result<void> FileSecureStore::replace(std::string_view account, ByteView data) {
   const auto folder = secretsFolder();
   if (!folder) return std::unexpected(folder.error());
-  if (auto created = createPrivate(*folder); !created) return created;
+  if (auto created = platform::createPrivateDirectories(*folder); !created) return created;
+  makePrivate(*folder);
   auto file = platform::AtomicFile::create(fileOf(*folder, account));
   if (!file) return std::unexpected(file.error());
   if (auto written = file->append(data); !written) return written;

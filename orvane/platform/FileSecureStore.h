@@ -12,6 +12,9 @@ namespace orvane {
 /// mode does not keep out (the administrator, a backup, a stolen disk) the store does not either.
 /// A file is replaced as a whole: a crash leaves the former item or the new one.
 ///
+/// The files are like any others: a home folder that is copied to another machine, or that several
+/// machines share, brings the items along. Two machines then have the same ones.
+///
 /// Fails with `SecureStoreErrorCode::unavailable` where the host has no data folder, and with a
 /// POSIX error when the file system does; an account name of more than some 80 bytes may be too
 /// long for it.

@@ -1,20 +1,39 @@
+#include <orvane/platform/Directories.h>
 #include <orvane/platform/FolderLock.h>
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <cerrno>
-#include <system_error>
+#include <thread>
 
 namespace orvane::platform {
+namespace {
 
-FileDescriptor lockFolder(const std::filesystem::path& folder) {
-  std::error_code ignored;
-  std::filesystem::create_directories(folder, ignored);
-  FileDescriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  while (lock && ::flock(lock.get(), LOCK_EX) != 0 && errno == EINTR) {
+/// Others of the same folder hold it for milliseconds at most times.
+constexpr std::chrono::milliseconds kPause{2};
+
+}  // namespace
+
+FolderLock::FolderLock(const std::filesystem::path& folder, std::chrono::milliseconds limit) {
+  if (!createPrivateDirectories(folder)) return;
+  // A file and not the folder, for writing: network file systems lock nothing else exclusively.
+  file_ = FileDescriptor(::open((folder / ".lock").c_str(),
+                                O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+  if (!file_) return;
+  const auto end = std::chrono::steady_clock::now() + limit;
+  for (;;) {
+    isHeld_ = ::flock(file_.get(), LOCK_EX | LOCK_NB) == 0;
+    if (isHeld_ || (errno != EWOULDBLOCK && errno != EINTR)) return;
+    if (std::chrono::steady_clock::now() >= end) return;
+    std::this_thread::sleep_for(kPause);
   }
-  return lock;
+}
+
+FolderLock::~FolderLock() {
+  // Closing alone would leave the lock to a child that was forked meanwhile and has the file too.
+  if (isHeld_) ::flock(file_.get(), LOCK_UN);
 }
 
 }  // namespace orvane::platform

@@ -2,13 +2,27 @@
 
 #include <orvane/platform/FileDescriptor.h>
 
+#include <chrono>
 #include <filesystem>
 
 namespace orvane::platform {
 
-/// Waits until no other process and no other call holds the lock of `folder`, which is created if
-/// it is not there. The lock is held for as long as the result lives. Without a folder, or on a
-/// file system without locks, nobody is kept waiting.
-[[nodiscard]] FileDescriptor lockFolder(const std::filesystem::path& folder);
+/// A turn with a folder among the processes and calls that ask for one; it ends with this object.
+class FolderLock {
+ public:
+  /// Waits for the turn with `folder`, which is created for this user alone if it is not there; the
+  /// lock is that of a file ".lock" in it. Without a folder, on a file system without locks and
+  /// when `limit` has passed, the caller goes on without the turn.
+  FolderLock(const std::filesystem::path& folder, std::chrono::milliseconds limit);
+  ~FolderLock();
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+
+  [[nodiscard]] bool isHeld() const noexcept { return isHeld_; }
+
+ private:
+  FileDescriptor file_;
+  bool isHeld_ = false;
+};
 
 }  // namespace orvane::platform

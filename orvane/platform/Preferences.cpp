@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <mutex>
 #include <string>
@@ -31,6 +32,9 @@ constexpr std::string_view kFind = "SELECT value FROM preferences WHERE key = ? 
 constexpr std::string_view kSet =
     "INSERT OR REPLACE INTO preferences (key, kind, value) VALUES (?, ?, ?)";
 constexpr std::string_view kRemove = "DELETE FROM preferences WHERE key = ?";
+
+/// Of opening the file, or replacing it; that is as long as SQLite waits.
+constexpr std::chrono::seconds kLongestTurn{10};
 
 constexpr std::string_view kBoolean = "boolean";
 constexpr std::string_view kInteger = "integer";
@@ -101,7 +105,7 @@ struct Preferences::Store {
       return std::unexpected(std::move(made).error());
     }
     // Under the lock the file is looked at once more: another process may have replaced it.
-    const auto lock = platform::lockFolder(*folder);
+    const platform::FolderLock lock(*folder, kLongestTurn);
     auto result = openAndRun(file, block);
     if (isCorrupt(result) && keepAside(file)) result = openAndRun(file, block);
     return result;

@@ -15,7 +15,8 @@ namespace orvane {
 /// written before. Any thread and any process of the host may use them. Nothing reports a failure:
 /// what cannot be read is unset, and what cannot be written is forgotten. A file that turns out to
 /// be damaged is kept aside, once, as "preferences.sqlite.corrupt" (or "...corrupt-2" and so on),
-/// and everything is unset from then on. Processes agree on when to do so by a lock on the folder.
+/// and everything is unset from then on. Processes agree on when to do so by a lock in the folder.
+/// A child that was forked without exec after the first use must not use them.
 class Preferences {
  public:
   /// The one set of preferences of the process: the file "preferences.sqlite" in the
@@ -34,6 +35,8 @@ class Preferences {
   void set(std::string_view key, bool value);
   void set(std::string_view key, std::int64_t value);
   void set(std::string_view key, ByteView value);
+  template <class T>
+  void set(std::string_view key, const T* value) = delete;  // A text would be stored as `true`.
 
   /// Unsets `key`. Blocks.
   void remove(std::string_view key);

@@ -6,7 +6,10 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
+#include <functional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,7 +24,12 @@ namespace fs = std::filesystem;
 using testing::ChildMain;
 using testing::ChildProcess;
 
-constexpr int kKeys = 50;
+constexpr int kKeys = 20;
+
+template <class T>
+concept Settable = requires(Preferences& preferences, T value) { preferences.set("key", value); };
+static_assert(Settable<bool> && Settable<std::int64_t> && Settable<ByteView>);
+static_assert(!Settable<const char*> && !Settable<std::string>, "a text is no preference");
 
 fs::path folder() { return HostApplication::applicationSupportDirectory().value(); }
 fs::path file() { return folder() / "preferences.sqlite"; }
@@ -66,30 +74,53 @@ TEST(Preferences, KeepEachKindUnderItsKey) {
   EXPECT_EQ(status.st_mode & 0777U, 0700U);
 }
 
-/// Writes its number under `kKeys` keys of its own, says so, and counts up one common key.
-const ChildMain kWriter("preferences-writer", [](const auto& arguments) {
+/// Writes `kKeys` keys of its own, and each time the one that all writers share.
+void writeKeys(const std::string& writer, const std::function<void(int)>& report) {
+  auto& preferences = Preferences::shared();
   for (int key = 0; key < kKeys; ++key) {
-    Preferences::shared().set(arguments.at(0) + '/' + std::to_string(key), std::int64_t{key});
-    const auto line = std::to_string(key) + '\n';
-    if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
+    preferences.set(writer + '/' + std::to_string(key), std::int64_t{key});
+    preferences.set("shared", bytesOf(writer));
+    report(key);
   }
-  return 0;
+}
+
+/// Says of each of its keys that it is written.
+const ChildMain kWriter("preferences-writer", [](const auto& arguments) {
+  bool isReported = true;
+  writeKeys(arguments.at(0), [&isReported](int key) {
+    const auto line = std::to_string(key) + '\n';
+    isReported = write(STDOUT_FILENO, line.data(), line.size()) > 0 && isReported;
+  });
+  return isReported ? 0 : 1;
 });
 
-TEST(Preferences, ProcessesWriteAtTheSameTime) {
-  std::vector<ChildProcess> writers;
-  for (int i = 0; i < 4; ++i) {
-    writers.push_back(ChildProcess::run("preferences-writer", {std::to_string(i)}));
+TEST(Preferences, ThreadsAndProcessesWriteAtTheSameTime) {
+  const std::vector<std::string> processes = {"a", "b", "c", "d"};
+  const std::vector<std::string> threads = {"e", "f", "g", "h"};
+  std::set<Bytes> everyWriter;
+  std::vector<ChildProcess> children;
+  for (const auto& name : processes) {
+    everyWriter.insert(bytesFrom(name));
+    children.push_back(ChildProcess::run("preferences-writer", {name}));
   }
-  std::thread here([] {
-    for (int i = 0; i < kKeys; ++i) Preferences::shared().set("here", std::int64_t{i});
-  });
-  here.join();
-  for (auto& writer : writers) EXPECT_EQ(writer.wait(), 0);
-  EXPECT_EQ(Preferences::shared().integer("here"), kKeys - 1);
-  for (int i = 0; i < 4; ++i) {
+  for (const auto& name : threads) everyWriter.insert(bytesFrom(name));
+  const auto sharedIsWhole = [&everyWriter] {
+    return everyWriter.contains(Preferences::shared().bytes("shared").value_or(Bytes()));
+  };
+  {
+    std::vector<std::jthread> running;
+    for (const auto& name : threads) {
+      running.emplace_back([&name, &sharedIsWhole] {
+        writeKeys(name, [&sharedIsWhole](int) { EXPECT_TRUE(sharedIsWhole()); });
+      });
+    }
+  }
+  for (auto& child : children) EXPECT_EQ(child.wait(), 0);
+  EXPECT_TRUE(sharedIsWhole());
+  for (const auto& writer : everyWriter) {
     for (int key = 0; key < kKeys; ++key) {
-      EXPECT_EQ(Preferences::shared().integer(std::to_string(i) + '/' + std::to_string(key)), key);
+      const auto name = std::string(textOf(writer)) + '/' + std::to_string(key);
+      EXPECT_EQ(Preferences::shared().integer(name), key) << name;
     }
   }
 }
@@ -109,16 +140,22 @@ TEST(Preferences, AKilledWriterLosesNothingReported) {
   EXPECT_EQ(filesNamed("corrupt"), 0U);
 }
 
-const ChildMain kReader("preferences-reader", [](const auto&) {
-  return Preferences::shared().integer("new").value_or(0) == 0 ? 0 : 1;
+/// Says what it finds under the key.
+const ChildMain kReader("preferences-reader", [](const auto& arguments) {
+  const auto found = Preferences::shared().boolean(arguments.at(0));
+  std::fputs(!found ? "unset" : *found ? "true" : "false", stdout);
+  return 0;
 });
 
 TEST(Preferences, AFileThatIsNoneIsKeptAsideOnce) {
   const std::string garbage(5000, 'x');
   testing::writeFile(file(), garbage);
   std::vector<ChildProcess> readers;
-  for (int i = 0; i < 4; ++i) readers.push_back(ChildProcess::run("preferences-reader"));
-  for (auto& reader : readers) EXPECT_EQ(reader.wait(), 0);
+  for (int i = 0; i < 4; ++i) readers.push_back(ChildProcess::run("preferences-reader", {"new"}));
+  for (auto& reader : readers) {
+    EXPECT_EQ(reader.readAll(), "unset");
+    EXPECT_EQ(reader.wait(), 0);
+  }
   EXPECT_EQ(filesNamed("corrupt"), 1U);
   EXPECT_EQ(testing::readFile(file().string() + ".corrupt"), garbage);
   Preferences::shared().set("new", true);
@@ -149,7 +186,7 @@ TEST(Preferences, AFileThatWasReplacedIsOpenedAgain) {
   fs::remove(file());
   EXPECT_EQ(preferences.boolean("key"), std::nullopt);
   preferences.set("key", false);
-  EXPECT_EQ(testing::outputOfChild("preferences-reader"), "");
+  EXPECT_EQ(testing::outputOfChild("preferences-reader", {"key"}), "false");
   EXPECT_EQ(preferences.boolean("key"), false);
 }
 

@@ -1,4 +1,5 @@
 #include <orvane/bookkeeping/internal/JsonFile.h>
+#include <orvane/platform/Directories.h>
 #include <orvane/platform/FileReader.h>
 #include <orvane/platform/HostApplication.h>
 
@@ -72,8 +73,7 @@ void JsonFile::remove() {
 std::optional<fs::path> JsonFile::location() const {
   const auto folder = HostApplication::applicationSupportDirectory();
   if (!folder) return std::nullopt;
-  std::error_code ignored;
-  fs::create_directories(*folder, ignored);
+  static_cast<void>(platform::createPrivateDirectories(*folder));
   return *folder / name_;
 }
 
