@@ -158,6 +158,26 @@ TEST(DeviceUUID, IsKeptInTheSecretServiceByChoice) {
   EXPECT_EQ(testing::SecretService::countItems("device_uuid_v1"), 1U);
   EXPECT_FALSE(std::filesystem::exists(itemFile()));
 }
+
+TEST(DeviceUUID, LeavesTheItemOfALockedSecretServiceAlone) {
+  const testing::SessionBus bus;
+  testing::SecretService service;
+  ASSERT_TRUE(HostApplication::configure({.secureStore = std::make_shared<SecretServiceStore>()}));
+  auto& device = DeviceUUID::shared();
+  const auto stored = device.uuid();
+  service.lock();
+  device.resetForTesting();
+  ::testing::internal::CaptureStdout();
+  const auto temporary = device.uuid();
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Keychain save error: -25308\n");
+  EXPECT_THAT(temporary, MatchesRegex(kForm));
+  EXPECT_NE(temporary, stored);
+  service.restart();
+  EXPECT_EQ(service.countItems("device_uuid_v1"), 1U);
+  EXPECT_EQ(device.uuid(), temporary);
+  device.resetForTesting();
+  EXPECT_EQ(device.uuid(), stored);
+}
 #endif
 
 }  // namespace

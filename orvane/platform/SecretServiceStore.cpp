@@ -4,168 +4,132 @@
 #include <orvane/platform/internal/SecretServiceSession.h>
 
 #include <string>
-#include <utility>
-#include <vector>
+#include <string_view>
 
 namespace orvane {
 namespace {
 
 using platform::GPtr;
 using platform::SecretServiceSession;
-using ObjectPath = std::string;
+using platform::secureStoreErrorFrom;
 
-constexpr const char* kServicePath = "/org/freedesktop/secrets";
-constexpr const char* kService = "org.freedesktop.Secret.Service";
-constexpr const char* kCollection = "org.freedesktop.Secret.Collection";
-constexpr const char* kItem = "org.freedesktop.Secret.Item";
-constexpr const char* kSchema = "org.orvane.SecureStore";
-
-std::unexpected<Error> failed(SecureStoreErrorCode code, std::string_view detail = {}) {
-  return std::unexpected(SecureStore::error(code, detail));
+const SecretSchema& schema() {
+  static const SecretSchema made = [] {
+    SecretSchema schema{};
+    schema.name = "org.orvane.SecureStore";
+    schema.attributes[0] = {"application", SECRET_SCHEMA_ATTRIBUTE_STRING};
+    schema.attributes[1] = {"account", SECRET_SCHEMA_ATTRIBUTE_STRING};
+    return schema;
+  }();
+  return made;
 }
 
-std::unexpected<Error> needsUser() { return failed(SecureStoreErrorCode::needsUser); }
-
-/// What tells the item from all others; floating.
-GVariant* attributesOf(const std::string& account) {
-  GVariantBuilder builder;
-  g_variant_builder_init(&builder, G_VARIANT_TYPE("a{ss}"));
-  g_variant_builder_add(&builder, "{ss}", "xdg:schema", kSchema);
-  g_variant_builder_add(&builder, "{ss}", "application", HostApplication::identifier().c_str());
-  g_variant_builder_add(&builder, "{ss}", "account", account.c_str());
-  return g_variant_builder_end(&builder);
+std::unexpected<Error> failed(SecureStoreErrorCode code) {
+  return std::unexpected(SecureStore::error(code));
 }
 
-std::vector<ObjectPath> pathsIn(GVariant* answer, gsize index) {
-  std::vector<ObjectPath> paths;
-  const GPtr<GVariant> list(g_variant_get_child_value(answer, index));
-  for (gsize i = 0; i < g_variant_n_children(list.get()); ++i) {
-    const char* path = nullptr;
-    g_variant_get_child(list.get(), i, "&o", &path);
-    paths.emplace_back(path);
-  }
-  return paths;
+bool isGone(const GError* error) {
+  return g_error_matches(error, SECRET_ERROR, SECRET_ERROR_NO_SUCH_OBJECT) != FALSE;
 }
 
-ObjectPath pathIn(GVariant* answer, gsize index) {
-  const char* path = nullptr;
-  g_variant_get_child(answer, index, "&o", &path);
-  return path;
+Bytes bytesIn(SecretValue& value) {
+  gsize length = 0;
+  const char* text = secret_value_get(&value, &length);
+  const auto view = bytesOf({text, length});
+  return {view.begin(), view.end()};
 }
 
-/// "/" stands for no object.
-bool isObject(const ObjectPath& path) { return path != "/"; }
-
-struct Items {
-  std::vector<ObjectPath> unlocked;
-  std::vector<ObjectPath> locked;
-};
+GPtr<SecretValue> valueOf(ByteView data) {
+  const auto text = textOf(data);
+  return GPtr<SecretValue>(secret_value_new(text.empty() ? "" : text.data(),
+                                            static_cast<gssize>(text.size()),
+                                            "application/octet-stream"));
+}
 
 /// One account's item in one session; every operation may fail.
 class AccountItem {
  public:
-  AccountItem(SecretServiceSession& session, std::string account)
-      : session_(session), account_(std::move(account)) {}
+  AccountItem(SecretServiceSession& session, std::string_view account)
+      : session_(session),
+        account_(account),
+        attributes_(secret_attributes_build(&schema(), "application",
+                                            HostApplication::identifier().c_str(), "account",
+                                            account_.c_str(), nullptr)) {}
 
   Result<std::optional<Bytes>> read() {
-    const auto items = find();
-    if (!items) return std::unexpected(items.error());
-    if (!items->unlocked.empty()) return secretOf(items->unlocked.front());
-    if (!items->locked.empty()) return needsUser();
-    return absence();
-  }
-
-  Result<void> replace(ByteView data) {
-    const auto items = find();
-    if (!items) return std::unexpected(items.error());
-    if (!items->locked.empty()) return needsUser();
-    if (items->unlocked.empty()) return create(data);
-    // Several are not the work of this class, but must not stay.
-    for (std::size_t i = 1; i < items->unlocked.size(); ++i) {
-      if (auto removed = remove(items->unlocked[i]); !removed) return removed;
+    GError* error = nullptr;
+    const GPtr<SecretValue> value(secret_service_lookup_sync(
+        session_.service(), &schema(), attributes_.get(), session_.cancellable(), &error));
+    if (value) return bytesIn(*value);
+    if (error != nullptr && !isGone(error)) return std::unexpected(secureStoreErrorFrom(error));
+    g_clear_error(&error);
+    // Nothing found means nothing there where new items would go, if that is open.
+    if (const auto collection = openDefaultCollection(); !collection) {
+      return std::unexpected(collection.error());
     }
-    return setSecret(items->unlocked.front(), data);
-  }
-
- private:
-  Result<Items> find() {
-    const auto answer = session_.call(kServicePath, kService, "SearchItems",
-                                      g_variant_new("(@a{ss})", attributesOf(account_)), "(aoao)");
-    if (!answer) return std::unexpected(answer.error());
-    return Items{pathsIn(answer->get(), 0), pathsIn(answer->get(), 1)};
-  }
-
-  Result<std::optional<Bytes>> secretOf(const ObjectPath& item) {
-    const auto answer = session_.call(item, kItem, "GetSecret",
-                                      g_variant_new("(o)", session_.path()), "((oayays))");
-    if (!answer) return std::unexpected(answer.error());
-    const GPtr<GVariant> secret(g_variant_get_child_value(answer->get(), 0));
-    auto bytes = session_.decode(secret.get());
-    if (!bytes) return failed(SecureStoreErrorCode::failed, "the item cannot be decoded");
-    return bytes;
-  }
-
-  Result<ObjectPath> defaultCollection() {
-    const auto answer =
-        session_.call(kServicePath, kService, "ReadAlias", g_variant_new("(s)", "default"), "(o)");
-    if (!answer) return std::unexpected(answer.error());
-    return pathIn(answer->get(), 0);
-  }
-
-  /// Nothing, when what was not found is surely not there.
-  Result<std::optional<Bytes>> absence() {
-    const auto collection = defaultCollection();
-    if (!collection) return std::unexpected(collection.error());
-    if (!isObject(*collection)) return std::nullopt;
-    const auto answer = session_.call(*collection, "org.freedesktop.DBus.Properties", "Get",
-                                      g_variant_new("(ss)", kCollection, "Locked"), "(v)");
-    if (!answer) return std::unexpected(answer.error());
-    const GPtr<GVariant> boxed(g_variant_get_child_value(answer->get(), 0));
-    const GPtr<GVariant> locked(g_variant_get_variant(boxed.get()));
-    const bool isUnlocked = g_variant_is_of_type(locked.get(), G_VARIANT_TYPE_BOOLEAN) != FALSE &&
-                            g_variant_get_boolean(locked.get()) == FALSE;
-    if (!isUnlocked) return needsUser();
     return std::nullopt;
   }
 
-  Result<void> create(ByteView data) {
-    const auto collection = defaultCollection();
+  Result<void> replace(ByteView data) {
+    const auto collection = openDefaultCollection();
     if (!collection) return std::unexpected(collection.error());
-    if (!isObject(*collection)) {
-      return failed(SecureStoreErrorCode::unavailable, "there is no default collection");
-    }
+    const auto former = find();
+    if (!former) return std::unexpected(former.error());
+    GError* error = nullptr;
     const auto label = HostApplication::identifier() + " " + account_;
-    GVariantBuilder properties;
-    g_variant_builder_init(&properties, G_VARIANT_TYPE_VARDICT);
-    g_variant_builder_add(&properties, "{sv}", "org.freedesktop.Secret.Item.Label",
-                          g_variant_new_string(label.c_str()));
-    g_variant_builder_add(&properties, "{sv}", "org.freedesktop.Secret.Item.Attributes",
-                          attributesOf(account_));
-    // "Replace" makes one item of two that are created at the same time.
-    const auto answer = session_.call(
-        *collection, kCollection, "CreateItem",
-        g_variant_new("(a{sv}@(oayays)b)", &properties, session_.encode(data).get(), TRUE), "(oo)");
-    if (!answer) return std::unexpected(answer.error());
-    if (!isObject(pathIn(answer->get(), 0))) return needsUser();
+    const GPtr<SecretItem> item(secret_item_create_sync(
+        collection->get(), &schema(), attributes_.get(), label.c_str(), valueOf(data).get(),
+        SECRET_ITEM_CREATE_REPLACE, session_.cancellable(), &error));
+    if (!item) return std::unexpected(secureStoreErrorFrom(error));
+    const std::string_view path = g_dbus_proxy_get_object_path(G_DBUS_PROXY(item.get()));
+    // Others lie in another collection, perhaps one that is kept in memory alone.
+    for (char** other = former->get(); *other != nullptr; ++other) {
+      if (path == *other) continue;
+      if (auto removed = remove(*other); !removed) return removed;
+    }
     return {};
   }
 
-  Result<void> setSecret(const ObjectPath& item, ByteView data) {
-    const auto answer = session_.call(
-        item, kItem, "SetSecret", g_variant_new("(@(oayays))", session_.encode(data).get()), "()");
-    if (!answer) return std::unexpected(answer.error());
-    return {};
+ private:
+  Result<GPtr<SecretCollection>> openDefaultCollection() {
+    GError* error = nullptr;
+    GPtr<SecretCollection> collection(
+        secret_collection_for_alias_sync(session_.service(), SECRET_COLLECTION_DEFAULT,
+                                         SECRET_COLLECTION_NONE, session_.cancellable(), &error));
+    if (!collection) return std::unexpected(secureStoreErrorFrom(error));
+    if (secret_collection_get_locked(collection.get()) != FALSE) {
+      return failed(SecureStoreErrorCode::needsUser);
+    }
+    return collection;
   }
 
-  Result<void> remove(const ObjectPath& item) {
-    const auto answer = session_.call(item, kItem, "Delete", nullptr, "(o)");
-    if (!answer) return std::unexpected(answer.error());
-    if (isObject(pathIn(answer->get(), 0))) return needsUser();
+  /// The paths of all items of the account; an error when one of them is locked.
+  Result<GPtr<char*>> find() {
+    GError* error = nullptr;
+    char** unlocked = nullptr;
+    char** locked = nullptr;
+    const bool found = secret_service_search_for_dbus_paths_sync(
+                           session_.service(), &schema(), attributes_.get(), session_.cancellable(),
+                           &unlocked, &locked, &error) != FALSE;
+    GPtr<char*> paths(unlocked);
+    const GPtr<char*> closed(locked);
+    if (!found) return std::unexpected(secureStoreErrorFrom(error));
+    if (*closed != nullptr) return failed(SecureStoreErrorCode::needsUser);
+    return paths;
+  }
+
+  Result<void> remove(const char* path) {
+    GError* error = nullptr;
+    const auto removed = secret_service_delete_item_dbus_path_sync(session_.service(), path,
+                                                                   session_.cancellable(), &error);
+    if (removed == FALSE && !isGone(error)) return std::unexpected(secureStoreErrorFrom(error));
+    g_clear_error(&error);
     return {};
   }
 
   SecretServiceSession& session_;
   std::string account_;
+  GPtr<GHashTable> attributes_;
 };
 
 /// What D-Bus can carry as a text.
@@ -179,14 +143,14 @@ Result<std::optional<Bytes>> SecretServiceStore::read(std::string_view account) 
   if (!isDBusText(account)) return failed(SecureStoreErrorCode::invalidAccount);
   const auto session = SecretServiceSession::open(timeLimit_);
   if (!session) return std::unexpected(session.error());
-  return AccountItem(**session, std::string(account)).read();
+  return AccountItem(**session, account).read();
 }
 
 Result<void> SecretServiceStore::replace(std::string_view account, ByteView data) {
   if (!isDBusText(account)) return failed(SecureStoreErrorCode::invalidAccount);
   const auto session = SecretServiceSession::open(timeLimit_);
   if (!session) return std::unexpected(session.error());
-  return AccountItem(**session, std::string(account)).replace(data);
+  return AccountItem(**session, account).replace(data);
 }
 
 }  // namespace orvane

@@ -298,6 +298,39 @@ TEST(SecretServiceStore, LeavesOneItemOfSeveral) {
   EXPECT_EQ(contentOf(store, "a"), "item new");
 }
 
+TEST(SecretServiceStore, KeepsForGoodWhatLayInMemory) {
+  const testing::SessionBus bus;
+  testing::SecretService service;
+  SecretServiceStore store;
+  testing::outputOfChild("secret-service-other");
+  EXPECT_EQ(contentOf(store, "a"), "item other");
+  ASSERT_TRUE(store.replace("a", bytesOf("new")));
+  EXPECT_EQ(service.countItems("a"), 1U);
+  service.restart();
+  EXPECT_EQ(contentOf(store, "a"), "item new");
+}
+
+TEST(SecretServiceStore, NeverAsksForAFirstCollection) {
+  const testing::SessionBus bus;
+  const testing::SecretService service;
+  testing::SecretService::removeDefault();
+  SecretServiceStore store;
+  EXPECT_EQ(contentOf(store, "a"), "error -25308");
+  EXPECT_EQ(codeOfReplacing(store, "a"), kNeedsUser);
+}
+
+TEST(SecretServiceStore, SaysThatAServiceCannotBeStarted) {
+  testing::writeFile(testDirectory() / "services/org.freedesktop.secrets.service",
+                     "[D-BUS Service]\nName=org.freedesktop.secrets\nExec=/bin/false\n");
+  const testing::SessionBus bus;
+  SecretServiceStore store(std::chrono::milliseconds::max());
+  const auto item = store.read("a");
+  ASSERT_FALSE(item);
+  EXPECT_EQ(item.error().code(), kUnavailable);
+  EXPECT_THAT(item.error().description(), ::testing::HasSubstr("cannot be started"));
+  EXPECT_EQ(codeOfReplacing(store, "a"), kUnavailable);
+}
+
 #endif
 
 }  // namespace

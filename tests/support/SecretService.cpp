@@ -14,6 +14,7 @@ namespace orvane::testing {
 namespace {
 
 constexpr const char* kServiceName = "org.freedesktop.secrets";
+constexpr const char* kDefaultCollection = "/org/freedesktop/secrets/aliases/default";
 
 /// Starts a daemon that ends with this process, however that ends; its standard input is `input`,
 /// its complaints go to a file in the test's folder.
@@ -29,7 +30,9 @@ ChildProcess startDaemon(const std::filesystem::path& input, std::vector<std::st
 ChildProcess startBus() {
   const auto config = testDirectory() / "bus.conf";
   const auto address = "unix:path=" + (testDirectory() / "bus").string();
-  writeFile(config, "<busconfig><type>session</type><listen>" + address + R"(</listen>
+  writeFile(config, "<busconfig><type>session</type><listen>" + address + "</listen><servicedir>" +
+                        (testDirectory() / "services").string() +
+                        R"(</servicedir>
       <policy context="default">
         <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
       </policy></busconfig>)");
@@ -75,16 +78,28 @@ std::size_t count(std::string_view text, std::string_view word) {
 
 SessionBus::SessionBus() : daemon_(startBus()) {}
 
-SecretService::SecretService() : daemon_(startKeyring()) {
+SecretService::SecretService() { restart(); }
+
+void SecretService::restart() {
+  daemon_.reset();
+  daemon_.emplace(startKeyring());
   gdbus({"wait", "--session", "--timeout", "60", kServiceName});
 }
 
-void SecretService::freeze() const { daemon_.kill(SIGSTOP); }
+void SecretService::freeze() const { daemon_->kill(SIGSTOP); }
 
 void SecretService::lock() {
-  const std::string collection = "/org/freedesktop/secrets/aliases/default";
+  const std::string collection = kDefaultCollection;
   if (count(callService("Lock", "['" + collection + "']"), collection) != 1) {
     throw std::runtime_error("the collection cannot be locked");
+  }
+}
+
+void SecretService::removeDefault() {
+  gdbus({"call", "--session", "--dest", kServiceName, "--object-path", kDefaultCollection,
+         "--method", "org.freedesktop.Secret.Collection.Delete"});
+  if (count(callService("ReadAlias", "default"), "'/'") != 1) {
+    throw std::runtime_error("the collection is still there");
   }
 }
 

@@ -1,38 +1,46 @@
-#include <orvane/platform/SecureStore.h>
+#include <orvane/platform/internal/BlockedSignals.h>
 #include <orvane/platform/internal/SecretServiceSession.h>
 
-// How secrets travel is part of libsecret's interface under this name alone.
-#define SECRET_API_SUBJECT_TO_CHANGE
-#include <libsecret/secret.h>
-
-#include <cstddef>
+#include <algorithm>
 #include <cstdlib>
-#include <span>
+#include <optional>
 #include <stop_token>
+#include <string>
+#include <system_error>
 
 namespace orvane::platform {
 namespace {
 
-constexpr const char* kServiceName = "org.freedesktop.secrets";
-constexpr int kNoTimeLimitOfItsOwn = G_MAXINT;  // The deadline's cancellable ends calls.
+/// What a clock can still count from now on; nobody waits that long for a service.
+constexpr std::chrono::milliseconds kLongestTime = std::chrono::hours(1);
 
-/// Takes the error over.
-Error errorFrom(GError* raw) {
-  const std::unique_ptr<GError, decltype([](GError* error) { g_error_free(error); })> error(raw);
-  using Code = SecureStoreErrorCode;
-  const auto is = [&error](GQuark domain, int code) {
-    return g_error_matches(error.get(), domain, code) != FALSE;
-  };
-  if (is(SECRET_ERROR, SECRET_ERROR_IS_LOCKED)) return SecureStore::error(Code::needsUser);
-  if (is(G_IO_ERROR, G_IO_ERROR_CANCELLED) || is(G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY)) {
-    return SecureStore::error(Code::unavailable, "the Secret Service does not answer");
+std::unexpected<Error> unavailable(std::string_view detail) {
+  return std::unexpected(SecureStore::error(SecureStoreErrorCode::unavailable, detail));
+}
+
+/// Why nobody answers, if that is what the error says.
+const char* absenceIn(const GError& error) {
+  if (error.domain == G_IO_ERROR) {
+    const bool isSilence = error.code == G_IO_ERROR_CANCELLED || error.code == G_IO_ERROR_CLOSED ||
+                           error.code == G_IO_ERROR_BROKEN_PIPE ||
+                           error.code == G_IO_ERROR_TIMED_OUT;
+    return isSilence ? "the Secret Service does not answer" : nullptr;
   }
-  if (is(G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) ||
-      is(G_DBUS_ERROR, G_DBUS_ERROR_NAME_HAS_NO_OWNER)) {
-    return SecureStore::error(Code::unavailable, "no Secret Service is running");
+  if (error.domain != G_DBUS_ERROR) return nullptr;
+  switch (error.code) {
+    case G_DBUS_ERROR_SERVICE_UNKNOWN:
+    case G_DBUS_ERROR_NAME_HAS_NO_OWNER:
+      return "no Secret Service is running";
+    case G_DBUS_ERROR_NO_REPLY:
+    case G_DBUS_ERROR_TIMEOUT:
+    case G_DBUS_ERROR_TIMED_OUT:
+    case G_DBUS_ERROR_DISCONNECTED:
+      return "the Secret Service does not answer";
+    default:
+      const bool isFailedStart = error.code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
+                                 error.code <= G_DBUS_ERROR_SPAWN_NO_MEMORY;
+      return isFailedStart ? "the Secret Service cannot be started" : nullptr;
   }
-  g_dbus_error_strip_remote_error(error.get());
-  return SecureStore::error(Code::failed, error->message);
 }
 
 /// Where the user's session bus listens. GLib's own look-up would start a bus if there is none.
@@ -41,28 +49,8 @@ std::optional<std::string> sessionBusAddress() {
   if (address != nullptr && *address != '\0') return address;
   const char* folder = std::getenv("XDG_RUNTIME_DIR");
   if (folder == nullptr || *folder != '/') return std::nullopt;
-  const std::unique_ptr<char, decltype([](char* text) { g_free(text); })> escaped(
-      g_dbus_address_escape_value(folder));
+  const GPtr<char> escaped(g_dbus_address_escape_value(folder));
   return "unix:path=" + std::string(escaped.get()) + "/bus";
-}
-
-Result<GPtr<GDBusConnection>> connectToSessionBus(GCancellable* cancellable) {
-  const auto address = sessionBusAddress();
-  if (!address) {
-    return std::unexpected(
-        SecureStore::error(SecureStoreErrorCode::unavailable, "there is no session bus"));
-  }
-  constexpr int kBusClient = G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION;
-  // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): a C library's combined flags
-  constexpr auto kFlags = static_cast<GDBusConnectionFlags>(kBusClient);
-  GError* error = nullptr;
-  GPtr<GDBusConnection> connection(g_dbus_connection_new_for_address_sync(
-      address->c_str(), kFlags, nullptr, cancellable, &error));
-  if (connection) return connection;
-  const auto reason = errorFrom(error).description();
-  return std::unexpected(SecureStore::error(SecureStoreErrorCode::unavailable,
-                                            "the session bus cannot be reached: " + reason));
 }
 
 /// libsecret's constructor asks for the process's connection to the session bus, which is kept when
@@ -77,18 +65,51 @@ GObject* constructOnGivenConnection(GType type, guint count, GObjectConstructPar
   return object;
 }
 
-/// libsecret's service on a connection of our own.
+constexpr const char* kRefusal = "a dialogue would be needed";
+
+GVariant* refusePrompt(SecretService*, SecretPrompt*, GCancellable*, const GVariantType*,
+                       GError** error) {
+  g_set_error_literal(error, SECRET_ERROR, SECRET_ERROR_IS_LOCKED, kRefusal);
+  return nullptr;
+}
+
+void beginRefusingPrompt(SecretService* self, SecretPrompt*, const GVariantType*, GCancellable*,
+                         GAsyncReadyCallback callback, gpointer userData) {
+  g_task_report_new_error(self, callback, userData, nullptr, SECRET_ERROR, SECRET_ERROR_IS_LOCKED,
+                          "%s", kRefusal);
+}
+
+GVariant* endRefusingPrompt(SecretService*, GAsyncResult* result, GError** error) {
+  return static_cast<GVariant*>(g_task_propagate_pointer(G_TASK(result), error));
+}
+
+/// libsecret's service on a connection of our own, and without dialogues.
 GType ownServiceType() {
   static const GType type = g_type_register_static_simple(
       SECRET_TYPE_SERVICE, "OrvaneSecretService", sizeof(SecretServiceClass),
       [](gpointer ownClass, gpointer) {
         G_OBJECT_CLASS(ownClass)->constructor = constructOnGivenConnection;
+        auto* service = static_cast<SecretServiceClass*>(ownClass);
+        service->prompt_sync = refusePrompt;
+        service->prompt_async = beginRefusingPrompt;
+        service->prompt_finish = endRefusingPrompt;
       },
       sizeof(SecretService), nullptr, GTypeFlags{});
   return type;
 }
 
 }  // namespace
+
+Error secureStoreErrorFrom(GError* raw) {
+  using Code = SecureStoreErrorCode;
+  const GPtr<GError> error(raw);
+  if (!error || g_error_matches(raw, SECRET_ERROR, SECRET_ERROR_IS_LOCKED) != FALSE) {
+    return SecureStore::error(Code::needsUser);
+  }
+  if (const char* why = absenceIn(*error)) return SecureStore::error(Code::unavailable, why);
+  g_dbus_error_strip_remote_error(error.get());
+  return SecureStore::error(Code::failed, error->message);
+}
 
 OwnMainContext::~OwnMainContext() {
   // What ended in this context may have left its last steps here.
@@ -100,66 +121,50 @@ OwnMainContext::~OwnMainContext() {
 Deadline::Deadline(std::chrono::milliseconds limit)
     : timer_([this, limit](const std::stop_token& stop) {
         std::unique_lock lock(mutex_);
-        ended_.wait_for(lock, stop, limit, [] { return false; });
+        ended_.wait_for(lock, stop,
+                        std::clamp(limit, std::chrono::milliseconds::zero(), kLongestTime),
+                        [] { return false; });
         if (!stop.stop_requested()) g_cancellable_cancel(cancellable_.get());
       }) {}
 
 Result<std::unique_ptr<SecretServiceSession>> SecretServiceSession::open(
     std::chrono::milliseconds timeLimit) {
-  std::unique_ptr<SecretServiceSession> session(new SecretServiceSession(timeLimit));
-  if (auto connected = session->connect(); !connected) return std::unexpected(connected.error());
+  std::unique_ptr<SecretServiceSession> session;
+  try {
+    // The timer's thread starts here, and GIO's with the process's first connection.
+    const BlockedSignals blocked;
+    session.reset(new SecretServiceSession(timeLimit));
+    if (auto connected = session->connect(); !connected) return std::unexpected(connected.error());
+  } catch (const std::system_error& error) {
+    return unavailable(error.what());
+  }
+  if (auto begun = session->begin(); !begun) return std::unexpected(begun.error());
   return session;
 }
 
 Result<void> SecretServiceSession::connect() {
-  auto connection = connectToSessionBus(deadline_.cancellable());
-  if (!connection) return std::unexpected(connection.error());
-  connection_ = std::move(*connection);
+  const auto address = sessionBusAddress();
+  if (!address) return unavailable("there is no session bus");
+  constexpr int kBusClient = G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION;
+  // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): a C library's combined flags
+  constexpr auto kFlags = static_cast<GDBusConnectionFlags>(kBusClient);
   GError* error = nullptr;
-  gpointer service = g_initable_new(
-      ownServiceType(), deadline_.cancellable(), &error, "g-connection", connection_.get(),
-      "g-default-timeout", kNoTimeLimitOfItsOwn, "flags", SECRET_SERVICE_OPEN_SESSION, nullptr);
-  if (service == nullptr) return std::unexpected(errorFrom(error));
-  service_.reset(G_DBUS_PROXY(service));
+  connection_.reset(g_dbus_connection_new_for_address_sync(address->c_str(), kFlags, nullptr,
+                                                           cancellable(), &error));
+  if (connection_) return {};
+  return unavailable("the session bus cannot be reached: " +
+                     std::string(secureStoreErrorFrom(error).description()));
+}
+
+Result<void> SecretServiceSession::begin() {
+  GError* error = nullptr;
+  gpointer service =
+      g_initable_new(ownServiceType(), cancellable(), &error, "g-connection", connection_.get(),
+                     "g-default-timeout", G_MAXINT, "flags", SECRET_SERVICE_OPEN_SESSION, nullptr);
+  if (service == nullptr) return std::unexpected(secureStoreErrorFrom(error));
+  service_.reset(SECRET_SERVICE(service));
   return {};
-}
-
-Result<GPtr<GVariant>> SecretServiceSession::call(const std::string& path, const char* interface,
-                                                  const char* method, GVariant* parameters,
-                                                  const char* answerType) {
-  GError* error = nullptr;
-  GPtr<GVariant> answer(
-      g_dbus_connection_call_sync(connection_.get(), kServiceName, path.c_str(), interface, method,
-                                  parameters, G_VARIANT_TYPE(answerType), G_DBUS_CALL_FLAGS_NONE,
-                                  kNoTimeLimitOfItsOwn, deadline_.cancellable(), &error));
-  if (!answer) return std::unexpected(errorFrom(error));
-  return answer;
-}
-
-const char* SecretServiceSession::path() const {
-  return secret_service_get_session_dbus_path(SECRET_SERVICE(service_.get()));
-}
-
-GPtr<GVariant> SecretServiceSession::encode(ByteView secret) const {
-  const auto text = textOf(secret);
-  SecretValue* value =
-      secret_value_new(text.empty() ? "" : text.data(), static_cast<gssize>(text.size()),
-                       "application/octet-stream");
-  GPtr<GVariant> encoded(
-      g_variant_take_ref(secret_service_encode_dbus_secret(SECRET_SERVICE(service_.get()), value)));
-  secret_value_unref(value);
-  return encoded;
-}
-
-std::optional<Bytes> SecretServiceSession::decode(GVariant* secret) const {
-  SecretValue* value = secret_service_decode_dbus_secret(SECRET_SERVICE(service_.get()), secret);
-  if (value == nullptr) return std::nullopt;
-  gsize length = 0;
-  const char* text = secret_value_get(value, &length);
-  const auto view = bytesOf({text, length});
-  Bytes bytes(view.begin(), view.end());
-  secret_value_unref(value);
-  return bytes;
 }
 
 }  // namespace orvane::platform

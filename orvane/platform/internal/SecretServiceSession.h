@@ -1,29 +1,34 @@
 #pragma once
 
-#include <orvane/Error.h>
-#include <orvane/platform/Bytes.h>
-#include <orvane/platform/internal/BlockedSignals.h>
+#include <orvane/platform/SecureStore.h>
 
-#include <gio/gio.h>
+// Object paths are part of libsecret's interface under this name alone.
+#define SECRET_API_SUBJECT_TO_CHANGE
+#include <libsecret/secret.h>
 
 #include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <optional>
-#include <string>
 #include <thread>
 
 namespace orvane::platform {
 
-/// Releases what GLib counts references of.
+/// Releases what GLib and libsecret hand out.
 struct GRelease {
-  void operator()(GVariant* variant) const { g_variant_unref(variant); }
+  void operator()(char* text) const { g_free(text); }
+  void operator()(char** list) const { g_strfreev(list); }
+  void operator()(GError* error) const { g_error_free(error); }
+  void operator()(GHashTable* table) const { g_hash_table_unref(table); }
   void operator()(GMainContext* context) const { g_main_context_unref(context); }
+  void operator()(SecretValue* value) const { secret_value_unref(value); }
   void operator()(gpointer object) const { g_object_unref(object); }
 };
 template <class T>
 using GPtr = std::unique_ptr<T, GRelease>;
+
+/// The store's error for one of GLib's, which it takes over; none at all is a refused dialogue.
+[[nodiscard]] Error secureStoreErrorFrom(GError* error);
 
 /// A main context that is the calling thread's own for as long as it lives.
 class OwnMainContext {
@@ -53,38 +58,28 @@ class Deadline {
   std::jthread timer_;
 };
 
-/// A conversation with the Secret Service, over a connection of its own. It must end on the thread
-/// that began it.
+/// A conversation with the Secret Service, over a connection of its own and without any dialogue:
+/// what would need one fails with `SECRET_ERROR_IS_LOCKED`. It must end on the thread that began
+/// it.
 class SecretServiceSession {
  public:
   /// Connects and agrees on a key. All that follows must be done within `timeLimit`.
   [[nodiscard]] static Result<std::unique_ptr<SecretServiceSession>> open(
       std::chrono::milliseconds timeLimit);
 
-  /// Calls a method of the service; `parameters` may be floating. The answer has the type
-  /// `answerType`.
-  [[nodiscard]] Result<GPtr<GVariant>> call(const std::string& path, const char* interface,
-                                            const char* method, GVariant* parameters,
-                                            const char* answerType);
-
-  /// The object path that stands for this session.
-  [[nodiscard]] const char* path() const;
-
-  /// The secret as it travels in this session.
-  [[nodiscard]] GPtr<GVariant> encode(ByteView secret) const;
-
-  /// The secret in what has travelled; nothing when it does not belong to this session.
-  [[nodiscard]] std::optional<Bytes> decode(GVariant* secret) const;
+  [[nodiscard]] SecretService* service() const { return service_.get(); }
+  /// To be given to every call of the conversation.
+  [[nodiscard]] GCancellable* cancellable() const { return deadline_.cancellable(); }
 
  private:
   explicit SecretServiceSession(std::chrono::milliseconds timeLimit) : deadline_(timeLimit) {}
   [[nodiscard]] Result<void> connect();
+  [[nodiscard]] Result<void> begin();
 
-  BlockedSignals blockedSignals_;  // The first connection of a process starts a thread of GIO's.
   OwnMainContext context_;
   Deadline deadline_;
   GPtr<GDBusConnection> connection_;
-  GPtr<GDBusProxy> service_;  // libsecret's SecretService, whose header stays out of this one.
+  GPtr<SecretService> service_;
 };
 
 }  // namespace orvane::platform
