@@ -43,21 +43,22 @@ float ScenePainter::any(float low, float high) {
 
 float ScenePainter::lattice(int x, int y, std::uint32_t layer) const {
   return unit(scramble(static_cast<std::uint32_t>(x) * 0x9e3779b1U ^
-                       scramble(static_cast<std::uint32_t>(y) + layer * 7919U + seed_)));
+                       (static_cast<std::uint32_t>(y) + layer * 7919U + seed_) * 0x85ebca77U));
 }
 
 float ScenePainter::noise(float x, float y, int octaves, std::uint32_t layer) const {
+  const auto blend = [](float a, float b, float t) { return a + (b - a) * t * t * (3 - 2 * t); };
   float sum = 0;
   float weight = 0;
   for (float amplitude = 1; octaves > 0; --octaves, amplitude /= 2, x = x * 2 + 17, y = y * 2 + 5) {
-    const auto column = static_cast<int>(std::floor(x));
-    const auto row = static_cast<int>(std::floor(y));
-    const float tx = smoothStep(0, 1, x - static_cast<float>(column));
-    const float ty = smoothStep(0, 1, y - static_cast<float>(row));
-    const float above = std::lerp(lattice(column, row, layer), lattice(column + 1, row, layer), tx);
+    const int column = static_cast<int>(x) - (x < 0);
+    const int row = static_cast<int>(y) - (y < 0);
+    const float tx = x - static_cast<float>(column);
+    const float ty = y - static_cast<float>(row);
+    const float above = blend(lattice(column, row, layer), lattice(column + 1, row, layer), tx);
     const float below =
-        std::lerp(lattice(column, row + 1, layer), lattice(column + 1, row + 1, layer), tx);
-    sum += amplitude * std::lerp(above, below, ty);
+        blend(lattice(column, row + 1, layer), lattice(column + 1, row + 1, layer), tx);
+    sum += amplitude * blend(above, below, ty);
     weight += amplitude;
   }
   return sum / weight;
