@@ -24,10 +24,9 @@ class AreaAverage {
       : source_(source),
         target_(target),
         bands_(static_cast<std::size_t>(bands)),
-        sum_(static_cast<std::size_t>(source.width) * bands_) {
-    result_.reserve(static_cast<std::size_t>(target.width) *
-                    static_cast<std::size_t>(target.height) * bands_);
-  }
+        sum_(static_cast<std::size_t>(source.width) * bands_),
+        result_(static_cast<std::size_t>(target.width) * static_cast<std::size_t>(target.height) *
+                bands_) {}
 
   /// Takes the next row of the source, from the top; as many of them as it is high.
   template <class Sample>
@@ -53,19 +52,16 @@ class AreaAverage {
 
  private:
   void finishRow() {
-    for (std::int64_t column = 0; column < target_.width; ++column) {
+    float* pixel = &result_[static_cast<std::size_t>(finished_ * target_.width) * bands_];
+    for (std::int64_t column = 0; column < target_.width; ++column, pixel += bands_) {
       const std::int64_t start = column * source_.width;
       const std::int64_t end = start + source_.width;
-      const auto pixel = result_.size();
-      result_.resize(pixel + bands_);
       for (auto x = start / target_.width; x * target_.width < end; ++x) {
         const auto left = x * target_.width;
         const auto shared = std::min(end, left + target_.width) - std::max(start, left);
         const auto weight = static_cast<float>(shared) / static_cast<float>(source_.width);
         const auto* samples = &sum_[static_cast<std::size_t>(x) * bands_];
-        for (std::size_t band = 0; band < bands_; ++band) {
-          result_[pixel + band] += weight * samples[band];
-        }
+        for (std::size_t band = 0; band < bands_; ++band) pixel[band] += weight * samples[band];
       }
     }
     sum_.assign(sum_.size(), 0.0F);

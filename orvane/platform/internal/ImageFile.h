@@ -1,6 +1,7 @@
 #pragma once
 
 #include <orvane/Error.h>
+#include <orvane/platform/Bytes.h>
 #include <orvane/platform/FileReader.h>
 #include <orvane/platform/internal/VipsHandle.h>
 
@@ -45,12 +46,13 @@ class ImageFile {
     std::uint64_t offset = 0;
     std::optional<Error> failure = {};
   };
+  bool readWhole();
   static gint64 read(VipsSourceCustom* source, void* buffer, gint64 length, gpointer input);
   static gint64 seek(VipsSourceCustom* source, gint64 offset, int whence, gpointer input);
 
   Input input_;
-  VipsHandle<VipsSourceCustom> custom_;
-  VipsSource* source_;
+  Bytes content_;  ///< All of a file of usual size.
+  VipsHandle<VipsSource> source_;
 };
 
 }  // namespace orvane::platform

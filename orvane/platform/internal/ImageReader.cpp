@@ -20,7 +20,7 @@ namespace {
 using Image = VipsHandle<VipsImage>;
 using Format = ImageFile::Format;
 
-constexpr int kMaximumSide = 8192;
+constexpr int kMaximumSide = 2048;
 constexpr double kMaximumPixels = 500e6;
 constexpr double kMaximumBytesHeld = 512.0 * 1024 * 1024;
 

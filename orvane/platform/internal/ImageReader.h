@@ -33,7 +33,7 @@ enum class ImageProblem {
 };
 
 /// Decodes an image file (JPEG, PNG, WebP, TIFF; HEIF where libvips has the decoder) into a box of
-/// `width` by `height` pixels, each 1 to 8192; seen the right way up, its colours converted to sRGB
+/// `width` by `height` pixels, each 1 to 2048; seen the right way up, its colours converted to sRGB
 /// by its profile, what is transparent laid on white. Of several pages or frames, the first.
 ///
 /// As far as the format allows, only the size needed is decoded, row by row. An image of more than
