@@ -1,5 +1,7 @@
 #include <orvane/platform/FileSecureStore.h>
 #include <orvane/platform/HostApplication.h>
+#include <orvane/platform/ImageClassifier.h>
+#include <orvane/platform/SceneClassifier.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -44,6 +46,8 @@ void fix(Settings& settings) {
                                : defaultDataDirectory(settings.options.identifier);
   auto& store = settings.options.secureStore;
   if (!store) store = std::make_shared<FileSecureStore>();
+  auto& classifier = settings.options.imageClassifier;
+  if (!classifier) classifier = std::make_shared<SceneClassifier>();
 }
 
 const Settings& fixedSettings() {
@@ -100,5 +104,9 @@ std::optional<fs::path> HostApplication::documentsDirectory() {
 }
 
 SecureStore& HostApplication::secureStore() { return *fixedSettings().options.secureStore; }
+
+const ImageClassifier& HostApplication::imageClassifier() {
+  return *fixedSettings().options.imageClassifier;
+}
 
 }  // namespace orvane

@@ -62,6 +62,10 @@ class HostApplication {
   /// The secure store in force: the options' one, or a `FileSecureStore`. It lives as long as the
   /// process.
   [[nodiscard]] static SecureStore& secureStore();
+
+  /// The image classifier in force: the options' one, or a `SceneClassifier`. It lives as long as
+  /// the process.
+  [[nodiscard]] static const ImageClassifier& imageClassifier();
 };
 
 }  // namespace orvane

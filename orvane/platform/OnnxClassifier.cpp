@@ -1,4 +1,5 @@
 #include <orvane/platform/OnnxClassifier.h>
+#include <orvane/platform/internal/ExitGate.h>
 #include <orvane/platform/internal/OnnxDescription.h>
 
 #include <algorithm>
@@ -115,6 +116,7 @@ struct OnnxClassifier::Model {
   [[nodiscard]] Result<std::vector<float>> computeOr(OnnxProblem problem,
                                                      const RgbImage& image) try {
     const Silence silence;
+    const platform::ExitGate::Passage passage;
     return compute(inputOf(image, description));
   } catch (const std::exception& exception) {
     return failed(problem, exception.what());
@@ -136,6 +138,7 @@ Result<std::shared_ptr<const OnnxClassifier>> OnnxClassifier::open(
   if (!read) return std::unexpected(read.error());
   auto file = internal::readNamed(read->model);
   if (!file) return std::unexpected(file.error());
+  platform::ExitGate::closeAtExit();
   cv::setNumThreads(1);
   auto model = std::make_unique<Model>();
   model->description = std::move(*read);
@@ -147,6 +150,7 @@ Result<std::shared_ptr<const OnnxClassifier>> OnnxClassifier::open(
                       static_cast<std::size_t>(black.height) * 3);
   const auto values = model->computeOr(OnnxProblem::model, black);
   if (!values) return std::unexpected(values.error());
+  platform::ExitGate::closeAtExit();  // Once more: OpenCV has made what it needs.
   return std::shared_ptr<const OnnxClassifier>(new OnnxClassifier(std::move(model)));
 }
 

@@ -1,14 +1,19 @@
 #include <orvane/platform/internal/ExitGate.h>
 #include <unistd.h>
 
+#include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 
 namespace orvane::platform {
 namespace {
 
 struct Gate {
-  std::shared_mutex mutex;
+  std::mutex mutex;
+  std::condition_variable left;
+  int inside = 0;
   bool closed = false;
+  const pid_t process = getpid();
 };
 
 Gate& gate() {
@@ -16,24 +21,35 @@ Gate& gate() {
   return instance;
 }
 
-struct CloseAtExit {
-  CloseAtExit() = default;
-  CloseAtExit(const CloseAtExit&) = delete;
-  CloseAtExit& operator=(const CloseAtExit&) = delete;
-  ~CloseAtExit() {
-    const std::lock_guard lock(gate().mutex);
-    gate().closed = true;
-  }
-};
+void close() {
+  auto& gate = platform::gate();
+  // The threads inside did not come along into a child process.
+  if (gate.process != getpid()) return;
+  std::unique_lock lock(gate.mutex);
+  gate.closed = true;
+  gate.left.wait(lock, [&] { return gate.inside == 0; });
+}
 
 }  // namespace
 
-void ExitGate::prepare() { static const CloseAtExit closeAtExit; }
+void ExitGate::closeAtExit() {
+  gate();
+  std::atexit(close);
+}
 
-ExitGate::Passage::Passage() : lock_(gate().mutex) {
-  if (!gate().closed) return;
-  lock_.unlock();
-  for (;;) pause();
+void ExitGate::Passage::enter() {
+  std::unique_lock lock(gate().mutex);
+  if (!gate().closed) {
+    ++gate().inside;
+    return;
+  }
+  lock.unlock();
+  for (;;) ::pause();
+}
+
+void ExitGate::Passage::leave() {
+  const std::lock_guard lock(gate().mutex);
+  if (--gate().inside == 0) gate().left.notify_all();
 }
 
 }  // namespace orvane::platform

@@ -16,7 +16,7 @@ template <class Work>
 boost::asio::awaitable<std::invoke_result_t<Work&>> utilityTask(Work work) {
   using Value = std::invoke_result_t<Work&>;
   return suspended<Value>([work = std::move(work)](auto resume, auto /*cancellation*/) mutable {
-    ExitGate::prepare();
+    [[maybe_unused]] static const bool prepared = (ExitGate::closeAtExit(), true);
     BackgroundQueue::utility([work = std::move(work), resume = std::move(resume)]() mutable {
       auto value = work();
       const ExitGate::Passage passage;

@@ -1,0 +1,299 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/SystemLog.h>
+#include <orvane/tagging/ImageTagger.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <boost/asio/awaitable.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/use_future.hpp>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <mutex>
+#include <optional>
+#include <semaphore>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+#include "support/TestImage.h"
+
+namespace orvane {
+namespace {
+
+namespace asio = boost::asio;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+using testing::testDirectory;
+using Observations = std::vector<ClassificationObservation>;
+using Tags = std::vector<TagWithConfidence>;
+
+/// Answers what the test says.
+class Scripted final : public ImageClassifier {
+ public:
+  using Answer = std::function<Result<Observations>(const std::filesystem::path&)>;
+  explicit Scripted(Answer answer) : answer_(std::move(answer)) {}
+  [[nodiscard]] Result<Observations> classify(const std::filesystem::path& image) const override {
+    return answer_(image);
+  }
+
+ private:
+  Answer answer_;
+};
+
+ImageTagger taggerThatSees(Observations observations) {
+  return ImageTagger(std::make_shared<Scripted>(
+      [observations = std::move(observations)](const auto&) { return observations; }));
+}
+
+Tags tagsOf(const ImageTagger& tagger, const std::filesystem::path& image = "image.jpg") {
+  asio::io_context context;
+  auto tags = asio::co_spawn(context, tagger.tagImage(image), asio::use_future);
+  context.run();
+  return tags.get();
+}
+
+/// The lines that are logged as long as it lives.
+class LogLines {
+ public:
+  LogLines() {
+    SystemLog::setSink([this](std::string_view line) {
+      const std::lock_guard lock(mutex_);
+      lines_.emplace_back(line);
+    });
+  }
+  ~LogLines() { SystemLog::setSink({}); }
+  LogLines(const LogLines&) = delete;
+  LogLines& operator=(const LogLines&) = delete;
+
+  std::vector<std::string> take() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(lines_, {});
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+TagWithConfidence tag(const char* name, float confidence) { return {name, double{confidence}}; }
+
+constexpr float kThreshold = 0.7F;
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+TEST(ImageTagger, HasTheGivenDefaults) {
+  EXPECT_EQ(ImageTagger::shared().maxTags, 5);
+  EXPECT_EQ(double{ImageTagger::shared().minConfidence}, 0.699999988079071);
+  EXPECT_EQ(&ImageTagger::shared(), &ImageTagger::shared());
+}
+
+TEST(ImageTagger, TurnsObservationsIntoTags) {
+  LogLines log;
+  const Observations beach{{"beach", 0.95F}, {"sand", 0.9F},     {"ocean", 0.85F},
+                           {"sky", 0.8F},    {"outdoor", 0.75F}, {"sunset", 0.72F}};
+  const Tags beachTags{tag("spiaggia", 0.95F), tag("sabbia", 0.9F), tag("oceano", 0.85F),
+                       tag("cielo", 0.8F), tag("all'aperto", 0.75F)};
+  const struct {
+    const char* what;
+    Observations observations;
+    std::int64_t maxTags;
+    float minConfidence;
+    Tags expected;
+  } cases[] = {
+      {"the cap cuts the least confident", beach, 5, kThreshold, beachTags},
+      {"no cap",
+       beach,
+       std::numeric_limits<std::int64_t>::max(),
+       0.85F,
+       {beachTags[0], beachTags[1], beachTags[2]}},
+      {"none wanted", beach, 0, 0, {}},
+      {"fewer than none", beach, -1, 0, {}},
+      {"fewest", beach, std::numeric_limits<std::int64_t>::min(), 0, {}},
+      {"the threshold itself is kept",
+       {{"sky", kThreshold}, {"sand", std::nextafter(kThreshold, 0.0F)}, {"sea", 0.69F}},
+       5,
+       kThreshold,
+       {tag("cielo", kThreshold)}},
+      {"no number is dropped", {{"sky", kNaN}, {"sand", 0.8F}}, 5, 0, {tag("sabbia", 0.8F)}},
+      {"everything translatable qualifies at 0",
+       {{"sky", 0}, {"sand", 1e-30F}},
+       5,
+       0,
+       {tag("sabbia", 1e-30F), tag("cielo", 0)}},
+      {"what has no translation takes no place",
+       {{"quux", 0.99F}, {"sky", 0.8F}, {"", 0.95F}, {"sand", 0.75F}},
+       2,
+       kThreshold,
+       {tag("cielo", 0.8F), tag("sabbia", 0.75F)}},
+      {"underscores join words",
+       {{"water_body", 0.8F}, {"_sky__", 0.9F}},
+       5,
+       kThreshold,
+       {tag("corpo d'acqua", 0.8F)}},
+      {"equals keep their order",
+       {{"sand", 0.8F}, {"sky", 0.9F}, {"beach", 0.8F}, {"ocean", 0.8F}},
+       3,
+       kThreshold,
+       {tag("cielo", 0.9F), tag("sabbia", 0.8F), tag("spiaggia", 0.8F)}},
+      {"one name may come twice",
+       {{"skateboarding", 0.8F}, {"skateboard", 0.9F}, {"sky", 0.75F}},
+       2,
+       kThreshold,
+       {tag("skateboard", 0.9F), tag("skateboard", 0.8F)}},
+      {"nothing seen", {}, 5, kThreshold, {}}};
+  for (const auto& c : cases) {
+    auto tagger = taggerThatSees(c.observations);
+    tagger.maxTags = c.maxTags;
+    tagger.minConfidence = c.minConfidence;
+    EXPECT_EQ(tagsOf(tagger), c.expected) << c.what;
+  }
+  EXPECT_THAT(log.take(), ElementsAre());
+}
+
+TEST(ImageTagger, AFileThatCannotBeClassifiedGivesOneLine) {
+  LogLines log;
+  testing::writeFile(testDirectory() / "text.jpg", "Dear diary");
+  testing::writeFile(testDirectory() / "empty.png", "");
+  testing::writeImage(testDirectory() / "whole.jpg", 320, 240, {10, 120, 200});
+  const auto whole = testing::readFile(testDirectory() / "whole.jpg");
+  testing::writeFile(testDirectory() / "half.jpg", whole.substr(0, whole.size() / 2));
+  ASSERT_EQ(mkfifo((testDirectory() / "pipe.jpg").c_str(), 0600), 0);
+  for (const auto* name : {"missing.jpg", "text.jpg", "empty.png", "half.jpg", "pipe.jpg", "."}) {
+    EXPECT_TRUE(tagsOf(ImageTagger::shared(), testDirectory() / name).empty());
+    EXPECT_THAT(log.take(), ElementsAre(StartsWith("[ImageTagger] Vision classify failed: ")))
+        << name;
+  }
+  EXPECT_TRUE(tagsOf(ImageTagger::shared(), testDirectory() / "whole.jpg").size() <= 5);
+  EXPECT_THAT(log.take(), ElementsAre());
+}
+
+TEST(ImageTagger, ThePlainWordsOfAFailureAreLogged) {
+  LogLines log;
+  const ImageTagger failing(std::make_shared<Scripted>([](const auto&) -> Result<Observations> {
+    return std::unexpected(Error("Test", 7, "the lens\ncap is on"));
+  }));
+  const ImageTagger throwing(std::make_shared<Scripted>(
+      [](const auto&) -> Result<Observations> { throw std::runtime_error("no film"); }));
+  EXPECT_TRUE(tagsOf(failing).empty());
+  EXPECT_TRUE(tagsOf(throwing).empty());
+  EXPECT_THAT(log.take(), ElementsAre("[ImageTagger] Vision classify failed: the lens cap is on",
+                                      "[ImageTagger] Vision classify failed: no film"));
+}
+
+TEST(ImageTagger, TheSharedOneAsksTheHostsClassifier) {
+  std::filesystem::path asked;
+  ASSERT_TRUE(HostApplication::configure(
+      {.imageClassifier = std::make_shared<Scripted>([&](const auto& image) {
+         asked = image;
+         return Observations{{"sky", 1}};
+       })}));
+  EXPECT_EQ(tagsOf(ImageTagger::shared(), "/photos/a b.jpg"), Tags{tag("cielo", 1)});
+  EXPECT_EQ(asked, "/photos/a b.jpg");
+}
+
+int priorityHere() { return getpriority(PRIO_PROCESS, static_cast<id_t>(gettid())); }
+
+TEST(ImageTagger, WorksAtALowerPriorityOffTheCallersThread) {
+  const int before = priorityHere();
+  const auto caller = std::this_thread::get_id();
+  std::optional<int> priority;
+  const ImageTagger tagger(std::make_shared<Scripted>([&](const auto&) {
+    priority = priorityHere();
+    EXPECT_NE(std::this_thread::get_id(), caller);
+    return Observations{};
+  }));
+  tagsOf(tagger);
+  tagsOf(tagger);
+  EXPECT_EQ(priority, std::min(before + 10, 19));
+  EXPECT_EQ(priorityHere(), before);
+}
+
+TEST(ImageTagger, TheCallerIsSuspendedNotBlocked) {
+  std::binary_semaphore release(0);
+  const ImageTagger tagger(std::make_shared<Scripted>([&](const auto&) {
+    release.acquire();
+    return Observations{{"sky", 1}};
+  }));
+  asio::io_context context(1);
+  std::vector<std::string> events;
+  std::thread::id resumedOn;
+  asio::co_spawn(
+      context,
+      [&]() -> asio::awaitable<void> {
+        asio::post(context, [&] {
+          events.emplace_back("other work");
+          release.release();
+        });
+        const auto tags = co_await tagger.tagImage("image.jpg");
+        resumedOn = std::this_thread::get_id();
+        events.push_back(tags.at(0).tag);
+      },
+      asio::detached);
+  context.run();
+  EXPECT_THAT(events, ElementsAre("other work", "cielo"));
+  EXPECT_EQ(resumedOn, std::this_thread::get_id());
+}
+
+TEST(ImageTagger, ManyCallsDoNotMixUp) {
+  const ImageTagger tagger(
+      std::make_shared<Scripted>([](const auto& image) -> Result<Observations> {
+        if (image == "broken") return std::unexpected(Error("Test", 1, "broken"));
+        return Observations{{image.string(), 1}};
+      }));
+  LogLines log;
+  asio::io_context context;
+  const std::pair<const char*, const char*> images[] = {
+      {"sky", "cielo"}, {"broken", ""}, {"sand", "sabbia"}, {"beach", "spiaggia"}};
+  std::atomic<int> right = 0;
+  for (int i = 0; i < 200; ++i) {
+    const auto& [label, name] = images[i % 4];
+    asio::co_spawn(context, tagger.tagImage(label),
+                   [&right, name](const std::exception_ptr&, const Tags& tags) {
+                     right += (tags.empty() ? std::string() : tags[0].tag) == name ? 1 : 0;
+                   });
+  }
+  std::jthread other([&] { context.run(); });
+  context.run();
+  other.join();
+  EXPECT_EQ(right, 200);
+  EXPECT_EQ(log.take().size(), 50U);
+}
+
+/// Ends when some of many images have been tagged; the executor goes before the process does.
+const testing::ChildMain kExitWhileTagging("exitWhileTagging", [](const auto& arguments) {
+  static asio::io_context context;
+  static int remaining = std::stoi(arguments.at(1));
+  for (int i = 0; i < 20; ++i) {
+    asio::co_spawn(context, ImageTagger::shared().tagImage(arguments.at(0)),
+                   [](const std::exception_ptr&, const Tags&) {
+                     if (--remaining == 0) context.stop();
+                   });
+  }
+  context.run_one();
+  if (remaining > 0) context.run();
+  return 0;
+});
+
+TEST(ImageTagger, TheProcessMayEndMeanwhile) {
+  const auto image = testDirectory() / "image.jpg";
+  testing::writeImage(image, 1600, 1200, {10, 120, 200});
+  for (const auto* tagged : {"0", "1", "2", "10", "19"}) {
+    auto child = testing::ChildProcess::run("exitWhileTagging", {image.string(), tagged});
+    EXPECT_EQ(child.wait(), 0);
+  }
+}
+
+}  // namespace
+}  // namespace orvane
