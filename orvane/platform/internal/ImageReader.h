@@ -46,7 +46,9 @@ enum class ImageProblem {
 /// Any thread may call it, several at once.
 ///
 /// The first call starts libvips for the whole process. In it, the cache of operations is then off,
-/// since files may change, and libvips' warnings are dropped.
+/// since files may change, and libvips' warnings are dropped. (The codecs inside HEIF still print a
+/// line about some damaged streams; nothing can be done about that.) A process that exits waits for
+/// the step under way, at most the decoding of one whole HEIF or WebP image.
 [[nodiscard]] Result<RgbImage> readImage(const std::filesystem::path& file, int width, int height,
                                          ImageFit fit);
 

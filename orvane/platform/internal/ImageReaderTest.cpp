@@ -317,8 +317,10 @@ TEST(ImageReader, HalfAFileIsDamaged) {
           whole.substr(0, static_cast<std::size_t>(static_cast<double>(whole.size()) * share)));
       // Where a TIFF has lost its contents, which come last, libvips does not know it any more.
       const bool isLost = file.extension() == ".tif";
+      ::testing::internal::CaptureStderr();
       expectProblem(readImage(file, 64, 64, ImageFit::inside),
                     isLost ? ImageProblem::notAnImage : ImageProblem::damaged);
+      EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
     }
   }
 }
