@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,35 +11,37 @@ namespace backup {
 /// "512 B", "12.3 KiB", "300.0 MiB"...
 [[nodiscard]] std::string byteText(std::int64_t bytes);
 
+/// A number with one digit after the point.
+[[nodiscard]] std::string decimal(double number);
+
 /// A file's name with "?" for what would confuse a terminal.
 [[nodiscard]] std::string printable(std::string_view name);
 
-/// What the user sees of a run: bars that are drawn anew in place when standard output is a
-/// terminal, plain lines otherwise.
+/// "a, b, c", or "nothing known".
+[[nodiscard]] std::string listText(const std::vector<std::string>& words);
+
+/// The text with spaces after it, so that it fills so many columns.
+[[nodiscard]] std::string padded(std::string text, std::size_t columns);
+
+/// So many cells, the given fraction of them full.
+[[nodiscard]] std::string barText(double fraction, std::size_t cells);
+
+/// What the user sees while something goes on: lines, and under them a bar that is drawn anew in
+/// place; without the bar when standard output is no terminal.
 class Display {
  public:
-  struct Bar {
-    std::int64_t bytes;
-    double fraction;
-    std::string text;
-  };
-
   Display();
 
-  [[nodiscard]] bool showsBars() const { return terminal_; }
-  /// Whether the bars were drawn long enough ago.
-  [[nodiscard]] bool isDue() const;
-  void draw(const std::vector<Bar>& bars);
-  void clearBars();
-  /// Prints a line that stays, in place of the bars: a word, a file's name, and more about it.
+  [[nodiscard]] bool showsBar() const { return terminal_; }
+  /// Draws the bar; what does not fit into the line is cut off.
+  void drawBar(double fraction, std::string_view text);
+  void clearBar();
+  /// Prints a line that stays: a word, a file's name, and more about it.
   void print(std::string_view word, std::string_view name, std::string_view detail);
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   const bool terminal_;
-  Clock::time_point drawn_ = {};
-  std::size_t barsShown_ = 0;
+  bool barShown_ = false;
 };
 
 }  // namespace backup

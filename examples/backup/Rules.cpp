@@ -1,25 +1,31 @@
 #include "Rules.h"
 
-#include <orvane/platform/UrlError.h>
+#include <orvane/transport/RetryPolicy.h>
 #include <orvane/transport/S3Error.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <optional>
+#include <random>
 #include <string>
 #include <unordered_map>
 
 namespace backup {
 
-bool isTransient(const orvane::Error& error) {
-  if (const auto* store = error.as<orvane::S3Error>()) {
-    const auto status = store->statusCode();
-    return status && (*status >= 500 || *status == 429);
-  }
-  using orvane::platform::UrlErrorCode;
-  const auto code = static_cast<UrlErrorCode>(error.code());
-  return error.domain() == orvane::Error::kUrlLoading && code != UrlErrorCode::cancelled &&
-         code != UrlErrorCode::badURL && code != UrlErrorCode::unsupportedURL;
+using orvane::RetryPolicy;
+
+bool mayRetry(const orvane::Error& error, const orvane::UploadRecord& record,
+              std::int64_t retriesInRun) {
+  return RetryPolicy::isRetryable(error) && retriesInRun < RetryPolicy::maxSessionRetries &&
+         record.retryCount < RetryPolicy::maxLifetimeRetries;
+}
+
+std::chrono::duration<double> retryDelay(std::int64_t retriesInRun) {
+  static std::minstd_rand random(std::random_device{}());
+  const double delay = std::ldexp(RetryPolicy::baseDelay, static_cast<int>(retriesInRun));
+  const double chance = std::uniform_real_distribution(1.0, 1.5)(random);
+  return std::chrono::duration<double>(std::min(delay * chance, RetryPolicy::maxDelay));
 }
 
 std::string explanation(const orvane::Error& error) {

@@ -1,27 +1,29 @@
 #pragma once
 
 #include <orvane/Error.h>
+#include <orvane/bookkeeping/UploadRecord.h>
 
-#include <array>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
 
 namespace backup {
 
-using namespace std::chrono_literals;
+/// Uploads under way at the same time; images looked at at the same time.
+constexpr std::size_t kAtATime = 4;
 
-/// Uploads under way at the same time.
-constexpr std::size_t kUploadsAtATime = 4;
+/// Whether a file whose upload has just failed is tried again in this run, after so many retries
+/// in it: the same upload must be able to succeed a little later, and neither the run's retries
+/// nor those of the file's whole life may be used up.
+[[nodiscard]] bool mayRetry(const orvane::Error& error, const orvane::UploadRecord& record,
+                            std::int64_t retriesInRun);
 
-/// How long a file waits before each of its retries in one run.
-constexpr std::array<std::chrono::seconds, 3> kRetryPauses{1s, 2s, 4s};
-
-/// Whether the same upload may well succeed a little later: the store is overloaded or broken, or
-/// the network is.
-[[nodiscard]] bool isTransient(const orvane::Error& error);
+/// How long a file waits before it is tried again: twice as long each time, and up to half as long
+/// again by chance, so that files that failed together do not come back together.
+[[nodiscard]] std::chrono::duration<double> retryDelay(std::int64_t retriesInRun);
 
 /// The error's sentence, with advice where the user can do something.
 [[nodiscard]] std::string explanation(const orvane::Error& error);

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <orvane/Error.h>
+#include <orvane/transport/S3Config.h>
+
+#include <map>
+#include <string>
+
+namespace backup {
+
+/// The ETag of every object under the configured prefix, by its key without the prefix. Keys with a
+/// line break are not in it. Blocks; fails with the listing's error.
+[[nodiscard]] orvane::Result<std::map<std::string, std::string>> listObjects(
+    const orvane::S3Config& config);
+
+/// Puts the ETags that the store lists into the records that have none yet, since uploads do not
+/// tell them.
+void recordETags(const orvane::S3Config& config);
+
+}  // namespace backup

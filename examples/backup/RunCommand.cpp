@@ -1,0 +1,264 @@
+#include <orvane/bookkeeping/BandwidthStatsStore.h>
+#include <orvane/bookkeeping/MultipartUploadStore.h>
+#include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/transport/RetryPolicy.h>
+
+#include <algorithm>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <chrono>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Commands.h"
+#include "Display.h"
+#include "Folder.h"
+#include "Objects.h"
+#include "Records.h"
+#include "Rules.h"
+#include "Setup.h"
+#include "Tasks.h"
+#include "Transfer.h"
+
+namespace backup {
+namespace {
+
+using orvane::BandwidthStatsStore;
+using orvane::MultipartUploadStore;
+using orvane::Result;
+using orvane::RetryPolicy;
+using orvane::UploadRecord;
+using orvane::UploadStatus;
+using orvane::UploadStore;
+using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+constexpr std::chrono::milliseconds kAttention(100);  ///< How long a stop may go unnoticed.
+constexpr std::chrono::seconds kBetweenSamples(1);    ///< Of the throughput.
+
+bool isOf(const std::optional<UploadRecord>& record, const LocalFile& file) {
+  return record && record->totalBytes == file.size && record->creationDate == file.modified;
+}
+
+/// The record of a file that is to go up. A file that has changed begins a life of its own: no
+/// retries, no ETag, tags to be looked for again.
+UploadRecord pendingRecord(std::optional<UploadRecord> known, const LocalFile& file) {
+  if (!isOf(known, file)) {
+    known.emplace(file.name, "media/" + file.name, UploadStatus::pending, 0, file.size);
+    known->creationDate = file.modified;
+  }
+  known->status = UploadStatus::pending;
+  known->bytesUploaded = 0;
+  return *std::move(known);
+}
+
+/// Waits that long, or until the user wants to stop.
+Task pause(Seconds delay) {
+  boost::asio::steady_timer timer(mainLoop());
+  const auto end = Clock::now() + delay;
+  while (Clock::now() < end && !stopRequested()) {
+    timer.expires_after(kAttention);
+    co_await timer.async_wait(boost::asio::use_awaitable);
+  }
+}
+
+/// Brings the object store up to date with a folder, a few files at a time.
+class Backup {
+ public:
+  explicit Backup(const orvane::S3Config& config) : uploader_(config) {}
+
+  /// Files a record for each file and uploads what is new or changed.
+  void run(const Folder& folder);
+  void printSummary() const;
+  [[nodiscard]] std::size_t failed() const { return failed_; }
+
+ private:
+  struct Item {
+    std::filesystem::path file;
+    UploadRecord record;
+  };
+
+  void reportEarlierRuns();
+  void fileRecords(const std::vector<LocalFile>& files);
+  Task uploadNextFiles();
+  Task upload(Item& item);
+  void setStatus(Item& item, UploadStatus status, std::optional<std::string> message = {});
+  void succeed(Item& item);
+  void fail(const std::string& name, const std::string& reason);
+  void tick();
+  [[nodiscard]] std::int64_t bytesSent() const;
+  void measure();
+  void drawBar();
+
+  Display display_;
+  RecordSaver saver_;
+  orvane::S3MultipartUploader uploader_;
+
+  std::vector<Item> items_;  ///< What is to be uploaded, in this order.
+  std::int64_t bytesToUpload_ = 0;
+  std::size_t next_ = 0;  ///< The first item that was never started.
+  std::size_t uploaded_ = 0;
+  std::size_t alreadyThere_ = 0;
+  std::size_t failed_ = 0;
+  bool stopAnnounced_ = false;
+
+  const Clock::time_point begun_ = Clock::now();
+  Clock::time_point measured_ = begun_;
+  std::int64_t bytesMeasured_ = 0;  ///< Sent by then.
+  std::int64_t bytesToCount_ = 0;   ///< Of completed files, not yet in the statistics.
+};
+
+void Backup::run(const Folder& folder) {
+  for (const auto& [name, reason] : folder.problems) fail(name, reason);
+  reportEarlierRuns();
+  fileRecords(folder.files);
+  runTasks(kAtATime, [this] { return uploadNextFiles(); }, [this] { tick(); });
+  display_.clearBar();
+  if (bytesToCount_ > 0) measure();
+  saver_.save();
+}
+
+/// What killed runs left under way begins anew.
+void Backup::reportEarlierRuns() {
+  for (const auto& state : MultipartUploadStore::shared().allStates()) {
+    display_.print("anew", state.assetId(),
+                   ": " + std::to_string(state.completedParts.size()) + " of " +
+                       std::to_string(state.totalParts()) + " parts had been sent");
+  }
+  MultipartUploadStore::shared().removeAll();
+  UploadStore::shared().markAllPendingAsStale();
+}
+
+void Backup::fileRecords(const std::vector<LocalFile>& files) {
+  for (const LocalFile& file : files) {
+    auto known = UploadStore::shared().record(file.name);
+    const bool same = isOf(known, file);
+    if (same && known->status == UploadStatus::completed) {
+      ++alreadyThere_;
+    } else if (same && known->status == UploadStatus::failed) {
+      fail(file.name,
+           "given up after " + std::to_string(known->retryCount) +
+               " retries (--retry-all tries again): " + known->errorMessage.value_or(""));
+    } else {
+      items_.push_back({file.path, pendingRecord(std::move(known), file)});
+      bytesToUpload_ += file.size;
+      saver_.add(items_.back().record);
+    }
+  }
+  saver_.save();
+}
+
+Task Backup::uploadNextFiles() {
+  while (next_ < items_.size() && !stopRequested()) co_await upload(items_[next_++]);
+}
+
+Task Backup::upload(Item& item) {
+  UploadRecord& record = item.record;
+  for (std::int64_t retries = 0;; ++retries) {
+    setStatus(item, retries == 0 ? UploadStatus::uploading : UploadStatus::retrying);
+    const Result<void> outcome = co_await transfer(uploader_, item.file, record);
+    if (outcome) co_return succeed(item);
+    const std::string reason = explanation(outcome.error());
+    if (!mayRetry(outcome.error(), record, retries)) {
+      setStatus(item, UploadStatus::failed, reason);
+      co_return fail(record.id(), reason);
+    }
+    ++record.retryCount;
+    setStatus(item, UploadStatus::retrying, reason);
+    const Seconds delay = retryDelay(retries);
+    display_.print("retrying", record.id(), " in " + decimal(delay.count()) + " s: " + reason);
+    co_await pause(delay);
+    if (stopRequested()) co_return;
+  }
+}
+
+void Backup::setStatus(Item& item, UploadStatus status, std::optional<std::string> message) {
+  item.record.status = status;
+  item.record.bytesUploaded = status == UploadStatus::completed ? item.record.totalBytes : 0;
+  item.record.errorMessage = std::move(message);
+  saver_.add(item.record);
+}
+
+void Backup::succeed(Item& item) {
+  setStatus(item, UploadStatus::completed);
+  ++uploaded_;
+  bytesToCount_ += item.record.totalBytes;
+  if (display_.showsBar()) return;
+  display_.print("uploaded", item.record.id(), ", " + byteText(item.record.totalBytes));
+}
+
+void Backup::fail(const std::string& name, const std::string& reason) {
+  ++failed_;
+  display_.print("failed", name, ": " + reason);
+}
+
+void Backup::tick() {
+  if (stopRequested() && !std::exchange(stopAnnounced_, true)) {
+    display_.print("stopping", "when the uploads under way are done", "; again: at once");
+  }
+  saver_.saveIfDue();
+  if (Clock::now() - measured_ >= kBetweenSamples) measure();
+  drawBar();
+}
+
+std::int64_t Backup::bytesSent() const {
+  std::int64_t sent = 0;
+  for (const Item& item : items_) sent += item.record.bytesUploaded;
+  return sent;
+}
+
+void Backup::measure() {
+  auto& statistics = BandwidthStatsStore::shared();
+  statistics.addCompletedBytes(std::exchange(bytesToCount_, 0));
+  const std::int64_t sent = bytesSent();
+  // A large file that is begun again takes bytes back.
+  const auto more = std::max<std::int64_t>(sent - bytesMeasured_, 0);
+  statistics.addSample(static_cast<double>(more) / Seconds(Clock::now() - measured_).count());
+  bytesMeasured_ = sent;
+  measured_ = Clock::now();
+}
+
+void Backup::drawBar() {
+  const auto sent = static_cast<double>(bytesSent());
+  const double perSecond = sent / Seconds(Clock::now() - begun_).count();
+  display_.drawBar(sent / static_cast<double>(std::max<std::int64_t>(bytesToUpload_, 1)),
+                   std::to_string(uploaded_) + " of " + std::to_string(items_.size()) + " files, " +
+                       byteText(static_cast<std::int64_t>(perSecond)) + "/s");
+}
+
+void Backup::printSummary() const {
+  const auto left = std::ranges::count_if(items_, [](const Item& item) {
+    return item.record.status != UploadStatus::completed &&
+           item.record.status != UploadStatus::failed;
+  });
+  std::cout << "Done in " << decimal(Seconds(Clock::now() - begun_).count()) << " s: " << uploaded_
+            << " files uploaded (" << byteText(bytesSent()) << "), " << alreadyThere_
+            << " already there, " << failed_ << " failed.\n";
+  if (left > 0) std::cout << "Stopped: " << left << " files left for the next run.\n";
+}
+
+}  // namespace
+
+int runCommand(const Path& folder, const orvane::S3Config& config, bool retryAll) {
+  if (!is_directory(folder)) throw Refusal(printable(folder.string()) + " is not a folder");
+  rememberFolder(folder);
+  listenForStop();
+  std::cout << "Backing up " << printable(folder.string()) << " to bucket " << config.bucket
+            << " at " << config.host() << '\n'
+            << std::flush;
+  // What has failed in earlier runs is tried again until its retries are used up.
+  auto& store = UploadStore::shared();
+  retryAll ? store.resetFailed() : store.autoResetFailed(RetryPolicy::maxLifetimeRetries);
+
+  Backup backup(config);
+  backup.run(listFolder(folder));
+  if (!stopRequested()) recordETags(config);
+  backup.printSummary();
+  if (stopRequested()) return kInterrupted;
+  return backup.failed() > 0 ? kSomethingFailed : kSuccess;
+}
+
+}  // namespace backup

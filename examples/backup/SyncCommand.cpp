@@ -1,0 +1,68 @@
+#include <orvane/bookkeeping/DeviceUUID.h>
+#include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/platform/Preferences.h>
+#include <orvane/tagging/TagDatabase.h>
+#include <orvane/tagsync/TagSyncError.h>
+#include <orvane/tagsync/TagSyncService.h>
+#include <orvane/transport/TalvexAPIService.h>
+
+#include <iostream>
+
+#include "Commands.h"
+#include "Setup.h"
+#include "Tasks.h"
+
+namespace backup {
+namespace {
+
+using orvane::Preferences;
+using orvane::TagSyncError;
+using orvane::TagSyncService;
+using orvane::TalvexAPIService;
+
+constexpr auto kRecordsKey = "records_at_last_sync";
+
+bool isNothingThere(const orvane::Error& error) {
+  const auto* failure = error.as<TagSyncError>();
+  return failure != nullptr && *failure == TagSyncError::downloadFailed("HTTP error: 404");
+}
+
+/// This device's own tags, should its database be new.
+Task restore(orvane::S3Config config) {
+  const auto device = orvane::DeviceUUID::shared().uuid();
+  if (!valueOf(openTags().exportAllTagsForDevice(device)).empty()) co_return;
+  const auto restored = co_await TagSyncService::shared().downloadTagsFromS3(config);
+  if (!restored && isNothingThere(restored.error())) co_return;
+  std::cout << "Restored " << valueOf(restored) << " tags of this device\n";
+}
+
+Task synchronise(orvane::S3Config config) {
+  co_await restore(config);
+  const auto published = valueOf(co_await TagSyncService::shared().uploadTagsToS3(config));
+  std::cout << "Published the tags of " << published.tagCount << " photos\n";
+  const auto merged = valueOf(co_await TagSyncService::shared().downloadAllRemoteTags(config));
+  std::cout << "Merged " << merged << " tags from other devices\n";
+}
+
+/// Tags of photos that had no record here yet were passed over. When records have come since, every
+/// device's tags are read again.
+void forgetPassedOver(const orvane::S3Config& config, std::int64_t records) {
+  if (Preferences::shared().integer(kRecordsKey) == records) return;
+  const std::string folder = config.prefix + "tags/";
+  for (const auto& object : valueOf(TalvexAPIService::shared().listObjects(config, folder))) {
+    const auto device = object.key.substr(folder.size(), object.key.rfind('/') - folder.size());
+    valueOf(openTags().updateRemoteETag(device, ""));
+  }
+}
+
+}  // namespace
+
+int syncCommand(const orvane::S3Config& config) {
+  const std::int64_t records = std::ssize(orvane::UploadStore::shared().allRecords());
+  forgetPassedOver(config, records);
+  runTasks(1, [&config] { return synchronise(config); });
+  Preferences::shared().set(kRecordsKey, records);
+  return kSuccess;
+}
+
+}  // namespace backup

@@ -1,0 +1,131 @@
+#include <orvane/bookkeeping/DeviceUUID.h>
+#include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/tagging/ImageTagger.h>
+#include <orvane/tagging/TagDatabase.h>
+
+#include <algorithm>
+#include <iostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Commands.h"
+#include "Display.h"
+#include "Records.h"
+#include "Rules.h"
+#include "Setup.h"
+#include "Tasks.h"
+
+namespace backup {
+namespace {
+
+using orvane::TagDatabase;
+using orvane::UploadRecord;
+using orvane::UploadStatus;
+using orvane::UploadStore;
+
+/// What stands in a record whose photo has been looked at, also when it shows nothing known.
+constexpr std::int64_t kTagsVersion = 1;
+
+bool isPhotoBackedUp(const UploadRecord& record) {
+  return record.status == UploadStatus::completed &&
+         contentTypeOf(record.id()).starts_with("image/");
+}
+
+/// Looks at every photo that is backed up and was not looked at before.
+///
+/// A photo is done once its record is saved, and its record is saved after its tags: a killed run
+/// loses nothing, and what it has reported is not done again.
+class Backfill {
+ public:
+  explicit Backfill(std::filesystem::path folder) : folder_(std::move(folder)) {}
+
+  int run();
+
+ private:
+  void begin();
+  Task tagNextPhotos();
+  Task tag(UploadRecord record);
+  void report();
+
+  TagDatabase& database_ = openTags();
+  const std::string device_ = orvane::DeviceUUID::shared().uuid();
+  const std::filesystem::path folder_;
+  Display display_;
+  RecordSaver saver_;
+
+  std::vector<UploadRecord> waiting_;
+  std::size_t next_ = 0;              ///< The first of them that was never started.
+  std::vector<UploadRecord> tagged_;  ///< Not reported yet.
+  std::int64_t done_ = 0;             ///< Photos looked at, by earlier runs too.
+  std::int64_t total_ = 0;            ///< Photos that were or can be looked at.
+  std::size_t gone_ = 0;              ///< Photos that are no longer in the folder.
+};
+
+int Backfill::run() {
+  begin();
+  const auto saveAndReport = [this] {
+    if (saver_.saveIfDue()) report();
+  };
+  runTasks(kAtATime, [this] { return tagNextPhotos(); }, saveAndReport);
+  saver_.save();
+  report();
+  display_.clearBar();
+  if (done_ == total_) valueOf(database_.completeBackfill());
+  std::cout << done_ << " of " << total_ << " photos looked at, " << next_ << " of them now\n";
+  if (gone_ > 0) std::cout << gone_ << " photos are not in the folder any more\n";
+  return stopRequested() ? kInterrupted : kSuccess;
+}
+
+void Backfill::begin() {
+  for (UploadRecord& record : UploadStore::shared().allRecords()) {
+    if (!isPhotoBackedUp(record)) continue;
+    if (record.tagsVersion >= kTagsVersion) {
+      ++done_;
+    } else if (exists(folder_ / record.id())) {
+      waiting_.push_back(std::move(record));
+    } else {
+      ++gone_;
+    }
+  }
+  std::ranges::sort(waiting_, {}, &UploadRecord::id);
+  total_ = done_ + std::ssize(waiting_);
+  const auto before = valueOf(database_.getBackfillProgress());
+  const bool goesOn = before && before->total == total_ && before->completed == 0;
+  if (!goesOn) valueOf(database_.initializeBackfill(total_));
+  valueOf(database_.updateBackfillProgress(done_));
+}
+
+Task Backfill::tagNextPhotos() {
+  while (next_ < waiting_.size() && !stopRequested()) co_await tag(std::move(waiting_[next_++]));
+}
+
+Task Backfill::tag(UploadRecord record) {
+  const auto tags = co_await orvane::ImageTagger::shared().tagImage(folder_ / record.id());
+  valueOf(database_.upsertTags(record.id(), tags, device_));
+  record.tags.clear();
+  for (const auto& [tag, confidence] : tags) record.tags.push_back(tag);
+  record.tagsVersion = kTagsVersion;
+  saver_.add(record);
+  tagged_.push_back(std::move(record));
+}
+
+void Backfill::report() {
+  done_ += std::ssize(tagged_);
+  valueOf(database_.updateBackfillProgress(done_));
+  for (const UploadRecord& record : std::exchange(tagged_, {})) {
+    if (!display_.showsBar()) display_.print("tagged", record.id(), ": " + listText(record.tags));
+  }
+  display_.drawBar(static_cast<double>(done_) / static_cast<double>(total_),
+                   std::to_string(done_) + " of " + std::to_string(total_) + " photos");
+}
+
+}  // namespace
+
+int tagCommand(const std::optional<std::filesystem::path>& folder, bool again) {
+  if (again) UploadStore::shared().resetTagsVersion();
+  listenForStop();
+  return Backfill(folder ? *folder : rememberedFolder()).run();
+}
+
+}  // namespace backup

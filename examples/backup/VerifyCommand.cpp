@@ -1,0 +1,62 @@
+#include <orvane/bookkeeping/UploadStore.h>
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <set>
+#include <string>
+
+#include "Commands.h"
+#include "Display.h"
+#include "Objects.h"
+
+namespace backup {
+namespace {
+
+/// Whether the engine's listing leaves such a key out, so that nothing can be said about it.
+bool hasLineBreak(const std::string& key) {
+  constexpr std::array kBreaks = {"\n", "\v", "\f", "\r", "\u0085", "\u2028", "\u2029"};
+  return std::ranges::any_of(kBreaks, [&key](const char* text) { return key.contains(text); });
+}
+
+/// Prints a line for each name of one kind.
+void report(std::string_view word, const std::set<std::string>& names) {
+  for (const auto& name : names)
+    std::cout << padded(std::string(word), 10) << printable(name) << '\n';
+}
+
+}  // namespace
+
+int verifyCommand(const orvane::S3Config& config) {
+  auto objects = valueOf(listObjects(config));
+  std::size_t asRecorded = 0;
+  std::set<std::string> missing;
+  std::set<std::string> changed;
+  std::set<std::string> unknown;
+  std::set<std::string> unlisted;
+  for (const auto& record : orvane::UploadStore::shared().allRecords()) {
+    const auto object = objects.extract(record.filename());
+    if (record.status != orvane::UploadStatus::completed) continue;
+    if (object.empty() && hasLineBreak(record.filename())) {
+      unlisted.insert(record.id());
+    } else if (object.empty()) {
+      missing.insert(record.id());
+    } else if (record.eTag && *record.eTag != object.mapped()) {
+      changed.insert(record.id());
+    } else {
+      ++asRecorded;
+    }
+  }
+  for (const auto& [key, eTag] : objects) {
+    if (!key.starts_with("tags/")) unknown.insert(key);
+  }
+  report("missing", missing);
+  report("changed", changed);
+  report("unknown", unknown);
+  report("unlisted", unlisted);
+  std::cout << asRecorded << " objects as recorded, " << missing.size() << " missing, "
+            << changed.size() << " changed, " << unknown.size() << " unknown\n";
+  return missing.empty() && changed.empty() ? kSuccess : kSomethingFailed;
+}
+
+}  // namespace backup
