@@ -1,14 +1,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <orvane/platform/SceneClassifier.h>
+#include <vips/vips.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <map>
+#include <set>
+#include <sstream>
 #include <thread>
 
 #include "support/ChildProcess.h"
 #include "support/FaultServer.h"
 #include "support/ObjectStore.h"
+#include "support/SceneImages.h"
 #include "support/TemporaryDirectory.h"
 
 // The example host as its user meets it: a program, a folder, a configuration file.
@@ -17,6 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -36,6 +43,11 @@ Outcome run(const std::vector<std::string>& arguments) {
   auto child = start(arguments);
   auto output = child.readAll();
   return {child.wait(), std::move(output)};
+}
+
+std::size_t uploadsTo(const FaultServer& server) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      server.requests(), [](const auto& request) { return request.method() == "PUT"; }));
 }
 
 class BackupHostTest : public ::testing::Test {
@@ -62,7 +74,18 @@ class BackupHostTest : public ::testing::Test {
     return {"run", folder_, "--config", config_, "--state", state_};
   }
   [[nodiscard]] Outcome backUp() const { return run(runArguments()); }
-  [[nodiscard]] std::string status() const { return run({"status", "--state", state_}).output; }
+  [[nodiscard]] static Outcome with(const fs::path& state, std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--state", state});
+    return run(arguments);
+  }
+  [[nodiscard]] Outcome withStore(const std::string& command, const fs::path& state) const {
+    return with(state, {command, "--config", config_});
+  }
+  /// How many records are in which state.
+  [[nodiscard]] std::string status() const {
+    const auto output = run({"status", "--state", state_}).output;
+    return output.substr(0, output.find("transferred: "));
+  }
 
   const fs::path folder_ = testDirectory() / "folder";
   const fs::path config_ = testDirectory() / "config.json";
@@ -147,8 +170,7 @@ TEST_F(BackupHostTest, KilledRunIsContinued) {
   const Outcome second = backUp();
   EXPECT_EQ(second.status, 0);
   EXPECT_THAT(second.output, HasSubstr("1 files uploaded (1 B), 5 already there, 0 failed"));
-  EXPECT_EQ(server.requests().size(), 7U);
-  EXPECT_EQ(server.requests().back().target(), "/photos/media/b");
+  EXPECT_EQ(uploadsTo(server), 7U);
   EXPECT_EQ(status(), "completed: 6\n");
 }
 
@@ -158,13 +180,37 @@ TEST_F(BackupHostTest, OnlyTransientFailuresAreRetried) {
   addFile("a", "a");
   server.queue(answer(400));
   EXPECT_EQ(backUp().status, 1);
-  EXPECT_EQ(server.requests().size(), 1U);
+  EXPECT_EQ(uploadsTo(server), 1U);
 
   server.queue(answer(503));
   const Outcome retried = backUp();
   EXPECT_EQ(retried.status, 0);
-  EXPECT_THAT(retried.output, HasSubstr("retrying  a in 1 s: HTTP error 503"));
-  EXPECT_EQ(server.requests().size(), 3U);
+  EXPECT_THAT(retried.output, ContainsRegex("retrying  a in [23].[0-9] s: HTTP error 503"));
+  EXPECT_EQ(uploadsTo(server), 3U);
+}
+
+TEST_F(BackupHostTest, RetriesOfALifetimeAreLimited) {
+  FaultServer server;
+  configure(server.url());
+  addFile("a", "a");
+  server.queue(answer(400));
+  EXPECT_EQ(backUp().status, 1);
+  const auto records = state_ / "Application Support/upload_records_v1.json";
+  std::string text = readFile(records);
+  const std::string none = "\"retryCount\":0";
+  writeFile(records, text.replace(text.find(none), none.size(), "\"retryCount\":14"));
+
+  for (int i = 0; i < 2; ++i) server.queue(answer(503));
+  EXPECT_EQ(backUp().status, 1);
+  EXPECT_EQ(uploadsTo(server), 3U);
+  const Outcome givenUp = backUp();
+  EXPECT_EQ(givenUp.status, 1);
+  EXPECT_THAT(givenUp.output, HasSubstr("failed    a: given up after 15 retries"));
+  EXPECT_EQ(uploadsTo(server), 3U);
+
+  auto arguments = runArguments();
+  arguments.emplace_back("--retry-all");
+  EXPECT_EQ(run(arguments).status, 0);
 }
 
 TEST_F(BackupHostTest, UnspeakableNamesAreReported) {
@@ -176,7 +222,7 @@ TEST_F(BackupHostTest, UnspeakableNamesAreReported) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.output, AllOf(HasSubstr("failed    caf?: the name is not UTF-8"),
                                     HasSubstr("uploaded  esc?[1m, 1 B")));
-  ASSERT_EQ(server.requests().size(), 1U);
+  ASSERT_EQ(uploadsTo(server), 1U);
   EXPECT_EQ(server.requests()[0].target(), "/photos/media/esc%1B%5B1m");
 }
 
@@ -204,8 +250,129 @@ TEST_F(BackupHostTest, FirstSignalWaitsForUploadsUnderWay) {
   gate.open();
   EXPECT_THAT(once.readAll(), HasSubstr("Stopped: 2 files left for the next run."));
   EXPECT_EQ(once.wait(), 130);
-  EXPECT_EQ(server.requests().size(), 8U);
+  EXPECT_EQ(uploadsTo(server), 8U);
   EXPECT_EQ(status(), "pending: 2\ncompleted: 4\n");
+}
+
+TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostOrNeverGot) {
+  const ObjectStore store;
+  configure(store);
+  const std::string media = store.prefix() + "media/";
+  for (const char* name : {"kept & <dear>", "lost", "overwritten", "two\nlines"})
+    addFile(name, name);
+  ASSERT_EQ(backUp().status, 0);
+  EXPECT_EQ(withStore("verify", state_).output,
+            "unlisted  two?lines\n3 objects as recorded, 0 missing, 0 changed, 0 unknown\n");
+
+  store.put(media + "stranger", "?", "text/plain");
+  EXPECT_EQ(withStore("verify", state_).status, 0);
+  store.remove(media + "lost");
+  store.put(media + "overwritten", "by somebody", "text/plain");
+  const Outcome verified = withStore("verify", state_);
+  EXPECT_EQ(verified.status, 1);
+  EXPECT_EQ(verified.output,
+            "missing   lost\nchanged   overwritten\nunknown   media/stranger\n"
+            "unlisted  two?lines\n1 objects as recorded, 1 missing, 1 changed, 1 unknown\n");
+}
+
+void savePhoto(const fs::path& file, const platform::RgbImage& photo) {
+  vips_init("test");
+  VipsImage* image = vips_image_new_from_memory(photo.pixels.data(), photo.pixels.size(),
+                                                photo.width, photo.height, 3, VIPS_FORMAT_UCHAR);
+  ASSERT_EQ(vips_image_write_to_file(image, file.c_str(), nullptr), 0);
+  g_object_unref(image);
+}
+
+bool showsSky(const fs::path& photo) {
+  const auto seen = SceneClassifier().classify(photo).value();
+  return std::ranges::any_of(seen, [](const ClassificationObservation& one) {
+    return one.identifier == "sky" && one.confidence >= 0.7F;
+  });
+}
+
+class TaggingHostTest : public BackupHostTest {
+ protected:
+  enum Motif { sky, nothing };
+
+  void addPhoto(const std::string& name, Motif motif) const {
+    static const auto photos = std::pair(paintedSky(), painted(distractors(), "flat colour", 1));
+    writeFile(folder_ / name, motif == sky ? photos.first : photos.second);
+  }
+
+ private:
+  static std::string painted(std::span<const SceneKind> kinds, std::string_view name,
+                             std::uint32_t seed) {
+    const fs::path file = testDirectory() / "painted.png";
+    savePhoto(file, paint(*std::ranges::find(kinds, name, &SceneKind::name), seed));
+    return readFile(file);
+  }
+  /// Of the painted skies, the first one that the built-in classifier is sure of.
+  static std::string paintedSky() {
+    for (std::uint32_t seed = 1;; ++seed) {
+      auto photo = painted(scenes(), "cumulus", seed);
+      if (showsSky(testDirectory() / "painted.png")) return photo;
+    }
+  }
+};
+
+/// The lines that say that a photo was tagged.
+std::set<std::string> taggedIn(const std::string& output) {
+  std::set<std::string> lines;
+  std::istringstream stream(output);
+  for (std::string line; std::getline(stream, line);) {
+    if (line.starts_with("tagged")) lines.insert(line);
+  }
+  return lines;
+}
+
+TEST_F(TaggingHostTest, KilledTaggingGoesOnWhereItWas) {
+  FaultServer server;
+  configure(server.url());
+  for (int i = 0; i < 200; ++i) addPhoto(std::to_string(i) + ".png", i % 2 == 0 ? sky : nothing);
+  addFile("notes.txt", "no photo");
+  ASSERT_EQ(backUp().status, 0);
+
+  auto killed = start({"tag", "--state", state_});
+  const auto firstLine = killed.readLine().value_or("");
+  killed.kill(SIGKILL);
+  const auto first = taggedIn(firstLine + '\n' + killed.readAll());
+  const Outcome rest = with(state_, {"tag"});
+  EXPECT_EQ(rest.status, 0);
+  EXPECT_THAT(rest.output, HasSubstr("200 of 200 photos looked at"));
+  for (const auto& line : taggedIn(rest.output)) EXPECT_FALSE(first.contains(line)) << line;
+  EXPECT_THAT(with(state_, {"search", "CIEL"}).output, HasSubstr("100 photos"));
+
+  EXPECT_THAT(with(state_, {"tag"}).output, "200 of 200 photos looked at, 0 of them now\n");
+  EXPECT_THAT(with(state_, {"status"}).output, HasSubstr("looked at: 200 of 200 photos"));
+  addPhoto("0.png", nothing);  // Another photo under this name is looked at when it is backed up.
+  ASSERT_EQ(backUp().status, 0);
+  EXPECT_THAT(with(state_, {"tag"}).output, HasSubstr("looked at, 1 of them now"));
+}
+
+TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
+  const ObjectStore store;
+  configure(store);
+  addPhoto("you & me <3.png", sky);
+  addPhoto("wall.png", nothing);
+  const fs::path other = testDirectory() / "other device";
+  ASSERT_EQ(with(other, {"run", folder_, "--config", config_}).status, 0);
+  ASSERT_EQ(backUp().status, 0);
+  EXPECT_EQ(withStore("sync", other).status, 0) << "nobody has published anything yet";
+
+  ASSERT_EQ(with(state_, {"tag"}).status, 0);
+  EXPECT_EQ(withStore("sync", state_).status, 0);
+  EXPECT_EQ(withStore("sync", other).status, 0);
+  const Outcome found = with(other, {"search", "cielo"});
+  EXPECT_EQ(found.output, with(state_, {"search", "cielo"}).output);
+  EXPECT_THAT(found.output, AllOf(HasSubstr("you & me <3.png: "), HasSubstr("1 photos")));
+  EXPECT_THAT(with(other, {"tags", "you & me <3.png"}).output, HasSubstr("cielo"));
+  EXPECT_EQ(withStore("verify", other).status, 0);
+
+  fs::remove_all(state_ / "Documents");  // The own tags come back from the bucket.
+  EXPECT_THAT(withStore("sync", state_).output, HasSubstr("Restored"));
+  EXPECT_THAT(with(state_, {"search", "cielo"}).output, HasSubstr("1 photos"));
+  fs::remove(config_);
+  EXPECT_EQ(withStore("sync", state_).status, 2);
 }
 
 }  // namespace
