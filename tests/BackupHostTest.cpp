@@ -15,6 +15,7 @@
 #include "support/FaultServer.h"
 #include "support/ObjectStore.h"
 #include "support/SceneImages.h"
+#include "support/SecretService.h"
 #include "support/TemporaryDirectory.h"
 
 // The example host as its user meets it: a program, a folder, a configuration file.
@@ -373,6 +374,21 @@ TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
   EXPECT_THAT(with(state_, {"search", "cielo"}).output, HasSubstr("1 photos"));
   fs::remove(config_);
   EXPECT_EQ(withStore("sync", state_).status, 2);
+}
+
+TEST_F(TaggingHostTest, KeyringHoldsTheIdentityWhenItIsThere) {
+  FaultServer server;
+  configure(server.url());
+  addPhoto("a.png", sky);
+  ASSERT_EQ(backUp().status, 0);
+  setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nowhere", 1);
+  EXPECT_EQ(with(state_, {"tag", "--keyring"}).status, 2);
+#ifdef ORVANE_WITH_SECRET_SERVICE
+  const SessionBus bus;
+  const SecretService service;
+  EXPECT_EQ(with(state_, {"tag", "--keyring"}).status, 0);
+  EXPECT_FALSE(fs::exists(state_ / "Secrets"));
+#endif
 }
 
 }  // namespace

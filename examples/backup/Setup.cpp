@@ -1,5 +1,6 @@
 #include "Setup.h"
 
+#include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/OnnxClassifier.h>
 #include <orvane/platform/Preferences.h>
@@ -17,16 +18,24 @@
 #include "Display.h"
 
 namespace backup {
-namespace {
-
-constexpr auto kFolderKey = "backup_folder";
-
-}  // namespace
 
 namespace fs = std::filesystem;
 using orvane::HostApplication;
 using orvane::Preferences;
 using orvane::S3Config;
+
+namespace {
+
+constexpr auto kFolderKey = "backup_folder";
+
+/// An engine that cannot ask the secure store makes do with an identity that it forgets when the
+/// program ends, and with it would go the tags.
+void checkSecureStore() {
+  const auto answer = HostApplication::secureStore().read(orvane::DeviceUUID::keychainKey);
+  if (!answer) throw Refusal(answer.error().description());
+}
+
+}  // namespace
 
 S3Config readConfig(const fs::path& file) {
   const std::string name = printable(file.string());
@@ -54,6 +63,7 @@ void prepare(const Device& device) {
   }
   const auto configured = HostApplication::configure(std::move(options));
   if (!configured) throw Refusal(configured.error().description());
+  if (device.keyring) checkSecureStore();
   // The stores report no failure to write; a backup that forgets is better refused.
   const auto folder = HostApplication::applicationSupportDirectory();
   if (!folder) throw Refusal("there is no place for the records: set HOME or give --state");

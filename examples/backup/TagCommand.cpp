@@ -116,8 +116,9 @@ void Backfill::report() {
   for (const UploadRecord& record : std::exchange(tagged_, {})) {
     if (!display_.showsBar()) display_.print("tagged", record.id(), ": " + listText(record.tags));
   }
-  display_.drawBar(static_cast<double>(done_) / static_cast<double>(total_),
-                   std::to_string(done_) + " of " + std::to_string(total_) + " photos");
+  display_.drawBar(
+      static_cast<double>(done_) / static_cast<double>(std::max<std::int64_t>(total_, 1)),
+      std::to_string(done_) + " of " + std::to_string(total_) + " photos");
 }
 
 }  // namespace
