@@ -12,22 +12,15 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostTags = 5000;
-constexpr std::size_t kFirstTags = 500;
-/// What a transaction may take, its commit included.
-constexpr Clock::duration kLongest = std::chrono::milliseconds(30);
-
-/// How many tags fill a transaction, by how long it took with `count`.
-std::size_t nextMost(std::size_t count, Clock::duration took) {
-  const auto fitting =
-      static_cast<double>(count) * (kLongest / std::chrono::duration<double>(took));
-  return std::clamp<std::size_t>(static_cast<std::size_t>(fitting), 1,
-                                 std::min(2 * count, kMostTags));
-}
+/// How long a transaction gathers; committing takes about as long again.
+constexpr auto kLongest = std::chrono::milliseconds(20);
+/// And how many tags it has at least: where the disk is slow, fewer would cost even more time.
+constexpr std::size_t kFewestTags = 200;
 
 }  // namespace
 
 TagBatch::TagBatch(const TagDatabase& database, std::string deviceUUID)
-    : queue_(database.queue()), deviceUUID_(std::move(deviceUUID)), most_(kFirstTags) {}
+    : queue_(database.queue()), deviceUUID_(std::move(deviceUUID)), most_(kMostTags) {}
 
 void TagBatch::add(std::string assetId, std::vector<TagWithConfidence> tags) {
   if (tags.empty()) return;
@@ -52,20 +45,21 @@ void TagBatch::flush() {
 void TagBatch::writeSome(Position& position) {
   Position reached = position;
   std::size_t count = 0;
-  Clock::time_point begun;
   const auto written = queue_->write([&](platform::Database& database) -> Result<void> {
-    begun = Clock::now();
-    for (; count < most_ && reached.asset < waiting_.size(); ++count) {
+    const auto end = Clock::now() + kLongest;
+    while (reached.asset < waiting_.size() && count < most_ &&
+           (count < kFewestTags || Clock::now() < end)) {
       const auto& [assetId, tags] = waiting_[reached.asset];
       const auto& [tag, confidence] = tags[reached.tag];
       static_cast<void>(TagDatabase::insertTag(database, assetId, tag, confidence, deviceUUID_));
       advance(reached, 1);
+      ++count;
     }
     return {};
   });
   if (written) {
     position = reached;
-    if (count == most_) most_ = nextMost(count, Clock::now() - begun);
+    most_ = std::min(2 * most_, kMostTags);
     givenUp_ = 1;
   } else if (count > 1) {
     most_ = 1;  // Whatever has ended the transaction shall take no other tag with it.
