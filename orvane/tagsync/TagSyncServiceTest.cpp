@@ -229,7 +229,7 @@ TEST_F(TagSyncServiceTest, RestoresThisDevicesNewerRecords) {
       "\n"
       R"({"asset_id":"E","tags":[],"ts":400})"
       "\n"
-      R"({"asset_id":"F","tags":[{"tag":"sole","confidence":1}],"ts":300})";
+      R"({"asset_id":"F","tags":[{"tag":"sole","confidence":1}],"ts":400})";
   answerObject(own_, answer(200, object));
   EXPECT_EQ(run(service_.downloadTagsFromS3(config())), 3);
   EXPECT_EQ(database_.getLastSeenTimestamp(own_), 400);
@@ -306,6 +306,9 @@ TEST_F(TagSyncServiceTest, MergesOtherDevicesByObjectName) {
   ASSERT_TRUE(database_.upsertRemoteETag("TWO", ""));
   EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 1);
   EXPECT_EQ(log_.lines().at(7), "[TagSync] Skipping ONE: ETag unchanged");
+  answerListing(answer(200, "<Contents><Key>p/tags/TWO/tags.jsonl</Key></Contents>"));
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 1);
+  EXPECT_EQ(database_.getRemoteETag("TWO").value(), "");
   list({});
   EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 0);
   EXPECT_EQ(log_.lines().back(), "[TagSync] Cross-device download complete: 0 total tags applied");
@@ -361,9 +364,12 @@ TEST_F(TagSyncServiceTest, TagsThatCannotBeWrittenCountAndTheOthersStay) {
   for (const std::string tag : {"a", "abort", "b", "fail", "c", "rollback", "d", "e", "rollback"}) {
     object += line("k", tag);
   }
-  list({"ONE"});
+  std::string hopeless;
+  for (int i = 0; i < 100; ++i) hopeless += line("k", "rollback");
+  list({"ONE", "TWO"});
   answerObject("ONE", answer(200, object + line("k", "f")));
-  EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 10);
+  answerObject("TWO", answer(200, hopeless));
+  EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 110);
   EXPECT_THAT(database_.tagsForAsset("mine").value(),
               UnorderedElementsAre("a", "b", "c", "d", "e", "f"));
 }
