@@ -18,6 +18,8 @@ using internal::lastSqliteError;
 using internal::sqliteError;
 using internal::SqliteStatement;
 
+constexpr int kPreparationTimeout = 3000;  // Milliseconds.
+
 struct TextHash {
   using is_transparent = void;
   std::size_t operator()(std::string_view text) const {
@@ -111,6 +113,8 @@ Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& fi
   auto connection = std::make_unique<Connection>(handle);
   if (code != SQLITE_OK) return std::unexpected(lastSqliteError(handle));
   sqlite3_extended_result_codes(handle, 1);
+  // Preparing a connection may meet another process that does the same, and waits for it.
+  sqlite3_busy_timeout(handle, kPreparationTimeout);
   return std::unique_ptr<Database>(new Database(std::move(connection)));
 }
 

@@ -19,8 +19,9 @@ namespace orvane::platform {
 /// another caller. A block gets the connection, returns a `Result`, and must not throw. One that
 /// calls its own queue again gets the error SQLITE_MISUSE (21) instead of waiting for itself.
 ///
-/// When another connection holds a lock, a block fails at once with SQLITE_BUSY (5), unless the
-/// preparation has set a busy time-out. A connection does not survive a fork.
+/// When another connection holds a lock, a block waits up to 3 s for it, then fails with
+/// SQLITE_BUSY (5); the preparation may set another busy time-out. A connection does not survive a
+/// fork.
 ///
 ///     auto queue = DatabaseQueue::open(file);
 ///     auto written = (*queue)->write([&](Database& database) {

@@ -64,7 +64,7 @@ void TagBatch::writeSome(Position& position) {
   } else if (count > 1) {
     most_ = 1;  // Whatever has ended the transaction shall take no other tag with it.
   } else {
-    advance(position, std::exchange(givenUp_, 2 * givenUp_));
+    advance(position, std::exchange(givenUp_, std::min(2 * givenUp_, kMostTags)));
   }
 }
 
