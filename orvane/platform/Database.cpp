@@ -141,6 +141,7 @@ Result<bool> Database::tableExists(std::string_view name) {
 }
 
 Result<void> Database::begin(Transaction kind) {
+  rollBack();  // Should that of the transaction before have failed.
   auto begun = execute(kind == Transaction::write ? "BEGIN IMMEDIATE" : "BEGIN DEFERRED");
   if (begun) connection_->transaction = kind;
   return begun;

@@ -133,6 +133,22 @@ TEST(DatabaseQueue, AReadSeesOneSnapshotAndChangesNothing) {
   EXPECT_EQ(countIn(*queue), 1);
 }
 
+TEST(DatabaseQueue, ColumnsAreThoseOfThePresentSchema) {
+  const auto queue = openTest();
+  const auto read = [&](std::string_view column) {
+    return queue->read([&](Database& database) {
+      return database.fetchOne("SELECT * FROM t", {}, {column},
+                               [](const DatabaseRow& row) { return row.integer(0); });
+    });
+  };
+  ASSERT_TRUE(queue->write([](Database& database) { return insert(database, std::int64_t{7}); }) &&
+              openTest()->write([](Database& database) {
+                return database.execute("ALTER TABLE t RENAME COLUMN v TO w");
+              }));
+  EXPECT_EQ(read("w").value(), 7);
+  EXPECT_EQ(read("v").error().code(), 25);
+}
+
 TEST(DatabaseQueue, ABlockCannotCallItsOwnQueue) {
   const auto queue = openTest();
   const auto inner = queue->write([&](Database& database) -> Integer {

@@ -107,7 +107,8 @@ struct Preferences::Store {
     // Under the lock the file is looked at once more: another process may have replaced it.
     const platform::FolderLock lock(*folder, kLongestTurn);
     auto result = openAndRun(file, block);
-    if (isCorrupt(result) && keepAside(file)) result = openAndRun(file, block);
+    const bool isTheOneRead = identityOf(file) == identity;
+    if (isCorrupt(result) && isTheOneRead && keepAside(file)) result = openAndRun(file, block);
     return result;
   }
 
@@ -133,10 +134,11 @@ struct Preferences::Store {
   auto openAndRun(const fs::path& file, Block& block)
       -> std::invoke_result_t<Block&, DatabaseQueue&> {
     queue.reset();
+    identity = identityOf(file);
     auto opened = DatabaseQueue::open(file, prepare);
     if (!opened) return std::unexpected(std::move(opened).error());
     queue = std::move(*opened);
-    identity = identityOf(file);
+    if (!identity) identity = identityOf(file);
     return block(*queue);
   }
 

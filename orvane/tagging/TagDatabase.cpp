@@ -32,6 +32,7 @@ double nowInMilliseconds() {
 
 std::int64_t wholeNowInMilliseconds() { return static_cast<std::int64_t>(nowInMilliseconds()); }
 
+/// With SQLite's default, synchronous=FULL, every commit is on the disk when it is reported.
 Result<void> prepareConnection(Database& database) {
   if (auto done = database.execute("PRAGMA journal_mode=WAL"); !done) return done;
   return database.execute("PRAGMA busy_timeout=3000");
@@ -40,9 +41,8 @@ Result<void> prepareConnection(Database& database) {
 Result<SharedQueue> open(const std::string& name) {
   const auto folder = HostApplication::documentsDirectory();
   if (!folder) return std::unexpected(Error(Error::kPosix, ENOENT, "There is no documents folder"));
-  if (auto made = platform::createPrivateDirectories(*folder); !made) {
-    return std::unexpected(std::move(made).error());
-  }
+  // Without the folder, opening the file says what is wrong.
+  static_cast<void>(platform::createPrivateDirectories(*folder));
   return DatabaseQueue::open(*folder / name, prepareConnection);
 }
 

@@ -53,9 +53,10 @@ class TagDatabase {
   /// Opens the file and brings it to the present layout; creates it, and its folder for this user
   /// alone, if they do not exist. A second call opens the file anew in place of the first.
   ///
-  /// When the folder (POSIX errors) or the file cannot be opened, or is no database, the store
-  /// stays as it was. When a step to the present layout fails, the store is open on what the steps
-  /// before it have made.
+  /// When the folder or the file cannot be made or opened, or is no database, the store stays as it
+  /// was; without any documents folder that is the POSIX error ENOENT. When a step to the present
+  /// layout fails, the store is open on what the steps before it have made. A file of which only
+  /// later pages are damaged opens, and may be written to.
   [[nodiscard]] Result<void> initialize();
 
   /// Stores one tag of an asset as found by a device, in place of its earlier row.

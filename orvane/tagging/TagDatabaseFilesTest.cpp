@@ -1,13 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <orvane/platform/DatabaseQueue.h>
-#include <orvane/platform/HostApplication.h>
 #include <orvane/tagging/TagDatabase.h>
+#include <orvane/tagging/internal/TagBatch.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -17,6 +15,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/TagDatabaseFile.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane {
@@ -24,17 +23,17 @@ namespace {
 
 namespace fs = std::filesystem;
 using platform::Database;
-using platform::DatabaseQueue;
-using platform::DatabaseRow;
 using testing::ChildMain;
 using testing::ChildProcess;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using testing::otherConnection;
+using testing::tagDatabaseFile;
+using testing::tagDatabaseRows;
 
 constexpr int kTags = 5;
 
-fs::path folder() { return HostApplication::documentsDirectory().value(); }
-fs::path file() { return folder() / "tag_database.sqlite"; }
+fs::path folder() { return tagDatabaseFile().parent_path(); }
 
 Result<void> executeAll(Database& database, const std::vector<std::string>& statements) {
   for (const auto& statement : statements) {
@@ -46,24 +45,14 @@ Result<void> executeAll(Database& database, const std::vector<std::string>& stat
 /// Makes the file by plain SQL.
 void build(const std::vector<std::string>& statements) {
   fs::create_directories(folder());
-  const auto queue = DatabaseQueue::open(file()).value();
+  const auto queue = otherConnection();
   const auto built =
       queue->write([&](Database& database) { return executeAll(database, statements); });
   ASSERT_TRUE(built) << built.error().description();
 }
 
-std::vector<std::string> rows(std::string_view statement) {
-  const auto queue = DatabaseQueue::open(file()).value();
-  return queue
-      ->read([&](Database& database) {
-        return database.fetchAll(statement, {}, {},
-                                 [](const DatabaseRow& row) { return std::string(row.text(0)); });
-      })
-      .value();
-}
-
 std::vector<std::string> applied() {
-  return rows("SELECT identifier FROM grdb_migrations ORDER BY rowid");
+  return tagDatabaseRows("SELECT identifier FROM grdb_migrations ORDER BY rowid");
 }
 
 const std::string kRecords = "CREATE TABLE grdb_migrations (identifier TEXT NOT NULL PRIMARY KEY)";
@@ -79,9 +68,10 @@ TEST(TagDatabaseFiles, ANewFileHasTheWholeLayout) {
   ASSERT_TRUE(TagDatabase::shared().initialize());
   EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
   EXPECT_THAT(
-      rows("SELECT t.name || '.' || c.name || ' ' || c.type || c.\"notnull\" || "
-           "coalesce(c.dflt_value, '') || c.pk FROM sqlite_master t, pragma_table_info(t.name) c"
-           " WHERE t.name <> 'grdb_migrations' AND t.type = 'table' ORDER BY t.rowid, c.cid"),
+      tagDatabaseRows(
+          "SELECT t.name || '.' || c.name || ' ' || c.type || c.\"notnull\" || "
+          "coalesce(c.dflt_value, '') || c.pk FROM sqlite_master t, pragma_table_info(t.name) c"
+          " WHERE t.name <> 'grdb_migrations' AND t.type = 'table' ORDER BY t.rowid, c.cid"),
       ElementsAre(
           "asset_tags.asset_id TEXT11", "asset_tags.tag TEXT12", "asset_tags.confidence REAL10.00",
           "asset_tags.source TEXT1'ml_v1'0", "asset_tags.created_at INTEGER10",
@@ -91,12 +81,13 @@ TEST(TagDatabaseFiles, ANewFileHasTheWholeLayout) {
           "backfill_progress.id INTEGER011", "backfill_progress.total INTEGER100",
           "backfill_progress.processed INTEGER100", "backfill_progress.completed INTEGER100",
           "backfill_progress.started_at INTEGER100"));
-  EXPECT_THAT(rows("SELECT sql FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL"),
-              ElementsAre("CREATE INDEX idx_asset_tags_tag ON asset_tags(tag)",
-                          "CREATE INDEX idx_asset_tags_asset ON asset_tags(asset_id)"));
-  EXPECT_TRUE(fs::exists(file().string() + "-wal"));
+  EXPECT_THAT(
+      tagDatabaseRows("SELECT sql FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL"),
+      ElementsAre("CREATE INDEX idx_asset_tags_tag ON asset_tags(tag)",
+                  "CREATE INDEX idx_asset_tags_asset ON asset_tags(asset_id)"));
+  EXPECT_TRUE(fs::exists(tagDatabaseFile().string() + "-wal"));
   struct stat status{};
-  ASSERT_EQ(stat(file().c_str(), &status), 0);
+  ASSERT_EQ(stat(tagDatabaseFile().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
   ASSERT_EQ(stat(folder().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0700U);
@@ -108,8 +99,18 @@ TEST(TagDatabaseFiles, AnOlderFileGetsTheMissingColumn) {
   EXPECT_EQ(TagDatabase::shared().getLastSeenTimestamp("A").value(), 0);
   EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
   EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
-  EXPECT_THAT(rows("SELECT name FROM sqlite_master WHERE name = 'asset_tags'"), IsEmpty())
+  EXPECT_THAT(tagDatabaseRows("SELECT name FROM sqlite_master WHERE name = 'asset_tags'"),
+              IsEmpty())
       << "the first step is not run again";
+}
+
+TEST(TagDatabaseFiles, AFileOfTheExchangeAloneGetsTheRest) {
+  build({kOldOffsets, kOldRow});
+  ASSERT_TRUE(TagDatabase::shared().initialize());
+  EXPECT_EQ(TagDatabase::shared().getLastSeenTimestamp("A").value(), 0);
+  EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
+  EXPECT_TRUE(TagDatabase::shared().upsertTag("a", "mare", 1, "A"));
+  EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
 }
 
 TEST(TagDatabaseFiles, WhatIsRecordedIsNotRunAgain) {
@@ -117,34 +118,42 @@ TEST(TagDatabaseFiles, WhatIsRecordedIsNotRunAgain) {
   ASSERT_TRUE(TagDatabase::shared().initialize());
   ASSERT_TRUE(TagDatabase::shared().initialize());
   EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
-  EXPECT_THAT(rows("SELECT name FROM sqlite_master WHERE type = 'table'"),
+  EXPECT_THAT(tagDatabaseRows("SELECT name FROM sqlite_master WHERE type = 'table'"),
               ElementsAre("grdb_migrations"));
 }
 
 TEST(TagDatabaseFiles, AFailedStepLeavesTheStoreOpen) {
   build({kOtherTags, kOldOffsets, kOldRow});
-  const auto before = rows("SELECT coalesce(sql, '') FROM sqlite_master");
+  const auto before = tagDatabaseRows("SELECT coalesce(sql, '') FROM sqlite_master");
   const auto failed = TagDatabase::shared().initialize();
   ASSERT_FALSE(failed);
   EXPECT_EQ(failed.error().domain(), Error::kDatabase);
   EXPECT_THAT(failed.error().description(), ::testing::HasSubstr("asset_tags already exists"));
-  EXPECT_EQ(rows("SELECT coalesce(sql, '') FROM sqlite_master"), before);
+  EXPECT_EQ(tagDatabaseRows("SELECT coalesce(sql, '') FROM sqlite_master"), before);
   EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag") << "the store is open";
 }
 
 TEST(TagDatabaseFiles, AFileThatIsNoDatabaseIsLeftAlone) {
   build({kRecords, kRecordV1, kOldOffsets, kOldRow});
-  const auto whole = testing::readFile(file());
+  const auto whole = testing::readFile(tagDatabaseFile());
   const auto schemaLost = whole.substr(0, 100) + std::string(whole.size() - 100, '\xff');
   for (const auto& content :
        {std::string("short"), std::string(8192, 'x'), schemaLost, whole.substr(0, 5000)}) {
-    testing::writeFile(file(), content);
+    testing::writeFile(tagDatabaseFile(), content);
     const auto failed = TagDatabase::shared().initialize();
     ASSERT_FALSE(failed) << content.size();
     EXPECT_EQ(failed.error().domain(), Error::kDatabase);
     EXPECT_THAT(failed.error().code() & 0xff, ::testing::AnyOf(11, 26));
-    EXPECT_TRUE(testing::readFile(file()) == content) << content.size();
+    EXPECT_TRUE(testing::readFile(tagDatabaseFile()) == content) << content.size();
   }
+
+  fs::remove(tagDatabaseFile());
+  auto& db = TagDatabase::shared();
+  ASSERT_TRUE(db.initialize() && db.upsertTag("a", "mare", 1, "A"));
+  fs::remove(tagDatabaseFile());
+  fs::create_directory(tagDatabaseFile());
+  EXPECT_EQ(db.initialize().error().code() & 0xff, 14);
+  EXPECT_THAT(db.tagsForAsset("a").value(), ElementsAre("mare")) << "the store stays as it was";
 }
 
 /// Prints what came of `initialize` in a process without the rights of root.
@@ -162,7 +171,7 @@ TEST(TagDatabaseFiles, AFolderThatCannotBeWrittenIsAnError) {
   fs::create_directories(folder().parent_path());
   fs::permissions(testing::testDirectory(), fs::perms{0755});
   fs::permissions(folder().parent_path(), fs::perms{0555});
-  EXPECT_EQ(initialize(), "POSIX " + std::to_string(EACCES));
+  EXPECT_EQ(initialize(), "Database 14");
 
   fs::permissions(folder().parent_path(), fs::perms{0755});
   fs::create_directory(folder());
@@ -171,11 +180,13 @@ TEST(TagDatabaseFiles, AFolderThatCannotBeWrittenIsAnError) {
 
   fs::permissions(folder(), fs::perms{0755});
   build({kRecords});
-  fs::permissions(file(), fs::perms{0444});
+  fs::permissions(tagDatabaseFile(), fs::perms{0444});
   fs::permissions(folder(), fs::perms{0555});
   EXPECT_EQ(initialize(), "Database 8");
   fs::permissions(folder(), fs::perms{0755});
 }
+
+constexpr int kHopelessAssets = 80;
 
 /// Writes until the "disk" is full, then goes on when there is room again.
 const ChildMain kFullDisk("full-disk", [](const auto&) {
@@ -189,6 +200,10 @@ const ChildMain kFullDisk("full-disk", [](const auto&) {
                                             {std::string(5000, 'b'), 1}};
   auto done = db.upsertTags("0", tags, "A");
   while (done) done = db.upsertTags(std::to_string(++stored), tags, "A");
+  internal::TagBatch batch(db, "A");
+  const std::vector<TagWithConfidence> many(5000, tags.front());
+  for (int asset = 0; asset < kHopelessAssets; ++asset) batch.add("hopeless", many);
+  if (batch.finish() != kHopelessAssets * std::ssize(many)) return 6;
   setrlimit(RLIMIT_FSIZE, &former);
   const auto code = done.error().code() & 0xff;
   if (done.error().domain() != Error::kDatabase || (code != 10 && code != 13)) return 2;
@@ -207,7 +222,7 @@ TEST(TagDatabaseFiles, AFullDiskFailsTheWriteAlone) {
 
 /// Holds the write lock until it is killed.
 const ChildMain kLockHolder("lock-holder", [](const auto&) {
-  const auto queue = DatabaseQueue::open(file()).value();
+  const auto queue = otherConnection();
   return queue->write([](Database& database) -> Result<void> {
                 if (auto done = database.execute("DELETE FROM asset_tags"); !done) return done;
                 if (write(STDOUT_FILENO, "locked\n", 7) < 0) return {};
@@ -232,7 +247,8 @@ TEST(TagDatabaseFiles, WaitsThreeSecondsForAnotherProcess) {
   EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
   holder.kill(SIGKILL);
   EXPECT_TRUE(waiting.get());
-  EXPECT_THAT(rows("SELECT asset_id FROM asset_tags ORDER BY asset_id"), ElementsAre("a", "c"));
+  EXPECT_THAT(tagDatabaseRows("SELECT asset_id FROM asset_tags ORDER BY asset_id"),
+              ElementsAre("a", "c"));
 }
 
 const ChildMain kTagger("tagger", [](const auto&) {

@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <orvane/platform/DatabaseQueue.h>
-#include <orvane/platform/HostApplication.h>
 #include <orvane/tagging/TagDatabase.h>
 
 #include <chrono>
@@ -10,12 +8,14 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/TagDatabaseFile.h"
 
 namespace orvane {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using testing::tagDatabaseRows;
 using ::testing::UnorderedElementsAre;
 using Tags = std::vector<TagWithConfidence>;
 using Progress = BackfillProgress;
@@ -30,19 +30,6 @@ class TagDatabaseTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(db.initialize()); }
 
-  /// What the file itself holds, as another connection sees it: the first column of each row.
-  static std::vector<std::string> rows(std::string_view statement) {
-    const auto file = HostApplication::documentsDirectory().value() / "tag_database.sqlite";
-    const auto queue = platform::DatabaseQueue::open(file).value();
-    return queue
-        ->read([&](platform::Database& database) {
-          return database.fetchAll(statement, {}, {}, [](const platform::DatabaseRow& row) {
-            return std::string(row.text(0));
-          });
-        })
-        .value();
-  }
-
   TagDatabase& db = TagDatabase::shared();
 };
 
@@ -56,19 +43,26 @@ TEST_F(TagDatabaseTest, AnotherRowReplacesTheOneOfTheSameDevice) {
       UnorderedElementsAre(TagWithConfidence{"mare", 0.25}, TagWithConfidence{"mare", 0.75}));
   EXPECT_THAT(db.tagsForAsset("a").value(), ElementsAre("mare", "mare"));
   EXPECT_THAT(db.tagsForAsset("A").value(), IsEmpty());
-  EXPECT_THAT(rows("SELECT DISTINCT source FROM asset_tags"), ElementsAre("ml_v1"));
-  EXPECT_GE(std::stoll(rows("SELECT MIN(created_at) FROM asset_tags")[0]), start);
-  EXPECT_LE(std::stoll(rows("SELECT MAX(created_at) FROM asset_tags")[0]), now());
+  EXPECT_THAT(tagDatabaseRows("SELECT DISTINCT source FROM asset_tags"), ElementsAre("ml_v1"));
+  // A whole millisecond would be chance: some of a few have a fraction.
+  while (tagDatabaseRows("SELECT 1 FROM asset_tags WHERE typeof(created_at) = 'real'").empty()) {
+    ASSERT_TRUE(db.upsertTag("a", "mare", 0.25, "A"));
+    ASSERT_LT(now(), start + 10'000);
+  }
+  EXPECT_GE(std::stoll(tagDatabaseRows("SELECT MIN(created_at) FROM asset_tags")[0]), start);
+  EXPECT_LE(std::stoll(tagDatabaseRows("SELECT MAX(created_at) FROM asset_tags")[0]), now());
 }
 
 TEST_F(TagDatabaseTest, SeveralTagsShareOneWholeTime) {
   ASSERT_TRUE(db.upsertTags("a", {}, "A"));
-  EXPECT_THAT(rows("SELECT * FROM asset_tags"), IsEmpty());
+  EXPECT_THAT(tagDatabaseRows("SELECT * FROM asset_tags"), IsEmpty());
   ASSERT_TRUE(db.upsertTags("a", {{"mare", 0.9}, {"cane", 0.8}, {"mare", 0.7}}, "A"));
   EXPECT_THAT(db.getTagsForAsset("a").value(),
               UnorderedElementsAre(TagWithConfidence{"mare", 0.7}, TagWithConfidence{"cane", 0.8}));
-  EXPECT_THAT(rows("SELECT DISTINCT typeof(created_at) FROM asset_tags"), ElementsAre("integer"));
-  EXPECT_THAT(rows("SELECT COUNT(DISTINCT created_at) FROM asset_tags"), ElementsAre("1"));
+  EXPECT_THAT(tagDatabaseRows("SELECT DISTINCT typeof(created_at) FROM asset_tags"),
+              ElementsAre("integer"));
+  EXPECT_THAT(tagDatabaseRows("SELECT COUNT(DISTINCT created_at) FROM asset_tags"),
+              ElementsAre("1"));
 }
 
 TEST_F(TagDatabaseTest, ExportHoldsOneDeviceInRowOrder) {
@@ -121,15 +115,18 @@ TEST_F(TagDatabaseTest, StateOfADevice) {
   EXPECT_EQ(db.getRemoteETag("A").value(), std::nullopt) << "nothing to update";
 
   ASSERT_TRUE(db.upsertRemoteETag("A", "first"));
-  EXPECT_THAT(rows("SELECT byte_offset || last_sync_at || last_seen_ts FROM tag_sync_offsets"),
-              ElementsAre("000"));
+  EXPECT_THAT(
+      tagDatabaseRows("SELECT byte_offset || last_sync_at || last_seen_ts FROM tag_sync_offsets"),
+      ElementsAre("000"));
   ASSERT_TRUE(db.updateRemoteETag("A", "second"));
   EXPECT_EQ(db.getRemoteETag("A").value(), "second");
   const auto start = now();
   ASSERT_TRUE(db.updateLastSeenTimestamp("A", INT64_MAX));
   EXPECT_EQ(db.getLastSeenTimestamp("A").value(), INT64_MAX);
   EXPECT_EQ(db.getRemoteETag("A").value(), "");
-  EXPECT_GE(std::stoll(rows("SELECT last_sync_at FROM tag_sync_offsets")[0]), start);
+  EXPECT_GE(std::stoll(tagDatabaseRows("SELECT last_sync_at FROM tag_sync_offsets")[0]), start);
+  EXPECT_THAT(tagDatabaseRows("SELECT typeof(last_sync_at) FROM tag_sync_offsets"),
+              ElementsAre("integer"));
   ASSERT_TRUE(db.upsertRemoteETag("A", "third"));
   EXPECT_EQ(db.getLastSeenTimestamp("A").value(), INT64_MAX);
 
@@ -146,7 +143,9 @@ TEST_F(TagDatabaseTest, ABackfillIsOneRow) {
   const auto start = now();
   ASSERT_TRUE(db.initializeBackfill(10));
   EXPECT_EQ(db.getBackfillProgress().value(), (Progress{10, 0, 0}));
-  EXPECT_GE(std::stoll(rows("SELECT started_at FROM backfill_progress")[0]), start);
+  EXPECT_GE(std::stoll(tagDatabaseRows("SELECT started_at FROM backfill_progress")[0]), start);
+  EXPECT_THAT(tagDatabaseRows("SELECT typeof(started_at) FROM backfill_progress"),
+              ElementsAre("integer"));
   ASSERT_TRUE(db.updateBackfillProgress(4));
   ASSERT_TRUE(db.completeBackfill());
   EXPECT_EQ(db.getBackfillProgress().value(), (Progress{10, 4, 1}));

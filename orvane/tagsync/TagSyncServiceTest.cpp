@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/DatabaseQueue.h>
-#include <orvane/platform/HostApplication.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/TagSyncError.h>
 #include <orvane/tagsync/TagSyncService.h>
@@ -25,12 +23,12 @@
 
 #include "support/FaultServer.h"
 #include "support/LogLines.h"
+#include "support/TagDatabaseFile.h"
 
 namespace orvane {
 namespace {
 
 using platform::Database;
-using platform::DatabaseQueue;
 using testing::answer;
 using ::testing::ElementsAre;
 using testing::FaultServer;
@@ -99,15 +97,9 @@ class TagSyncServiceTest : public ::testing::Test {
     answerListing(answer(200, text));
   }
 
-  /// A connection of somebody else to the tag database.
-  static std::unique_ptr<DatabaseQueue> otherConnection() {
-    return DatabaseQueue::open(HostApplication::documentsDirectory().value() /
-                               "tag_database.sqlite")
-        .value();
-  }
   static void execute(std::string_view statement) {
-    ASSERT_TRUE(
-        otherConnection()->write([&](Database& database) { return database.execute(statement); }));
+    ASSERT_TRUE(testing::otherConnection()->write(
+        [&](Database& database) { return database.execute(statement); }));
   }
   static void refuse(const std::string& tag, const std::string& how) {
     execute("CREATE TRIGGER \"" + tag + "\" BEFORE INSERT ON asset_tags WHEN NEW.tag = '" + tag +
@@ -378,7 +370,7 @@ TEST_F(TagSyncServiceTest, ALockedDatabaseLosesTagsAndIsAskedAgain) {
   UploadStore::shared().upsert({"mine", "k", UploadStatus::completed, 1, 1});
   list({"ONE"});
   answerObject("ONE", answer(200, line("k", "mare")));
-  const auto other = otherConnection();
+  const auto other = testing::otherConnection();
   const auto locked = other->write([&](Database&) -> Result<void> {
     EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 1);
     return {};

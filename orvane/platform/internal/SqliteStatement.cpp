@@ -52,14 +52,19 @@ Result<std::unique_ptr<SqliteStatement>> SqliteStatement::prepare(sqlite3* conne
   return statement;
 }
 
-Result<void> SqliteStatement::start(DatabaseArguments arguments, DatabaseColumns columns) {
+Result<void> SqliteStatement::bind(DatabaseArguments arguments) const {
   if (arguments.size() != static_cast<std::size_t>(sqlite3_bind_parameter_count(handle_))) {
     return std::unexpected(sqliteError(SQLITE_RANGE, "The statement takes other arguments"));
   }
   int position = 0;
   for (const auto& value : arguments) {
-    if (bind(++position, value) != SQLITE_OK) return std::unexpected(error());
+    const int code = std::visit(Binder{handle_, ++position}, value);
+    if (code != SQLITE_OK) return std::unexpected(error());
   }
+  return {};
+}
+
+Result<void> SqliteStatement::locate(DatabaseColumns columns) {
   columns_.clear();
   for (const auto column : columns) {
     if (auto found = find(column); !found) return found;
@@ -73,16 +78,13 @@ Result<void> SqliteStatement::start(DatabaseArguments arguments, DatabaseColumns
 Result<void> SqliteStatement::find(std::string_view column) {
   const int count = sqlite3_column_count(handle_);
   for (int i = 0; i < count; ++i) {
-    if (column == sqlite3_column_name(handle_, i)) {
+    const char* name = sqlite3_column_name(handle_, i);  // Null when memory has run out.
+    if (name != nullptr && column == name) {
       columns_.push_back(i);
       return {};
     }
   }
   return std::unexpected(sqliteError(SQLITE_RANGE, "No result column " + std::string(column)));
-}
-
-int SqliteStatement::bind(int position, const DatabaseValue& value) const {
-  return std::visit(Binder{handle_, position}, value);
 }
 
 Error SqliteStatement::error() const { return lastSqliteError(sqlite3_db_handle(handle_)); }

@@ -28,8 +28,8 @@ class SqliteStatement {
   /// Runs the statement and calls `visit` with each row until it returns false.
   template <class Visit>
   Result<void> run(DatabaseArguments arguments, DatabaseColumns columns, Visit&& visit) {
-    auto done = start(arguments, columns);
-    if (done) done = step(visit);
+    auto done = bind(arguments);
+    if (done) done = step(columns, visit);
     // The borrowed arguments end with the call.
     sqlite3_reset(handle_);
     sqlite3_clear_bindings(handle_);
@@ -37,15 +37,19 @@ class SqliteStatement {
   }
 
  private:
-  Result<void> start(DatabaseArguments arguments, DatabaseColumns columns);
+  [[nodiscard]] Result<void> bind(DatabaseArguments arguments) const;
+  Result<void> locate(DatabaseColumns columns);
   Result<void> find(std::string_view column);
-  [[nodiscard]] int bind(int position, const DatabaseValue& value) const;
   [[nodiscard]] Error error() const;
 
   template <class Visit>
-  Result<void> step(Visit& visit) {
-    int code = SQLITE_ROW;
-    while ((code = sqlite3_step(handle_)) == SQLITE_ROW) {
+  Result<void> step(DatabaseColumns columns, Visit& visit) {
+    int code = sqlite3_step(handle_);
+    // Not before: the first step prepares the statement anew where the schema has changed.
+    if (code == SQLITE_ROW || code == SQLITE_DONE) {
+      if (auto located = locate(columns); !located) return located;
+    }
+    for (; code == SQLITE_ROW; code = sqlite3_step(handle_)) {
       if (!visit(DatabaseRow(*this, columns_.data()))) return {};
     }
     if (code != SQLITE_DONE) return std::unexpected(error());
