@@ -23,6 +23,7 @@
 #include "support/ChildProcess.h"
 #include "support/LogLines.h"
 #include "support/ObjectStore.h"
+#include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane {
@@ -32,20 +33,12 @@ namespace fs = std::filesystem;
 using namespace std::string_literals;
 using ::testing::AllOf;
 using testing::ChildProcess;
+using testing::configFor;
 using ::testing::Each;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using testing::ObjectStore;
-
-S3Config configFor(const ObjectStore& store) {
-  return {.bucket = store.bucket(),
-          .region = store.region(),
-          .accessKey = store.accessKey(),
-          .secretKey = store.secretKey(),
-          .prefix = store.prefix(),
-          .endpoint = store.endpoint() + "/"};
-}
 
 template <class T>
 Result<T> run(Async<T> operation) {

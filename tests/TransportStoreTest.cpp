@@ -22,22 +22,15 @@
 
 #include "support/ChildProcess.h"
 #include "support/ObjectStore.h"
+#include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::configFor;
 using testing::ObjectStore;
-
-S3Config configFor(const ObjectStore& store) {
-  return {.bucket = store.bucket(),
-          .region = store.region(),
-          .accessKey = store.accessKey(),
-          .secretKey = store.secretKey(),
-          .prefix = store.prefix(),
-          .endpoint = store.endpoint()};
-}
 
 std::string randomText(std::size_t size) {
   std::mt19937_64 random(size);

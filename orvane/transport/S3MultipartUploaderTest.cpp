@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "support/FaultServer.h"
+#include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane {
@@ -16,21 +17,13 @@ namespace {
 
 using testing::answer;
 using testing::answerText;
+using testing::configFor;
 using testing::FaultServer;
 using testing::Gate;
 using testing::Reaction;
 using testing::RecordedRequest;
 
 constexpr std::int64_t kChunk = S3MultipartUploader::chunkSize;
-
-S3Config configFor(const std::string& endpoint) {
-  return {.bucket = "b",
-          .region = "r",
-          .accessKey = "a",
-          .secretKey = "s",
-          .prefix = "",
-          .endpoint = endpoint};
-}
 
 /// What a well-behaved store does.
 Reaction wellBehaved(const RecordedRequest& request) {
@@ -96,15 +89,16 @@ TEST(S3MultipartUploader, SizeDecidesBetweenOneRequestAndParts) {
     Progress progress;
     Lines lines;
   } cases[] = {
-      {0, {{0, 0}}, {"PUT /b/k"}},
-      {kChunk - 1, {{kChunk - 1, kChunk - 1}}, {"PUT /b/k"}},
+      {0, {{0, 0}}, {"PUT /photos/k"}},
+      {kChunk - 1, {{kChunk - 1, kChunk - 1}}, {"PUT /photos/k"}},
       {kChunk,
        {{kChunk, kChunk}},
-       {"POST /b/k?uploads", "PUT /b/k?partNumber=1&uploadId=id", "POST /b/k?uploadId=id"}},
+       {"POST /photos/k?uploads", "PUT /photos/k?partNumber=1&uploadId=id",
+        "POST /photos/k?uploadId=id"}},
       {kChunk + 1,
        {{kChunk, kChunk + 1}, {kChunk + 1, kChunk + 1}},
-       {"POST /b/k?uploads", "PUT /b/k?partNumber=1&uploadId=id",
-        "PUT /b/k?partNumber=2&uploadId=id", "POST /b/k?uploadId=id"}},
+       {"POST /photos/k?uploads", "PUT /photos/k?partNumber=1&uploadId=id",
+        "PUT /photos/k?partNumber=2&uploadId=id", "POST /photos/k?uploadId=id"}},
   };
   for (const auto& [size, progress, lines] : cases) {
     FaultServer server(wellBehaved);
@@ -178,7 +172,7 @@ TEST(S3MultipartUploader, AFailedStepEndsTheUpload) {
     EXPECT_EQ(outcome.progress.size(), progressCalls) << error;
     const auto lines = requestLines(server);
     EXPECT_EQ(lines.size(), request + 1 + (aborted ? 1 : 0)) << error;
-    EXPECT_EQ(lines.back() == "DELETE /b/k?uploadId=id", aborted) << error;
+    EXPECT_EQ(lines.back() == "DELETE /photos/k?uploadId=id", aborted) << error;
   }
 }
 
@@ -194,7 +188,7 @@ TEST(S3MultipartUploader, ALostConnectionEndsTheUpload) {
     ASSERT_TRUE(outcome.error);
     EXPECT_EQ(outcome.error->code(), -1005);
     EXPECT_EQ(outcome.progress, (Progress{{kChunk, 3 * kChunk}}));
-    EXPECT_EQ(requestLines(server).back(), "DELETE /b/k?uploadId=id");
+    EXPECT_EQ(requestLines(server).back(), "DELETE /photos/k?uploadId=id");
   }
 }
 
@@ -234,7 +228,7 @@ TEST(S3MultipartUploader, AFileThatChangesMeanwhileHasTheStatedOutcome) {
     EXPECT_EQ(outcome.error, error) << what;
     EXPECT_EQ(outcome.progress.size(), parts) << what;
     EXPECT_EQ(requestLines(server).back(),
-              error ? "DELETE /b/k?uploadId=id" : "POST /b/k?uploadId=id");
+              error ? "DELETE /photos/k?uploadId=id" : "POST /photos/k?uploadId=id");
     std::filesystem::remove_all(file);
   }
 }

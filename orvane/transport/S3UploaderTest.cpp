@@ -9,23 +9,16 @@
 #include <thread>
 
 #include "support/FaultServer.h"
+#include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane {
 namespace {
 
 using testing::answer;
+using testing::configFor;
 using testing::FaultServer;
 using testing::Reaction;
-
-S3Config configFor(const std::string& endpoint) {
-  return {.bucket = "photos",
-          .region = "r",
-          .accessKey = "a",
-          .secretKey = "s",
-          .prefix = "p/",
-          .endpoint = endpoint};
-}
 
 const S3Config kNoUrl = configFor("http://bad host");
 
@@ -69,7 +62,7 @@ Error errorOf(const auto& result) { return result ? Error("none", 0, "success") 
 TEST(S3Uploader, UploadDataSendsTheSignedBytesAndYieldsTheETag) {
   FaultServer server;
   server.queue(answer(200, "", {{"ETag", "\"\"abc\"\""}}));
-  EXPECT_EQ(uploadData(configFor(server.url()), "hello"), "abc");
+  EXPECT_EQ(uploadData(configFor(server.url(), "p/"), "hello"), "abc");
   const auto seen = server.requests().at(0);
   EXPECT_EQ(seen.method() + " " + seen.target(), "PUT /photos/p/k%201");
   EXPECT_EQ(seen.body, "hello");
@@ -82,10 +75,10 @@ TEST(S3Uploader, UploadDataSendsTheSignedBytesAndYieldsTheETag) {
 TEST(S3Uploader, UploadDataReportsEveryOutcome) {
   FaultServer server;
   EXPECT_EQ(errorOf(uploadData(kNoUrl, "x")), S3Error::invalidURL());
-  EXPECT_EQ(uploadData(configFor(server.url()), ""), "");  // No ETag field.
+  EXPECT_EQ(uploadData(configFor(server.url(), "p/"), ""), "");  // No ETag field.
   for (const int status : {300, 307, 403, 500}) {
     server.queue(answer(status, "<Error/>"));
-    EXPECT_EQ(errorOf(uploadData(configFor(server.url()), "x")), S3Error::httpError(status));
+    EXPECT_EQ(errorOf(uploadData(configFor(server.url(), "p/"), "x")), S3Error::httpError(status));
   }
   FaultServer resetting([](const auto&) { return testing::resetAfter(0); });
   EXPECT_EQ(errorOf(uploadData(configFor(resetting.url()), "x")).code(), -1005);
@@ -95,14 +88,14 @@ TEST(S3Uploader, UploadSendsAWholeFileWithProgress) {
   FaultServer server;
   const auto file = testing::testDirectory() / "f";
   testing::writeFile(file, std::string(3'000'000, 'f'));
-  const auto upload = uploadFile(file, configFor(server.url()));
+  const auto upload = uploadFile(file, configFor(server.url(), "p/"));
   EXPECT_TRUE(upload.result);
   EXPECT_EQ(upload.sent.back(), 3'000'000);
   EXPECT_EQ(server.requests().at(0).body.size(), 3'000'000U);
   EXPECT_EQ(server.requests().at(0).header("Content-Length"), "3000000");
 
   testing::writeFile(file, "");
-  EXPECT_TRUE(uploadFile(file, configFor(server.url())).result);
+  EXPECT_TRUE(uploadFile(file, configFor(server.url(), "p/")).result);
   EXPECT_EQ(server.requests().at(1).header("Content-Length"), "0");
   EXPECT_EQ(server.requests().at(1).header("x-amz-content-sha256"),
             "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
@@ -114,7 +107,7 @@ TEST(S3Uploader, UploadFailsEarlyOnTheCallersThread) {
   const auto directory = testing::testDirectory();
   const auto here = std::this_thread::get_id();
   for (const auto& file : {directory / "missing", directory}) {
-    const auto upload = uploadFile(file, configFor(server.url()));
+    const auto upload = uploadFile(file, configFor(server.url(), "p/"));
     EXPECT_EQ(errorOf(upload.result), S3Error::fileReadError());
     EXPECT_EQ(upload.completedOn, here);
   }
@@ -129,17 +122,17 @@ TEST(S3Uploader, UploadReportsFailuresAfterProgress) {
   const auto file = testing::testDirectory() / "f";
   testing::writeFile(file, std::string(1'000'000, 'f'));
   server.queue(answer(500, "<Error/>"));
-  const auto refused = uploadFile(file, configFor(server.url()));
+  const auto refused = uploadFile(file, configFor(server.url(), "p/"));
   EXPECT_EQ(errorOf(refused.result), S3Error::httpError(500));
   EXPECT_FALSE(refused.sent.empty());
   EXPECT_NE(refused.completedOn, std::this_thread::get_id());
   server.queue(testing::resetAfter(200'000));
-  EXPECT_EQ(errorOf(uploadFile(file, configFor(server.url())).result).code(), -1005);
+  EXPECT_EQ(errorOf(uploadFile(file, configFor(server.url(), "p/")).result).code(), -1005);
 }
 
 TEST(S3Uploader, InitiateReadsTheUploadId) {
   FaultServer server;
-  const auto config = configFor(server.url());
+  const auto config = configFor(server.url(), "p/");
   const auto initiate = [&](Reaction reaction) {
     server.queue(std::move(reaction));
     return S3Uploader::initiateMultipartUpload("k", "image/heic", config);
@@ -162,7 +155,7 @@ TEST(S3Uploader, InitiateReadsTheUploadId) {
 
 TEST(S3Uploader, CompleteSendsSortedPartsAndReadsTheETag) {
   FaultServer server;
-  const auto config = configFor(server.url());
+  const auto config = configFor(server.url(), "p/");
   const auto complete = [&](Reaction reaction) {
     server.queue(std::move(reaction));
     return S3Uploader::completeMultipartUpload("k", "2~a/b+c&=", {{3, "c"}, {1, "a"}, {3, "d"}},
@@ -189,7 +182,7 @@ TEST(S3Uploader, CompleteSendsSortedPartsAndReadsTheETag) {
 
 TEST(S3Uploader, AbortReturnsWhateverHappens) {
   FaultServer server;
-  const auto config = configFor(server.url());
+  const auto config = configFor(server.url(), "p/");
   for (const auto& reaction : {testing::resetAfter(0), answer(204), answer(500)}) {
     server.queue(reaction);
     S3Uploader::abortMultipartUpload("k", "id", config);

@@ -4,22 +4,15 @@
 #include <orvane/transport/internal/XmlText.h>
 
 #include "support/FaultServer.h"
+#include "support/StoreConfig.h"
 
 namespace orvane {
 namespace {
 
 using testing::answer;
+using testing::configFor;
 using testing::FaultServer;
 using Pairs = std::vector<KeyETagPair>;
-
-S3Config configFor(const std::string& endpoint) {
-  return {.bucket = "photos",
-          .region = "r",
-          .accessKey = "a",
-          .secretKey = "s",
-          .prefix = "unused/",
-          .endpoint = endpoint};
-}
 
 auto list(const FaultServer& server, std::string_view prefix = "") {
   return TalvexAPIService::shared().listObjects(configFor(server.url() + "//"), prefix);
