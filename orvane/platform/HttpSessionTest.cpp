@@ -182,6 +182,20 @@ TEST(HttpSession, TreatsHalfAnAnswerAsALostConnection) {
   }
 }
 
+TEST(HttpSession, TakesNoAnswerThatEndsTooSoon) {
+  FaultServer server;
+  for (const auto& whole : {answerText(200, "body", {{"ETag", "\"abc\""}}),
+                            "HTTP/1.1 100 Continue\r\n\r\n" + answerText(204)}) {
+    for (std::size_t size = 1; size < whole.size(); ++size) {
+      server.queue({.answer = whole, .sendAtMost = size, .end = Reaction::End::close});
+      EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url(), "PUT"))), -1005)
+          << whole.substr(0, size);
+    }
+    server.queue({.answer = whole, .end = Reaction::End::close});
+    EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(server.url(), "PUT"))), 0);
+  }
+}
+
 TEST(HttpSession, CombinesRepeatedFieldsAndIgnoresTheirCase) {
   FaultServer server;
   server.queue(answer(200, "", {{"X-Many", "1"}, {"x-many", "2"}, {"eTaG", "\"abc\""}}));

@@ -137,6 +137,8 @@ bool Transfer::foundClosedConnection(CURLcode code) const {
 
 Result<HttpResponse> Transfer::result(CURLcode code) {
   if (answerTooLong_) return std::unexpected(urlError(UrlErrorCode::dataLengthExceedsMaximum));
+  // The library is content with a head that breaks off.
+  if (code == CURLE_OK && !headComplete_) code = CURLE_PARTIAL_FILE;
   if (code == CURLE_OK) return takeResponse();
   long osError = 0;
   curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &osError);
@@ -178,9 +180,16 @@ std::uint64_t Transfer::bytesMoved() const {
   return static_cast<std::uint64_t>(bytesSent_ + bytesReceived_) + bytesOnWire(localPort_);
 }
 
-std::size_t Transfer::onHeader(char* /*data*/, std::size_t size, std::size_t count,
+std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count,
                                void* self) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
+  const std::string_view line(data, size * count);
+  // An interim answer (100 to 199) is followed by the head of another one.
+  if (line.starts_with("HTTP/")) {
+    transfer.headIsInterim_ = line.substr(line.find(' ') + 1).starts_with('1');
+  } else if (line == "\r\n" || line == "\n") {
+    transfer.headComplete_ = !transfer.headIsInterim_;
+  }
   transfer.answerTooLong_ = ++transfer.headerLines_ > kMaximumHeaderLines;
   return transfer.answerTooLong_ ? 0 : size * count;
 }

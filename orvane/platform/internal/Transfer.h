@@ -87,6 +87,8 @@ class Transfer {
   bool answerTooLong_ = false;
   bool reportsAtExit_ = true;
   std::size_t headerLines_ = 0;
+  bool headIsInterim_ = false;
+  bool headComplete_ = false;  ///< Up to its empty line, and not of an interim answer.
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 
