@@ -2,6 +2,7 @@
 #include <orvane/bookkeeping/internal/BandwidthSampleJson.h>
 #include <orvane/platform/Preferences.h>
 
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -47,7 +48,8 @@ void BandwidthStatsStore::addSample(double bytesPerSecond) {
   {
     const std::lock_guard guard(lock_);
     samples_.emplace_back(Date::now(), bytesPerSecond);
-    if (samples_.size() > maxSamples) samples_.erase(samples_.begin(), samples_.end() - maxSamples);
+    if (std::ssize(samples_) > maxSamples)
+      samples_.erase(samples_.begin(), samples_.end() - maxSamples);
   }
   storeSamples();
 }

@@ -2,7 +2,6 @@
 
 #include <orvane/bookkeeping/BandwidthSample.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <string_view>
@@ -29,7 +28,7 @@ class BandwidthStatsStore {
   /// The preference that holds the samples: bytes, a JSON array.
   static constexpr std::string_view samplesKey = "bandwidth_samples_v1";
   /// How many samples are kept.
-  static constexpr std::size_t maxSamples = 60;
+  static constexpr std::int64_t maxSamples = 60;
 
   /// The one store of the process, unless the host makes others. The first call blocks on the disk.
   [[nodiscard]] static BandwidthStatsStore& shared();
@@ -48,7 +47,8 @@ class BandwidthStatsStore {
   /// The samples kept, oldest first. Does not block on the disk.
   [[nodiscard]] std::vector<BandwidthSample> samples() const;
 
-  /// Adds to the total, which stays at the end of its range rather than leave it. Blocks.
+  /// Adds bytes to the total (a negative count takes away), which stays at the end of its range
+  /// rather than leave it. Blocks.
   void addCompletedBytes(std::int64_t count);
 
   /// Adds a sample of this moment and drops the oldest beyond `maxSamples`. Blocks. As long as one

@@ -82,6 +82,14 @@ TEST(BandwidthStatsStoreTest, KeepsBothFiguresAcrossProcesses) {
   EXPECT_EQ(storedSamples(), "none");
 }
 
+TEST(BandwidthStatsStoreTest, SamplesOfOneInstantDiffer) {
+  const Date instant{1.5};
+  const BandwidthSample first(instant, 3);
+  const BandwidthSample second(instant, 3);
+  EXPECT_NE(first.id(), second.id());
+  EXPECT_TRUE(first.timestamp() == instant && first.bytesPerSecond() == 3);
+}
+
 TEST(BandwidthStatsStoreTest, KeepsTheLastSixtySamples) {
   BandwidthStatsStore store;
   std::vector<double> speeds;

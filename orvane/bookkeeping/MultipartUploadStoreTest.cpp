@@ -117,9 +117,12 @@ TEST(MultipartUploadStoreTest, LoadsWholeFilesOnly) {
   EXPECT_EQ(outputOfChild("multipart-store-reader", {"C"}), "0");
   EXPECT_EQ(readFile(file() += ".undecodable"), entry);
 
-  writeFile(file(), R"({"K":)" + entry + "}");
+  writeFile(file(), R"({"K":)" + entry.substr(0, entry.size() - 1) + R"(,"more":[]}})");
   EXPECT_EQ(MultipartUploadStore::shared().state("K"), plain());
   EXPECT_EQ(MultipartUploadStore::shared().state("A"), std::nullopt);
+  MultipartUploadStore::shared().remove("A");
+  EXPECT_EQ(MultipartUploadStore::shared().allStates().size(), 1U);
+  EXPECT_EQ(readFile(file()), R"({"K":)" + entry + "}") << "without the unknown member";
 }
 
 }  // namespace

@@ -123,7 +123,9 @@ std::chrono::nanoseconds timeOfARound() {
 }
 
 TEST(UploadStoreKillTest, ARestartFindsAWholeState) {
-  std::mt19937 random(std::random_device{}());
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
   std::uniform_int_distribution<int> someLines(1, 5);
   std::uniform_int_distribution<std::int64_t> someTime(0, timeOfARound().count());
   std::filesystem::remove_all(orvane::testing::testDirectory() / "data");

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvane/bookkeeping/UploadStore.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
@@ -246,15 +247,6 @@ TEST(UploadStoreTest, LoadsWhatItFinds) {
                                   store.record("K")->encodeJson().value() + "}");
 }
 
-TEST(UploadStoreTest, OfEqualKeysInTheFileTheLastCounts) {
-  const std::string first = make("A", UploadStatus::failed).encodeJson().value();
-  const UploadRecord last("A", "a", UploadStatus::pending, 0, 0);
-  writeFile(file(), R"({"A":)" + first + R"(,"B":)" + first + R"(,"\u0041":)" +
-                        last.encodeJson().value() + "}");
-  EXPECT_EQ(UploadStore::shared().allRecords().size(), 2U);
-  EXPECT_EQ(UploadStore::shared().record("A")->encodeJson(), last.encodeJson());
-}
-
 /// Says how many records it finds, then queues one change for each argument and returns.
 const ChildMain kChanger("upload-store-changer", [](const std::vector<std::string>& ids) {
   std::cout << UploadStore::shared().allRecords().size();
@@ -286,6 +278,20 @@ TEST(UploadStoreTest, KeepsAnUndecodableFileAside) {
     EXPECT_EQ(outputOfChild("upload-store-changer", {"B"}), "1");
     EXPECT_THAT(namesInFolder(), ::testing::UnorderedElementsAreArray(names));
   }
+}
+
+TEST(UploadStoreTest, AFileThatCannotBeReadIsKept) {
+  writeFile(file(), kGood);
+  rlimit former{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
+  const rlimit none{0, former.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const auto found = UploadStore::shared().allRecords();
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &former), 0);
+  EXPECT_THAT(found, IsEmpty());
+  UploadStore::shared().clearAll();
+  EXPECT_THAT(UploadStore::shared().allRecords(), IsEmpty());
+  EXPECT_EQ(readFile(file() += ".undecodable"), kGood);
 }
 
 TEST(UploadStoreTest, KeepsAFileAsideOnlyOnce) {

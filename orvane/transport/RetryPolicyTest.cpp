@@ -11,6 +11,13 @@
 namespace orvane {
 namespace {
 
+TEST(RetryPolicy, HasTheStatedLimits) {
+  EXPECT_EQ(RetryPolicy::maxSessionRetries, 3);
+  EXPECT_EQ(RetryPolicy::maxLifetimeRetries, 15);
+  EXPECT_EQ(RetryPolicy::baseDelay, 2.0);
+  EXPECT_EQ(RetryPolicy::maxDelay, 30.0);
+}
+
 TEST(RetryPolicy, JudgesAnswersByTheirStatus) {
   for (const auto status : {429L, 500L, 502L, 503L, 599L, std::numeric_limits<long>::max()}) {
     EXPECT_TRUE(RetryPolicy::isRetryable(S3Error::httpError(status))) << status;

@@ -15,7 +15,7 @@ using testing::FaultServer;
 using Pairs = std::vector<KeyETagPair>;
 
 auto list(const FaultServer& server, std::string_view prefix = "") {
-  return TalvexAPIService::shared().listObjects(configFor(server.url() + "//"), prefix);
+  return TalvexAPIService::shared().listObjects(configFor("//" + server.url() + "//"), prefix);
 }
 
 std::string entry(const std::string& content) { return "<Contents>" + content + "</Contents>"; }
@@ -51,6 +51,17 @@ TEST(ListingPage, ReadsWhatTheExpressionsMatch) {
     const auto spanning = "<Key>a" + std::string(lineBreak);
     EXPECT_EQ(internal::parseKeyETagPairs(entry(spanning + "b</Key>")), Pairs());
     EXPECT_EQ(internal::parseKeyETagPairs(entry(spanning + "<Key>c</Key>")), (Pairs{{"c", ""}}));
+  }
+}
+
+TEST(ListingPage, HostilePagesAreScannedOnce) {
+  // Looked at anew from each opening tag, these would take longer than ctest waits.
+  for (const auto* repeated : {"<Key>\n", "<Key>", "<Key>\n</Key>", "<Key>\u2027", "\n"}) {
+    std::string text;
+    while (text.size() < 10'000'000) text += repeated;
+    for (const auto* end : {"", "</Key>"}) {
+      EXPECT_LE(internal::parseKeyETagPairs(entry(text + end)).size(), 1U) << repeated;
+    }
   }
 }
 

@@ -72,7 +72,9 @@ TEST(RecordMapTest, OfManyEqualKeysTheLastCounts) {
   std::string text;
   for (int i = 0; i < 500; ++i) {
     const auto id = std::to_string(random() % 90);
-    text += (i == 0 ? "{\"" : ",\"") + id + "\":" + recordOf(id, i).encodeJson().value();
+    const auto key =
+        i % 3 == 0 ? "\\u003" + id : id;  // The first digit as another writer may have it.
+    text += (i == 0 ? "{\"" : ",\"") + key + "\":" + recordOf(id, i).encodeJson().value();
     model[id] = i;
   }
   auto records = Records::decode(simdjson::padded_string(text + "}"));
