@@ -186,7 +186,7 @@ TEST(TagDatabaseFiles, AFolderThatCannotBeWrittenIsAnError) {
   fs::permissions(folder(), fs::perms{0755});
 }
 
-constexpr int kHopelessAssets = 80;
+constexpr int kHopelessAssets = 4;
 
 /// Writes until the "disk" is full, then goes on when there is room again.
 const ChildMain kFullDisk("full-disk", [](const auto&) {

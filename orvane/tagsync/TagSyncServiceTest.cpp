@@ -353,17 +353,18 @@ TEST_F(TagSyncServiceTest, TagsThatCannotBeWrittenCountAndTheOthersStay) {
   refuse("fail", "FAIL");
   refuse("rollback", "ROLLBACK");  // Takes a whole transaction with it.
   std::string object;
-  for (const std::string tag : {"a", "abort", "b", "fail", "c", "rollback", "d", "e", "rollback"}) {
+  for (const std::string tag : {"a", "abort", "b", "fail", "c", "rollback", "d", "rollback",
+                                "rollback", "e", "rollback", "rollback", "rollback", "f"}) {
     object += line("k", tag);
   }
   std::string hopeless;
   for (int i = 0; i < 100; ++i) hopeless += line("k", "rollback");
   list({"ONE", "TWO"});
-  answerObject("ONE", answer(200, object + line("k", "f")));
-  answerObject("TWO", answer(200, hopeless));
-  EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 110);
+  answerObject("ONE", answer(200, object));
+  answerObject("TWO", answer(200, hopeless + line("k", "g")));
+  EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 115);
   EXPECT_THAT(database_.tagsForAsset("mine").value(),
-              UnorderedElementsAre("a", "b", "c", "d", "e", "f"));
+              UnorderedElementsAre("a", "b", "c", "d", "e", "f", "g"));
 }
 
 TEST_F(TagSyncServiceTest, ALockedDatabaseLosesTagsAndIsAskedAgain) {
