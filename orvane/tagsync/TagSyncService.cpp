@@ -14,6 +14,7 @@
 #include <orvane/transport/AWSSignatureV4.h>
 #include <orvane/transport/S3Uploader.h>
 
+#include <boost/asio/cancellation_state.hpp>
 #include <boost/asio/this_coro.hpp>
 #include <chrono>
 #include <string_view>
@@ -22,6 +23,7 @@
 namespace orvane {
 namespace {
 
+namespace this_coro = boost::asio::this_coro;
 using internal::RemoteTagFile;
 using platform::HttpSession;
 
@@ -54,6 +56,14 @@ Result<std::string> bodyOf(Result<HttpResponse> answer, std::string_view failure
         TagSyncError::downloadFailed(std::string(failure).append(decimal(answer->status))));
   }
   return std::move(answer->body);
+}
+
+bool isCancelled(const boost::asio::cancellation_state& state) {
+  return state.cancelled() != boost::asio::cancellation_type::none;
+}
+
+std::unexpected<Error> cancelled() {
+  return std::unexpected(platform::urlError(platform::UrlErrorCode::cancelled));
 }
 
 bool isUnchanged(const RemoteTagFile& file, TagDatabase& database) {
@@ -150,10 +160,7 @@ Async<std::int64_t> TagSyncService::downloadAllRemoteTags(S3Config config) {
   std::int64_t total = 0;
   for (const auto& file : *files) {
     // A cancelled operation goes no further; without this, waiting once more would throw.
-    const auto state = co_await boost::asio::this_coro::cancellation_state;
-    if (state.cancelled() != boost::asio::cancellation_type::none) {
-      co_return std::unexpected(platform::urlError(platform::UrlErrorCode::cancelled));
-    }
+    if (isCancelled(co_await this_coro::cancellation_state)) co_return cancelled();
     if (isUnchanged(file, tagDb_)) {
       log("Skipping " + file.uuid + ": ETag unchanged");
       continue;
@@ -161,6 +168,7 @@ Async<std::int64_t> TagSyncService::downloadAllRemoteTags(S3Config config) {
     auto downloading = downloadFromS3(keyOf(file.uuid), 0, std::nullopt, config);
     auto body = co_await std::move(downloading);
     if (!body) {
+      if (isCancelled(co_await this_coro::cancellation_state)) co_return cancelled();
       log("Skipping device " + file.uuid + ": " + body.error().description());
       continue;
     }

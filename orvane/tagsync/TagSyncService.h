@@ -32,11 +32,12 @@ struct TagUpload {
 ///
 /// The operations are coroutines. While they wait for the network they block no thread; their work
 /// on the tag database and the upload store, which takes seconds for hundreds of thousands of tags,
-/// blocks the thread that runs them. Tags are written some thousands at a time, so that other users
-/// of the database wait for a fraction of a second at most. The executor must outlive the
-/// operation. Cancelling it ends the transfer under way with the code cancelled (-999); what has
-/// been written stays. The host must have called `TagDatabase::initialize`; until then an upload
-/// finds no tags, and downloads count tags without keeping them.
+/// blocks the thread that runs them. Tags are written in transactions of about 25 ms, so that other
+/// users of the database wait less than 50 ms, unless the disk is slow or a single tag has
+/// megabytes. The executor must outlive the operation. Cancelling it ends the transfer under way
+/// with the code cancelled (-999); what has been written stays. The host must have called
+/// `TagDatabase::initialize`; until then an upload finds no tags, and downloads count tags without
+/// keeping them.
 ///
 /// Any thread may start any number of operations. Each logs what it does to the `SystemLog`.
 ///

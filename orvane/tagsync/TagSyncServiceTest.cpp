@@ -23,6 +23,7 @@
 
 #include "support/FaultServer.h"
 #include "support/LogLines.h"
+#include "support/StoreConfig.h"
 #include "support/TagDatabaseFile.h"
 
 namespace orvane {
@@ -69,7 +70,7 @@ class TagSyncServiceTest : public ::testing::Test {
             .accessKey = "a",
             .secretKey = "s",
             .prefix = "p/",
-            .endpoint = server_.url() + "//"};
+            .endpoint = "/" + server_.url() + "//"};
   }
 
   Reaction respond(const RecordedRequest& request) {
@@ -128,20 +129,22 @@ TEST(TagSyncError, DescribesEveryCase) {
 }
 
 TEST(TagSyncServiceUnopened, HasNothingToUploadAndOnlyCounts) {
+  UploadStore::shared().upsert({"mine", "k", UploadStatus::completed, 1, 1});
   testing::LogLines log;
-  FaultServer server([](const auto&) {
-    return answer(200, R"({"asset_id":"A","tags":[{"tag":"mare","confidence":1}],"ts":5})");
+  FaultServer server([](const RecordedRequest& request) {
+    if (request.target().contains('?')) {
+      return answer(200, "<Contents><Key>tags/ONE/tags.jsonl</Key></Contents>");
+    }
+    return answer(200,
+                  R"({"asset_id":"A","tags":[{"tag":"mare","confidence":1}],"ts":5,"s3_key":"k"})");
   });
-  const S3Config config{.bucket = "b",
-                        .region = "r",
-                        .accessKey = "a",
-                        .secretKey = "s",
-                        .prefix = "",
-                        .endpoint = server.url()};
-  EXPECT_EQ(run(TagSyncService::shared().uploadTagsToS3(config))->byteOffset, 0);
+  const auto config = testing::configFor(server.url());
+  auto& service = TagSyncService::shared();
+  EXPECT_EQ(run(service.uploadTagsToS3(config))->byteOffset, 0);
   EXPECT_TRUE(server.requests().empty());
-  EXPECT_EQ(run(TagSyncService::shared().downloadTagsFromS3(config)), 1);
+  EXPECT_EQ(run(service.downloadTagsFromS3(config)), 1);
   EXPECT_EQ(log.lines().back(), "[TagSync] Download complete: 1 tags applied, last_seen_ts=5");
+  EXPECT_EQ(run(service.downloadAllRemoteTags(config)), 1);
 }
 
 TEST_F(TagSyncServiceTest, UploadsThisDevicesTags) {
@@ -177,9 +180,9 @@ TEST_F(TagSyncServiceTest, UploadsThisDevicesTags) {
   const auto size = std::to_string(request.body.size());
   EXPECT_THAT(log_.lines(),
               ElementsAre("[TagSync] Starting upload for device " + own_,
-                          "[TagSync] S3Config: bucket=photos, endpoint=" + server_.url() +
+                          "[TagSync] S3Config: bucket=photos, endpoint=/" + server_.url() +
                               "//, region=eu-1",
-                          "[TagSync] Uploading " + size + " bytes to " + server_.url() +
+                          "[TagSync] Uploading " + size + " bytes to /" + server_.url() +
                               "///photos/p/tags/" + own_ + "/tags.jsonl",
                           "[TagSync] Upload complete: 2 tags, " + size + " bytes, ETag: tag"));
 }
@@ -274,7 +277,8 @@ TEST_F(TagSyncServiceTest, MergesOtherDevicesByObjectName) {
   UploadStore::shared().upsertBatch({{"mine-1", "k1", UploadStatus::completed, 1, 1},
                                      {"mine-2", "k2", UploadStatus::failed, 1, 1},
                                      {"nameless", "", UploadStatus::completed, 1, 1}});
-  list({"ONE", "TWO"});
+  list({"ONE", "TWO", "NONE"});
+  answerObject("NONE", answer(200, line("k9", "no")));
   answerObject("ONE", answer(200, line("k1", "mare") + line("k9", "no") + line("", "no") + "{}\n" +
                                       R"({"s3_key":"k1","tags":[]})" + "\n" +
                                       R"({"s3_key":"k2","ts":"any","tags":[{"tag":"a",)" +
@@ -288,28 +292,49 @@ TEST_F(TagSyncServiceTest, MergesOtherDevicesByObjectName) {
                                    std::pair("mine-2", Tags{{"a", 1}, {"b", 2}})));
   EXPECT_THAT(database_.exportAllTagsForDevice(own_).value(), IsEmpty());
   EXPECT_EQ(database_.getRemoteETag("ONE").value(), "e-ONE");
+  EXPECT_EQ(database_.getRemoteETag("NONE").value(), "e-NONE");
   EXPECT_THAT(log_.lines(),
               ElementsAre("[TagSync] Starting cross-device tag download",
-                          "[TagSync] Found 2 remote tag files (excluding own device)",
+                          "[TagSync] Found 3 remote tag files (excluding own device)",
                           "[TagSync] Remote device ONE: applied 3 tags",
                           "[TagSync] Remote device TWO: applied 1 tags",
+                          "[TagSync] Remote device NONE: applied 0 tags",
                           "[TagSync] Cross-device download complete: 4 total tags applied"));
 
   ASSERT_TRUE(database_.upsertRemoteETag("TWO", ""));
   EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 1);
-  EXPECT_EQ(log_.lines().at(7), "[TagSync] Skipping ONE: ETag unchanged");
+  EXPECT_EQ(log_.lines().at(8), "[TagSync] Skipping ONE: ETag unchanged");
   answerListing(answer(200, "<Contents><Key>p/tags/TWO/tags.jsonl</Key></Contents>"));
   for (int i = 0; i < 2; ++i) EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 1);
   EXPECT_EQ(database_.getRemoteETag("TWO").value(), "");
   list({});
   EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 0);
   EXPECT_EQ(log_.lines().back(), "[TagSync] Cross-device download complete: 0 total tags applied");
+
+  // A stored ETag that cannot be read is none.
+  execute("DROP TABLE tag_sync_offsets");
+  list({"ONE"});
+  EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 3);
+}
+
+TEST_F(TagSyncServiceTest, TheListPrefixIsEncodedAndKeysAreNot) {
+  auto elsewhere = config();
+  elsewhere.prefix = "p \u00f2/";
+  answerListing(answer(200, "<Contents><Key>p \u00f2/tags/U/tags.jsonl</Key></Contents>"));
+  EXPECT_EQ(run(service_.downloadAllRemoteTags(elsewhere)), 0);
+  EXPECT_EQ(server_.requests().at(0).target(),
+            "/photos?list-type=2&prefix=p%20%C3%B2/tags/&max-keys=1000");
+  EXPECT_EQ(log_.lines().at(2), "[TagSync] Skipping device U: Tag download failed: Invalid URL");
 }
 
 TEST_F(TagSyncServiceTest, ADeviceThatFailsIsPassedOver) {
   UploadStore::shared().upsert({"mine", "k", UploadStatus::completed, 1, 1});
-  list({"GONE", "DENIED", "RESET", "EMPTY", "BYTES", "a b", "GOOD"});
+  list({"GONE", "DENIED", "RESET", "HALF", "EMPTY", "BYTES", "a b", "GOOD"});
   answerObject("DENIED", answer(403));
+  auto half = answer(200, line("k", "no") + line("k", "no"));
+  half.sendAtMost = half.answer.size() - line("k", "no").size();
+  half.end = Reaction::End::reset;
+  answerObject("HALF", half);
   answerObject("RESET", testing::resetAfter(0));
   answerObject("EMPTY", answer(200));
   answerObject("BYTES", answer(200, line("k", "no") + "\xff"));
@@ -317,14 +342,15 @@ TEST_F(TagSyncServiceTest, ADeviceThatFailsIsPassedOver) {
   EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 1);
   EXPECT_THAT(database_.tagsForAsset("mine").value(), ElementsAre("mare"));
   const auto lines = log_.lines();
-  ASSERT_EQ(lines.size(), 8U);
-  EXPECT_EQ(lines.at(1), "[TagSync] Found 7 remote tag files (excluding own device)");
+  ASSERT_EQ(lines.size(), 9U);
+  EXPECT_EQ(lines.at(1), "[TagSync] Found 8 remote tag files (excluding own device)");
   EXPECT_EQ(lines.at(2), "[TagSync] Skipping device GONE: Tag download failed: HTTP error: 404");
   EXPECT_EQ(lines.at(3), "[TagSync] Skipping device DENIED: Tag download failed: HTTP error: 403");
   EXPECT_THAT(lines.at(4), ::testing::StartsWith("[TagSync] Skipping device RESET: "));
-  EXPECT_EQ(lines.at(5), "[TagSync] Skipping device a b: Tag download failed: Invalid URL");
-  EXPECT_EQ(lines.at(6), "[TagSync] Remote device GOOD: applied 1 tags");
-  for (const std::string uuid : {"GONE", "DENIED", "RESET", "EMPTY", "BYTES", "a b"}) {
+  EXPECT_THAT(lines.at(5), ::testing::StartsWith("[TagSync] Skipping device HALF: "));
+  EXPECT_EQ(lines.at(6), "[TagSync] Skipping device a b: Tag download failed: Invalid URL");
+  EXPECT_EQ(lines.at(7), "[TagSync] Remote device GOOD: applied 1 tags");
+  for (const std::string uuid : {"GONE", "DENIED", "RESET", "HALF", "EMPTY", "BYTES", "a b"}) {
     EXPECT_EQ(database_.getRemoteETag(uuid).value(), std::nullopt) << uuid;
   }
 }
@@ -396,19 +422,39 @@ TEST_F(TagSyncServiceTest, ALineMayHoldAnyNumberOfTags) {
 }
 
 TEST_F(TagSyncServiceTest, CancellingEndsTheRun) {
-  list({"STALLED", "NEXT"});
   answerObject("STALLED", testing::stallAfter(0));
-  boost::asio::io_context host;
-  boost::asio::cancellation_signal cancel;
-  auto result = boost::asio::co_spawn(
-      host, service_.downloadAllRemoteTags(config()),
-      boost::asio::bind_cancellation_slot(cancel.slot(), boost::asio::use_future));
-  std::thread runner([&] { host.run(); });
-  server_.waitForRequests(2);
-  boost::asio::post(host, [&] { cancel.emit(boost::asio::cancellation_type::terminal); });
-  runner.join();
-  EXPECT_EQ(errorOf(result.get()).code(), -999);
-  EXPECT_EQ(server_.requests().size(), 2U);
+  for (const auto& devices : {std::vector<std::string>{"STALLED", "NEXT"}, {"STALLED"}}) {
+    list(devices);
+    const auto before = server_.requests().size();
+    boost::asio::io_context host;
+    boost::asio::cancellation_signal cancel;
+    auto result = boost::asio::co_spawn(
+        host, service_.downloadAllRemoteTags(config()),
+        boost::asio::bind_cancellation_slot(cancel.slot(), boost::asio::use_future));
+    std::thread runner([&] { host.run(); });
+    server_.waitForRequests(before + 2);
+    boost::asio::post(host, [&] { cancel.emit(boost::asio::cancellation_type::terminal); });
+    runner.join();
+    EXPECT_EQ(errorOf(result.get()).code(), -999);
+    EXPECT_EQ(server_.requests().size(), before + 2);
+    EXPECT_THAT(log_.lines().back(), ::testing::StartsWith("[TagSync] Found "));
+  }
+}
+
+TEST_F(TagSyncServiceTest, OperationsRunAtTheSameTime) {
+  UploadStore::shared().upsert({"mine", "k", UploadStatus::completed, 1, 1});
+  ASSERT_TRUE(database_.upsertTag("mine", "onda", 1, own_));
+  list({"ONE"});
+  answerObject("ONE", answer(200, line("k", "mare")));
+  answerObject(own_, answer(200, R"({"asset_id":"old","tags":[{"tag":"neve","confidence":1}],)"
+                                 R"("ts":5})"));
+  {
+    const std::jthread upload([&] { EXPECT_TRUE(run(service_.uploadTagsToS3(config()))); });
+    const std::jthread restore([&] { EXPECT_EQ(run(service_.downloadTagsFromS3(config())), 1); });
+    const std::jthread merge([&] { EXPECT_EQ(run(service_.downloadAllRemoteTags(config())), 1); });
+  }
+  EXPECT_THAT(database_.tagsForAsset("mine").value(), UnorderedElementsAre("mare", "onda"));
+  EXPECT_THAT(database_.tagsForAsset("old").value(), ElementsAre("neve"));
 }
 
 }  // namespace

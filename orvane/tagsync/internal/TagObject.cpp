@@ -15,7 +15,10 @@ using internal::read;
 /// Whether the text stands in JSON as it is.
 bool isPlain(std::string_view text) {
   bool plain = true;
-  for (const char c : text) plain &= c >= ' ' && c != '"' && c != '\\';
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);  // `char` is not signed everywhere.
+    plain &= byte >= 0x20 && byte < 0x80 && c != '"' && c != '\\';
+  }
   return plain;
 }
 
