@@ -62,7 +62,7 @@ void ObjectStore::put(const std::string& key, std::string_view content,
                       const std::string& contentType) const {
   const TemporaryDirectory directory;
   writeFile(directory / "content", content);
-  run({"put", key, (directory / "content").string(), contentType});
+  static_cast<void>(run({"put", key, (directory / "content").string(), contentType}));
 }
 
 std::optional<std::string> ObjectStore::get(const std::string& key) const {
@@ -76,7 +76,7 @@ std::optional<StoredObject> ObjectStore::head(const std::string& key) const {
   return storedObject(parser.parse(*json));
 }
 
-void ObjectStore::remove(const std::string& key) const { run({"delete", key}); }
+void ObjectStore::remove(const std::string& key) const { static_cast<void>(run({"delete", key})); }
 
 std::vector<StoredObject> ObjectStore::list(const std::string& prefix) const {
   return elements(run({"list", prefix}).value(), storedObject);

@@ -56,7 +56,7 @@ class ObjectStore {
  private:
   [[nodiscard]] const std::string& at(const std::string& name) const { return settings_.at(name); }
   /// The client's output; nothing when it was to get or head what is not there.
-  std::optional<std::string> run(std::vector<std::string> command) const;
+  [[nodiscard]] std::optional<std::string> run(std::vector<std::string> command) const;
 
   std::string environmentFile_;
   std::map<std::string, std::string> settings_;
