@@ -2,8 +2,6 @@
 // judgement too, and must be the same after it was written and read again.
 
 #include <orvane/tagsync/internal/TagObject.h>
-#include <rapidjson/memorystream.h>
-#include <rapidjson/reader.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -12,22 +10,13 @@
 #include <string>
 #include <string_view>
 
+#include "IsJson.h"
+
 namespace {
 
 using orvane::internal::TagLine;
 using orvane::internal::TagObjectReader;
 using orvane::internal::TagObjectWriter;
-
-bool isJson(std::string_view text) {
-  constexpr unsigned kStrict = rapidjson::kParseValidateEncodingFlag |
-                               rapidjson::kParseNumbersAsStringsFlag |
-                               rapidjson::kParseIterativeFlag;
-  rapidjson::MemoryStream stream(text.data(), text.size());
-  rapidjson::BaseReaderHandler<> ignoreAll;
-  const auto result = rapidjson::Reader().Parse<kStrict>(stream, ignoreAll);
-  // Valid, but more than this parser has room for.
-  return !result.IsError() || result.Code() == rapidjson::kParseErrorNumberTooBig;
-}
 
 void require(bool condition) {
   if (!condition) std::abort();
@@ -55,12 +44,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::size_t accepted = 0;
   for (TagLine line; reader.next(line); ++accepted) checkRoundTrip(line);
 
-  std::size_t valid = 0;
   for (std::string_view rest = input; !rest.empty();) {
-    const auto line = rest.substr(0, rest.find('\n'));
-    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-    if (isJson(line)) ++valid;
+    const auto text = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(text.size() + 1, rest.size()));
+    TagObjectReader alone{std::string(text)};
+    TagLine line;
+    if (!alone.next(line)) continue;
+    require(isJson(text));
+    require(accepted-- > 0);
   }
-  require(accepted <= valid);
+  require(accepted == 0);
   return 0;
 }

@@ -3,30 +3,19 @@
 
 #include <orvane/bookkeeping/internal/RecordMap.h>
 #include <orvane/bookkeeping/internal/UploadRecordJson.h>
-#include <rapidjson/memorystream.h>
-#include <rapidjson/reader.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 
+#include "IsJson.h"
+
 namespace {
 
 using orvane::UploadRecord;
 using orvane::internal::UploadRecordJson;
 using Records = orvane::internal::RecordMap<UploadRecord, UploadRecordJson>;
-
-bool isJson(const std::string& text) {
-  constexpr unsigned kStrict = rapidjson::kParseValidateEncodingFlag |
-                               rapidjson::kParseNumbersAsStringsFlag |
-                               rapidjson::kParseIterativeFlag;
-  rapidjson::MemoryStream stream(text.data(), text.size());
-  rapidjson::BaseReaderHandler<> ignoreAll;
-  const auto result = rapidjson::Reader().Parse<kStrict>(stream, ignoreAll);
-  // Valid, but more than this parser has room for.
-  return !result.IsError() || result.Code() == rapidjson::kParseErrorNumberTooBig;
-}
 
 std::string written(Records& records) {
   std::string text;
