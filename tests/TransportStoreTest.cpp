@@ -13,7 +13,6 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/use_future.hpp>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -22,6 +21,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/ObjectStore.h"
+#include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
 
@@ -41,12 +41,8 @@ std::string randomText(std::size_t size) {
 
 Result<std::string> put(const S3Config& config, const std::string& key, std::string_view text) {
   const auto view = bytesOf(text);
-  boost::asio::io_context host;
-  auto result = boost::asio::co_spawn(
-      host, S3Uploader::uploadData({view.begin(), view.end()}, key, "image/jpeg", config),
-      boost::asio::use_future);
-  host.run();
-  return result.get();
+  return testing::run(
+      S3Uploader::uploadData({view.begin(), view.end()}, key, "image/jpeg", config));
 }
 
 Result<void> uploadFile(const S3Config& config, const std::filesystem::path& file,

@@ -23,6 +23,7 @@
 
 #include "support/FaultServer.h"
 #include "support/LogLines.h"
+#include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TagDatabaseFile.h"
 
@@ -37,16 +38,9 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using testing::Reaction;
 using testing::RecordedRequest;
+using testing::run;
 using ::testing::UnorderedElementsAre;
 using Tags = std::vector<TagWithConfidence>;
-
-template <class T>
-Result<T> run(Async<T> operation) {
-  boost::asio::io_context host;
-  auto result = boost::asio::co_spawn(host, std::move(operation), boost::asio::use_future);
-  host.run();
-  return result.get();
-}
 
 template <class T>
 Error errorOf(const Result<T>& result) {

@@ -2,13 +2,11 @@
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3Uploader.h>
 
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/use_future.hpp>
 #include <future>
 #include <thread>
 
 #include "support/FaultServer.h"
+#include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
 
@@ -28,12 +26,7 @@ Bytes bytes(std::string_view text) {
 }
 
 Result<std::string> uploadData(const S3Config& config, std::string_view text) {
-  boost::asio::io_context host;
-  auto result =
-      boost::asio::co_spawn(host, S3Uploader::uploadData(bytes(text), "k 1", "image/jpeg", config),
-                            boost::asio::use_future);
-  host.run();
-  return result.get();
+  return testing::run(S3Uploader::uploadData(bytes(text), "k 1", "image/jpeg", config));
 }
 
 struct FileUpload {

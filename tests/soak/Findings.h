@@ -4,9 +4,6 @@
 #include <orvane/transport/RetryPolicy.h>
 
 #include <algorithm>
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/use_future.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -67,15 +64,6 @@ auto retried(Findings& findings, const std::string& name, Operation operation) {
     std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(delay));
     delay = std::min(2 * delay, RetryPolicy::maxDelay);
   }
-}
-
-/// The outcome of an asynchronous operation. Blocks.
-template <class T>
-Result<T> outcomeOf(Async<T> operation) {
-  boost::asio::io_context host;
-  auto result = boost::asio::co_spawn(host, std::move(operation), boost::asio::use_future);
-  host.run();
-  return result.get();
 }
 
 }  // namespace orvane::soak

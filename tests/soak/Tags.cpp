@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Uploads.h"
+#include "support/Run.h"
 
 namespace orvane::soak {
 namespace {
@@ -84,10 +85,10 @@ TagLedger writeTags(Findings& findings, const std::stop_token& stop) {
 void exchangeTagsOnce(Findings& findings, const S3Config& config) {
   auto& service = TagSyncService::shared();
   static_cast<void>(retried(findings, "tag uploads", [&](std::int64_t) {
-    return outcomeOf(service.uploadTagsToS3(config));
+    return testing::run(service.uploadTagsToS3(config));
   }));
   const auto applied = retried(findings, "tag downloads", [&](std::int64_t) {
-    return outcomeOf(service.downloadAllRemoteTags(config));
+    return testing::run(service.downloadAllRemoteTags(config));
   });
   if (applied && *applied > 0) findings.count("tag downloads that brought tags");
 }
@@ -102,9 +103,9 @@ TagLedger playSecondDevice(Findings& findings, const S3Config& config,
   for (int turn = 0; !stop.stop_requested(); ++turn, pause(stop)) {
     ledger[{assetOf(turn), tagOf(turn)}] = confidenceOf(turn);
     static_cast<void>(retried(findings, "tag objects of the second device", [&](std::int64_t) {
-      return outcomeOf(S3Uploader::uploadData(tagObject(ledger),
-                                              "tags/" + deviceUUID + "/tags.jsonl",
-                                              "application/x-jsonlines", config));
+      return testing::run(S3Uploader::uploadData(tagObject(ledger),
+                                                 "tags/" + deviceUUID + "/tags.jsonl",
+                                                 "application/x-jsonlines", config));
     }));
   }
   return ledger;

@@ -16,6 +16,7 @@
 #include <string_view>
 #include <utility>
 
+#include "support/Run.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane::soak {
@@ -108,8 +109,8 @@ Result<void> Uploads::send(int way, const UploadRecord& record, const std::strin
   const bool isLarge = content.size() >= kChunk;
   if (way == 0 && !isLarge) {
     const auto bytes = bytesOf(content);
-    const auto eTag = outcomeOf(S3Uploader::uploadData({bytes.begin(), bytes.end()},
-                                                       record.filename(), kContentType, config_));
+    const auto eTag = testing::run(S3Uploader::uploadData(
+        {bytes.begin(), bytes.end()}, record.filename(), kContentType, config_));
     if (!eTag) return std::unexpected(eTag.error());
     findings_.expect(*eTag == record.eTag, record.id() + " was put with the ETag " + *eTag);
     return {};

@@ -32,6 +32,7 @@
 #include "Uploads.h"
 #include "support/ChildProcess.h"
 #include "support/ObjectStore.h"
+#include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
 
@@ -62,8 +63,8 @@ const testing::ChildMain kReader("reader", [](const std::vector<std::string>& ar
   if (!arguments.empty()) {
     SystemLog::setSink([](std::string_view) {});
     const auto config = configFor(ObjectStore());
-    if (!outcomeOf(TagSyncService::shared().downloadTagsFromS3(config)) ||
-        !outcomeOf(TagSyncService::shared().downloadAllRemoteTags(config))) {
+    if (!testing::run(TagSyncService::shared().downloadTagsFromS3(config)) ||
+        !testing::run(TagSyncService::shared().downloadAllRemoteTags(config))) {
       return 1;
     }
   }
