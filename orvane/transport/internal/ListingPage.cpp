@@ -1,5 +1,6 @@
 #include <orvane/transport/internal/ETag.h>
 #include <orvane/transport/internal/ListingPage.h>
+#include <orvane/transport/internal/NextElement.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -7,15 +8,10 @@
 namespace orvane::internal {
 namespace {
 
-struct Tags {
-  std::string_view opening;
-  std::string_view closing;
-};
-
-constexpr Tags kContents{"<Contents>", "</Contents>"};
-constexpr Tags kKey{"<Key>", "</Key>"};
-constexpr Tags kETag{"<ETag>", "</ETag>"};
-constexpr Tags kToken{"<NextContinuationToken>", "</NextContinuationToken>"};
+constexpr ElementTags kContents{"<Contents>", "</Contents>"};
+constexpr ElementTags kKey{"<Key>", "</Key>"};
+constexpr ElementTags kETag{"<ETag>", "</ETag>"};
+constexpr ElementTags kToken{"<NextContinuationToken>", "</NextContinuationToken>"};
 
 /// LF, VT, FF, CR, and the first bytes of NEL (C2 85), LS (E2 80 A8) and PS (E2 80 A9).
 bool mayBeginLineBreak(char c) { return (c >= '\n' && c <= '\r') || c == '\xC2' || c == '\xE2'; }
@@ -39,7 +35,7 @@ std::size_t lastLine(std::string_view text) {
 }
 
 /// The text of the first element in `text`.
-std::optional<std::string_view> firstElement(std::string_view text, const Tags& tags) {
+std::optional<std::string_view> firstElement(std::string_view text, const ElementTags& tags) {
   auto opening = text.find(tags.opening);
   while (opening != std::string_view::npos) {
     const auto start = opening + tags.opening.size();
@@ -58,18 +54,12 @@ std::optional<std::string_view> firstElement(std::string_view text, const Tags& 
 
 std::vector<KeyETagPair> parseKeyETagPairs(std::string_view text) {
   std::vector<KeyETagPair> pairs;
-  for (;;) {
-    const auto opening = text.find(kContents.opening);
-    if (opening == std::string_view::npos) return pairs;
-    text.remove_prefix(opening + kContents.opening.size());
-    const auto end = text.find(kContents.closing);
-    if (end == std::string_view::npos) return pairs;
-    const auto entry = text.substr(0, end);
-    text.remove_prefix(end + kContents.closing.size());
-    if (const auto key = firstElement(entry, kKey)) {
-      pairs.push_back({std::string(*key), etagFromXml(firstElement(entry, kETag).value_or(""))});
+  while (const auto entry = nextElement(text, kContents)) {
+    if (const auto key = firstElement(*entry, kKey)) {
+      pairs.push_back({std::string(*key), etagFromXml(firstElement(*entry, kETag).value_or(""))});
     }
   }
+  return pairs;
 }
 
 std::optional<std::string> parseToken(std::string_view text) {
