@@ -1,6 +1,7 @@
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/bookkeeping/internal/RecordStore.h>
 #include <orvane/bookkeeping/internal/UploadRecordJson.h>
+#include <orvane/bookkeeping/internal/UploadStoreFilenames.h>
 #include <orvane/platform/internal/Prefetch.h>
 
 #include <utility>
@@ -39,8 +40,9 @@ std::optional<UploadRecord> UploadStore::record(std::string_view assetId) {
   return implementation_->store.copyOf(assetId);
 }
 
-std::vector<std::string> UploadStore::filenames(std::span<const std::string_view> assetIds) {
-  return implementation_->store.read([&](const Records& records) {
+std::vector<std::string> internal::filenamesIn(UploadStore& store,
+                                               std::span<const std::string_view> assetIds) {
+  return store.implementation_->store.read([&](const Records& records) {
     // In three rounds, so that many records come from memory at the same time.
     std::vector<const UploadRecord*> found;
     found.reserve(assetIds.size());

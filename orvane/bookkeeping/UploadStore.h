@@ -13,6 +13,13 @@
 
 namespace orvane {
 
+class UploadStore;
+
+namespace internal {
+std::vector<std::string> filenamesIn(UploadStore& store,
+                                     std::span<const std::string_view> assetIds);
+}
+
 /// Remembers the upload record of every asset across restarts of the process.
 ///
 /// A map from asset identifier to record, kept in memory and in the file "upload_records_v1.json"
@@ -42,10 +49,6 @@ class UploadStore {
 
   /// The record filed under an asset identifier. Blocks.
   [[nodiscard]] std::optional<UploadRecord> record(std::string_view assetId);
-
-  /// The `filename` of the record filed under each identifier, in their order; empty where there is
-  /// no record. Blocks, once for all of them.
-  [[nodiscard]] std::vector<std::string> filenames(std::span<const std::string_view> assetIds);
 
   /// Every record, in no particular order. Blocks.
   [[nodiscard]] std::vector<UploadRecord> allRecords();
@@ -93,6 +96,8 @@ class UploadStore {
 
  private:
   struct Implementation;
+  friend std::vector<std::string> internal::filenamesIn(UploadStore& store,
+                                                        std::span<const std::string_view> assetIds);
 
   UploadStore();
   ~UploadStore();

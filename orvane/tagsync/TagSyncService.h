@@ -21,7 +21,7 @@ struct RemoteTagFile;
 struct TagUpload {
   std::int64_t byteOffset = 0;  ///< Size of the object in bytes; 0 when there was nothing to send.
   std::string eTag;             ///< The object's ETag without quotes; may be empty.
-  std::int64_t tagCount = 0;    ///< Assets that this device has tags for (not their tags).
+  std::int64_t tagCount = 0;    ///< Assets (not tags) that were read, also those left out.
 };
 
 /// Shares tags between a user's devices through the bucket that holds the backup.

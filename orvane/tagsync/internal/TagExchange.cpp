@@ -1,4 +1,5 @@
 #include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/bookkeeping/internal/UploadStoreFilenames.h>
 #include <orvane/platform/internal/Prefetch.h>
 #include <orvane/tagging/internal/TagBatch.h>
 #include <orvane/tagsync/internal/TagExchange.h>
@@ -43,7 +44,7 @@ Bytes tagObjectOf(const TagsByAsset& tags, std::int64_t ts) {
   bool hasRoom = false;
   for (auto asset = tags.begin(); asset != tags.end(); group.swap(following)) {
     following.clear();
-    for (const auto& filename : UploadStore::shared().filenames(group)) {
+    for (const auto& filename : filenamesIn(UploadStore::shared(), group)) {
       ahead.takeNext(following);
       object.append(asset->first, asset->second, filename);
       ++asset;
