@@ -7,7 +7,7 @@
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
 #include <orvane/transport/TalvexAPIService.h>
-#include <orvane/transport/internal/XmlText.h>
+#include <orvane/transport/XmlText.h>
 
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/co_spawn.hpp>
@@ -171,7 +171,7 @@ TEST(TransportStore, ListsPageAfterPage) {
   ASSERT_EQ(listed->size(), std::size_t{kObjects});
   ASSERT_EQ(stored.size(), std::size_t{kObjects});
   for (std::size_t i = 0; i < stored.size(); ++i) {
-    EXPECT_EQ(internal::withoutXmlReferences((*listed)[i].key), stored[i].key);
+    EXPECT_EQ(withoutXmlReferences((*listed)[i].key), stored[i].key);
     EXPECT_EQ("\"" + (*listed)[i].eTag + "\"", stored[i].etag);
   }
   auto stranger = config;

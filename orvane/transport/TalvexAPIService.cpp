@@ -5,8 +5,8 @@
 #include <orvane/platform/Utf8.h>
 #include <orvane/transport/AWSSignatureV4.h>
 #include <orvane/transport/TalvexAPIService.h>
+#include <orvane/transport/XmlText.h>
 #include <orvane/transport/internal/ListingPage.h>
-#include <orvane/transport/internal/XmlText.h>
 
 #include <chrono>
 #include <iterator>
@@ -35,7 +35,7 @@ std::optional<Url> pageUrl(const S3Config& config, std::string_view prefix,
   if (continuationToken) {
     // The answer is XML and the request is not: a token handed back with its references is another
     // one, by which a store may repeat a page for ever.
-    const auto token = internal::withoutXmlReferences(*continuationToken);
+    const auto token = withoutXmlReferences(*continuationToken);
     text.append("&continuation-token=");
     platform::appendPercentEncoded(text, token, kQueryText);
   }

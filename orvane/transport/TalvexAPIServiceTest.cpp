@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <orvane/transport/TalvexAPIService.h>
+#include <orvane/transport/XmlText.h>
 #include <orvane/transport/internal/ListingPage.h>
-#include <orvane/transport/internal/XmlText.h>
 
 #include "support/FaultServer.h"
 #include "support/StoreConfig.h"
@@ -78,10 +78,11 @@ TEST(XmlText, ReplacesReferences) {
       {"a&amp;b&lt;&gt;&quot;&apos;", "a&b<>\"'"},
       {"&amp;amp;&#38;lt;&#x26;", "&amp;&lt;&"},
       {"&#9;&#xd;&#xe9;&#x4E2D;&#128512;&#1114111;", "\t\r\u00e9\u4e2d\U0001f600\U0010ffff"},
+      {"&#x0000041;&#" + std::string(1000, '0') + "66;&&amp;#x&gt;", "AB&&#x>"},
       {"&;&am;&AMP;&amp&#;&#x;&#-1;&#xg;&#0;", "&;&am;&AMP;&amp&#;&#x;&#-1;&#xg;&#0;"},
       {"&#xD800;&#1114112;&#99999999999;&", "&#xD800;&#1114112;&#99999999999;&"}};
   for (const auto& [text, plain] : cases) {
-    EXPECT_EQ(internal::withoutXmlReferences(text), plain) << text;
+    EXPECT_EQ(withoutXmlReferences(text), plain) << text;
   }
 }
 

@@ -1,5 +1,5 @@
 #include <orvane/platform/Utf8.h>
-#include <orvane/transport/internal/XmlText.h>
+#include <orvane/transport/XmlText.h>
 
 #include <algorithm>
 #include <array>
@@ -8,14 +8,11 @@
 #include <cstdint>
 #include <utility>
 
-namespace orvane::internal {
+namespace orvane {
 namespace {
 
 constexpr std::array<std::pair<std::string_view, std::string_view>, 5> kNamed{
     {{"amp", "&"}, {"lt", "<"}, {"gt", ">"}, {"quot", "\""}, {"apos", "'"}}};
-
-/// The longest reference to a character, without "&" and ";": "#1114111".
-constexpr std::size_t kLongestName = 8;
 
 std::string numbered(std::string_view digits) {
   const bool hexadecimal = digits.starts_with('x');
@@ -44,12 +41,14 @@ std::string withoutXmlReferences(std::string_view text) {
     plain.append(text.substr(0, start));
     if (start == std::string_view::npos) return plain;
     text.remove_prefix(start + 1);
-    const auto length = text.substr(0, kLongestName + 1).find(';');
+    // A number may begin with any number of zeros; but where another "&" follows, this one begins
+    // no reference, so nothing is looked at more than twice.
+    const auto length = std::min(text.find_first_of("&;"), text.size());
     const auto character =
-        length == std::string_view::npos ? std::string() : characterOf(text.substr(0, length));
+        text.substr(length).starts_with(';') ? characterOf(text.substr(0, length)) : std::string();
     plain.append(character.empty() ? "&" : character);
     if (!character.empty()) text.remove_prefix(length + 1);
   }
 }
 
-}  // namespace orvane::internal
+}  // namespace orvane
