@@ -115,24 +115,82 @@ TEST_F(BackupHostTest, SendsWhatIsNewOrChanged) {
 
   EXPECT_THAT(backUp().output, HasSubstr("0 files uploaded (0 B), 4 already there, 0 failed"));
   addFile("empty.txt", "no more");
-  EXPECT_THAT(backUp().output, HasSubstr("1 files uploaded (7 B), 3 already there, 0 failed"));
+  EXPECT_THAT(backUp().output, HasSubstr("1 file uploaded (7 B), 3 already there, 0 failed"));
   EXPECT_EQ(store.get(store.prefix() + "media/empty.txt"), "no more");
   EXPECT_EQ(status(), "completed: 4\n");
+  EXPECT_THAT(with(state_, {"status"}).output, ContainsRegex("lately ([▁▂▃▄▅▆▇█]{3})+ .at most"));
 }
 
 TEST_F(BackupHostTest, WrongSecretFailsUntilItIsPutRight) {
   const ObjectStore store;
-  addFile("a.jpg", "a");
+  for (const char* name : {"a.jpg", "b", "c", "d", "e", "f", "g", "h", "i"}) addFile(name, name);
   configure(store.endpoint(), store.accessKey(), "not-the-secret", store.prefix());
   const Outcome refused = backUp();
   EXPECT_EQ(refused.status, 1);
   EXPECT_THAT(refused.output, AllOf(HasSubstr("failed    a.jpg: HTTP error 403 (check keys"),
-                                    HasSubstr("1 failed"), Not(HasSubstr("not-the-secret"))));
-  EXPECT_EQ(status(), "failed: 1\n");
-
+                                    HasSubstr("Given up, since every file would fail: "),
+                                    Not(HasSubstr("    i: ")), Not(HasSubstr("not-the-secret"))));
+  for (const char* command : {"verify", "sync"}) {
+    const Outcome outcome = withStore(command, state_);
+    EXPECT_EQ(outcome.status, 1) << outcome.output;
+    EXPECT_THAT(outcome.output, AllOf(HasSubstr("HTTP"), HasSubstr("403"), Not(HasSubstr("<"))));
+  }
   configure(store);
   EXPECT_EQ(backUp().status, 0);
-  EXPECT_EQ(status(), "completed: 1\n");
+  EXPECT_EQ(status(), "completed: 9\n");
+}
+
+TEST_F(BackupHostTest, StateServesOneFolderAndOneStore) {
+  FaultServer server;
+  addFile("a", "a");
+  addFile("state/b", "no backup of what is changing meanwhile");
+  configure(server.url(), "key", "secret", "typo/");
+  server.queue(answer(400));
+  const fs::path state = folder_ / "state";
+  const auto backUpTo = [&](const fs::path& folder) {
+    return with(state, {"run", folder, "--config", config_});
+  };
+  EXPECT_EQ(backUpTo(folder_).status, 1);  // Nothing is anywhere yet, so nothing is mixed up.
+  configure(server.url(), "key", "secret", "right/");
+  EXPECT_EQ(backUpTo(folder_).status, 0);
+  ASSERT_EQ(uploadsTo(server), 2U);
+  EXPECT_EQ(backUpTo(folder_ / ".").status, 0);
+  fs::create_directory(testDirectory() / "other");
+  EXPECT_EQ(backUpTo(testDirectory() / "other").status, 2);
+
+  for (const char* prefix : {"", "left/"}) {
+    configure(server.url(), "key", "secret", prefix);
+    for (const char* command : {"verify", "sync"}) {
+      EXPECT_EQ(withStore(command, state).status, 2) << command;
+    }
+    const Outcome refused = backUpTo(folder_);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.output, AllOf(HasSubstr("/photos/right/, not to "),
+                                      HasSubstr("Application Support\" to start over")));
+  }
+  EXPECT_EQ(uploadsTo(server), 2U);
+}
+
+TEST_F(BackupHostTest, OneCommandAtATimeChangesAState) {
+  const Gate gate;
+  FaultServer server([&](const RecordedRequest&) {
+    return Reaction{.answer = answerText(200), .sendHold = Reaction::Hold{.at = 0, .gate = gate}};
+  });
+  configure(server.url());
+  addFile("a.jpg", "no photo");
+  auto first = start(runArguments());
+  server.waitForRequests(1);
+  for (const Outcome& second :
+       {backUp(), with(state_, {"tag"}), withStore("sync", state_), withStore("verify", state_)}) {
+    EXPECT_EQ(second.status, 2);
+    EXPECT_THAT(second.output, HasSubstr("another orvane-backup is at work"));
+  }
+  EXPECT_EQ(status(), "uploading: 1\n");
+  gate.open();
+  EXPECT_EQ(first.wait(), 0);
+  const Outcome tagged = with(state_, {"tag"});
+  EXPECT_EQ(tagged.status, 0);
+  EXPECT_THAT(tagged.output, HasSubstr("Vision classify failed: "));
 }
 
 TEST_F(BackupHostTest, UnusableConfigurationIsRefused) {
@@ -143,14 +201,25 @@ TEST_F(BackupHostTest, UnusableConfigurationIsRefused) {
     EXPECT_EQ(refused.status, 2) << text;
     EXPECT_THAT(refused.output, HasSubstr("config.json must be a JSON object")) << text;
   }
-  for (const char* endpoint : {"", "not a URL"}) {
+  for (const char* endpoint : {"", "not a URL", "ftp://x", "http://", "http://h:99999", "h:1"}) {
     configure(endpoint);
     const Outcome refused = backUp();
     EXPECT_EQ(refused.status, 2) << endpoint;
     EXPECT_THAT(refused.output, HasSubstr("the endpoint must be a URL")) << endpoint;
   }
-  EXPECT_EQ(run({"run"}).status, 2);
-  EXPECT_EQ(run({"run", "nowhere", "--config", config_, "--state", state_}).status, 2);
+  for (const char* prefix : {"a b/", "\u00e8/", "a<b/", "a+b/", "a&b/", "50%/"}) {
+    configure("http://127.0.0.1:1", "key", "secret", prefix);
+    EXPECT_THAT(backUp().output, HasSubstr("the prefix may hold")) << prefix;
+  }
+  configure("http://127.0.0.1:1");
+  const std::vector<std::string> wrong[] = {
+      {"run"}, {"statsu"}, {}, {"run", "nowhere", "--config", config_}, {"tag", "nowhere"}};
+  for (const auto& arguments : wrong) {
+    const Outcome outcome = with(state_, arguments);
+    EXPECT_EQ(outcome.status, 2) << outcome.output;
+    EXPECT_THAT(outcome.output, Not(HasSubstr("subcommand")));
+  }
+  EXPECT_EQ(run({"--state", state_, "status"}).output, "no records yet\n");
 }
 
 TEST_F(BackupHostTest, KilledRunIsContinued) {
@@ -162,6 +231,9 @@ TEST_F(BackupHostTest, KilledRunIsContinued) {
   configure(server.url());
   for (const char* name : {"a", "b", "c", "d", "e", "f"}) addFile(name, name);
   auto killed = start(runArguments());
+  for (int uploaded = 0; uploaded < 5;) {
+    if (killed.readLine().value().starts_with("uploaded")) ++uploaded;
+  }
   while (!status().contains("completed: 5")) std::this_thread::yield();
   EXPECT_EQ(status(), "uploading: 1\ncompleted: 5\n");
   killed.kill(SIGKILL);
@@ -170,24 +242,38 @@ TEST_F(BackupHostTest, KilledRunIsContinued) {
   stalls = false;
   const Outcome second = backUp();
   EXPECT_EQ(second.status, 0);
-  EXPECT_THAT(second.output, HasSubstr("1 files uploaded (1 B), 5 already there, 0 failed"));
+  EXPECT_THAT(second.output, HasSubstr("1 file uploaded (1 B), 5 already there, 0 failed"));
   EXPECT_EQ(uploadsTo(server), 7U);
   EXPECT_EQ(status(), "completed: 6\n");
 }
 
 TEST_F(BackupHostTest, OnlyTransientFailuresAreRetried) {
-  FaultServer server;
+  const fs::path other = testDirectory() / "offline";
+  for (const char* name : {"1", "2", "3", "4", "5"}) addFile("../offline/" + std::string(name), "");
+  configure("http://127.0.0.1:1");
+  auto offline = start({"run", other, "--config", config_, "--state", other / "state"});
+  ASSERT_THAT(offline.readLine().value_or(""),
+              HasSubstr("Backing up"));  // It has read all it needs.
+
+  FaultServer server([](const RecordedRequest& request) {
+    return answer(request.target() == "/photos/media/b" ? 503 : 200);
+  });
   configure(server.url());
   addFile("a", "a");
   server.queue(answer(400));
   EXPECT_EQ(backUp().status, 1);
   EXPECT_EQ(uploadsTo(server), 1U);
 
-  server.queue(answer(503));
+  addFile("b", "b");
   const Outcome retried = backUp();
-  EXPECT_EQ(retried.status, 0);
-  EXPECT_THAT(retried.output, ContainsRegex("retrying  a in [23].[0-9] s: HTTP error 503"));
-  EXPECT_EQ(uploadsTo(server), 3U);
+  EXPECT_EQ(retried.status, 1);
+  EXPECT_THAT(retried.output, AllOf(ContainsRegex("retrying  b in [23].[0-9] s: HTTP error 503"),
+                                    HasSubstr("failed    b: HTTP error 503")));
+  EXPECT_EQ(uploadsTo(server), 1U + 1U + 4U);  // Once, and three times more in one run.
+  EXPECT_THAT(offline.readAll(), HasSubstr("every file would fail: 1 file left"));
+  EXPECT_EQ(offline.wait(), 1);
+  EXPECT_THAT(readFile(other / "state/Application Support/upload_records_v1.json"),
+              Not(ContainsRegex("\"retryCount\":[1-9]")));
 }
 
 TEST_F(BackupHostTest, RetriesOfALifetimeAreLimited) {
@@ -219,12 +305,16 @@ TEST_F(BackupHostTest, UnspeakableNamesAreReported) {
   configure(server.url());
   addFile("caf\xE9", "a");
   addFile("esc\x1B[1m", "b");
+  addFile("\u202Egpj.\u0085", "c");
   const Outcome outcome = backUp();
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.output, AllOf(HasSubstr("failed    caf?: the name is not UTF-8"),
-                                    HasSubstr("uploaded  esc?[1m, 1 B")));
-  ASSERT_EQ(uploadsTo(server), 1U);
-  EXPECT_EQ(server.requests()[0].target(), "/photos/media/esc%1B%5B1m");
+  EXPECT_THAT(outcome.output,
+              AllOf(HasSubstr("failed    caf?: the name is not UTF-8"),
+                    HasSubstr("uploaded  esc?[1m, 1 B"), HasSubstr("uploaded  ?gpj.?, 1 B")));
+  std::set<std::string> targets;
+  for (const auto& request : server.requests()) targets.insert(request.target());
+  EXPECT_TRUE(targets.contains("/photos/media/esc%1B%5B1m"));
+  EXPECT_TRUE(targets.contains("/photos/media/%E2%80%AEgpj.%C2%85"));
 }
 
 TEST_F(BackupHostTest, FirstSignalWaitsForUploadsUnderWay) {
@@ -255,7 +345,7 @@ TEST_F(BackupHostTest, FirstSignalWaitsForUploadsUnderWay) {
   EXPECT_EQ(status(), "pending: 2\ncompleted: 4\n");
 }
 
-TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostOrNeverGot) {
+TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostAndRepairsIt) {
   const ObjectStore store;
   configure(store);
   const std::string media = store.prefix() + "media/";
@@ -263,7 +353,8 @@ TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostOrNeverGot) {
     addFile(name, name);
   ASSERT_EQ(backUp().status, 0);
   EXPECT_EQ(withStore("verify", state_).output,
-            "unlisted  two?lines\n3 objects as recorded, 0 missing, 0 changed, 0 unknown\n");
+            "unlisted  two?lines\n3 objects as recorded, 0 missing, 0 changed, 0 unknown, "
+            "1 unlisted (stores list no name with a line break)\n");
 
   store.put(media + "stranger", "?", "text/plain");
   EXPECT_EQ(withStore("verify", state_).status, 0);
@@ -271,9 +362,16 @@ TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostOrNeverGot) {
   store.put(media + "overwritten", "by somebody", "text/plain");
   const Outcome verified = withStore("verify", state_);
   EXPECT_EQ(verified.status, 1);
-  EXPECT_EQ(verified.output,
-            "missing   lost\nchanged   overwritten\nunknown   media/stranger\n"
-            "unlisted  two?lines\n1 objects as recorded, 1 missing, 1 changed, 1 unknown\n");
+  EXPECT_THAT(verified.output,
+              AllOf(HasSubstr("missing   lost\nchanged   overwritten\nunknown   media/stranger\n"
+                              "unlisted  two?lines\n1 object as recorded, 1 missing, 1 changed, "
+                              "1 unknown, 1 unlisted"),
+                    HasSubstr("; verify --repair makes the next run send")));
+  EXPECT_EQ(with(state_, {"verify", "--repair", "--config", config_}).status, 1);
+  EXPECT_THAT(backUp().output, HasSubstr("2 files uploaded"));
+  EXPECT_EQ(withStore("verify", state_).status, 0);
+  EXPECT_EQ(store.get(media + "lost").value() + store.get(media + "overwritten").value(),
+            "lostoverwritten");
 }
 
 void savePhoto(const fs::path& file, const platform::RgbImage& photo) {
@@ -348,6 +446,10 @@ TEST_F(TaggingHostTest, KilledTaggingGoesOnWhereItWas) {
   addPhoto("0.png", nothing);  // Another photo under this name is looked at when it is backed up.
   ASSERT_EQ(backUp().status, 0);
   EXPECT_THAT(with(state_, {"tag"}).output, HasSubstr("looked at, 1 of them now"));
+  fs::rename(folder_, testDirectory() / "moved");
+  EXPECT_EQ(with(state_, {"tag"}).status, 2);
+  EXPECT_THAT(with(state_, {"tag", "--again", testDirectory() / "moved"}).output,
+              HasSubstr("looked at, 200 of them now"));
 }
 
 TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
@@ -365,13 +467,21 @@ TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
   EXPECT_EQ(withStore("sync", other).status, 0);
   const Outcome found = with(other, {"search", "cielo"});
   EXPECT_EQ(found.output, with(state_, {"search", "cielo"}).output);
-  EXPECT_THAT(found.output, AllOf(HasSubstr("you & me <3.png: "), HasSubstr("1 photos")));
+  EXPECT_THAT(found.output, AllOf(HasSubstr("you & me <3.png: "), HasSubstr("1 photo\n")));
+  EXPECT_THAT(with(other, {"top"}).output, ContainsRegex("cielo .*█ 1\n"));
   EXPECT_THAT(with(other, {"tags", "you & me <3.png"}).output, HasSubstr("cielo"));
+  EXPECT_EQ(with(other, {"tags", "wall.png"}).output, "no tags\n");
+  EXPECT_THAT(with(other, {"tags", "nothing"}).output, HasSubstr("no such photo: nothing"));
   EXPECT_EQ(withStore("verify", other).status, 0);
 
   fs::remove_all(state_ / "Documents");  // The own tags come back from the bucket.
   EXPECT_THAT(withStore("sync", state_).output, HasSubstr("Restored"));
-  EXPECT_THAT(with(state_, {"search", "cielo"}).output, HasSubstr("1 photos"));
+  EXPECT_THAT(with(state_, {"search", "cielo"}).output, HasSubstr("1 photo\n"));
+  fs::remove_all(state_ / "Documents");  // Or are found again, lest too few of them be published.
+  addPhoto("new.png", sky);
+  ASSERT_EQ(backUp().status, 0);
+  EXPECT_THAT(with(state_, {"tag"}).output, HasSubstr("3 photos looked at, 3 of them now"));
+  EXPECT_THAT(withStore("sync", state_).output, HasSubstr("Published the tags of 2 photos"));
   fs::remove(config_);
   EXPECT_EQ(withStore("sync", state_).status, 2);
 }
@@ -383,6 +493,12 @@ TEST_F(TaggingHostTest, KeyringHoldsTheIdentityWhenItIsThere) {
   ASSERT_EQ(backUp().status, 0);
   setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nowhere", 1);
   EXPECT_EQ(with(state_, {"tag", "--keyring"}).status, 2);
+  writeFile(state_ / "Secrets", "no folder");
+  for (const Outcome& unusable : {with(state_, {"tag"}), withStore("sync", state_)}) {
+    EXPECT_EQ(unusable.status, 2);
+    EXPECT_THAT(unusable.output, HasSubstr("the device's identity: "));
+  }
+  fs::remove(state_ / "Secrets");
 #ifdef ORVANE_WITH_SECRET_SERVICE
   const SessionBus bus;
   const SecretService service;

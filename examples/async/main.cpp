@@ -8,9 +8,12 @@
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
+#include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <system_error>
 
 namespace {
 
@@ -24,7 +27,10 @@ Async<std::string> put(std::string key, std::string_view text, const S3Config& c
                                         config);
 }
 
+bool allWell = true;
+
 void report(std::string_view how, const Result<std::string>& etag) {
+  allWell = allWell && etag.has_value();
   std::cout << how << ": " << (etag ? "ETag " + *etag : etag.error().description()) << '\n';
 }
 
@@ -35,7 +41,9 @@ boost::asio::awaitable<void> asCoroutine(S3Config config) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::ifstream file(argc == 2 ? argv[1] : "");
+  const std::filesystem::path path(argc == 2 ? argv[1] : "");
+  std::error_code ignored;
+  std::ifstream file(is_directory(path, ignored) ? "" : path);
   const auto config = S3Config::fromJson(std::string(std::istreambuf_iterator(file), {}));
   if (!config || !config->isValid()) {
     std::cerr << "usage: orvane-async CONFIG\n";
@@ -50,4 +58,5 @@ int main(int argc, char** argv) {
       [](const std::exception_ptr&, const Result<std::string>& etag) { report("callback", etag); });
   context.run();  // One thread serves all three.
   report("future", future.get());
+  return allWell ? 0 : 1;
 }

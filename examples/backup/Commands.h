@@ -34,7 +34,7 @@ using Path = std::filesystem::path;
 
 int runCommand(const Path& folder, const orvane::S3Config& config, bool retryAll);
 int statusCommand();
-int verifyCommand(const orvane::S3Config& config);
+int verifyCommand(const orvane::S3Config& config, bool repairs);
 /// Without a folder: the one that was backed up last.
 int tagCommand(const std::optional<Path>& folder, bool again);
 int searchCommand(const std::string& word);

@@ -15,6 +15,21 @@ namespace {
 
 bool beginsCharacter(char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }
 
+/// Control characters, and what breaks a line or turns its direction; in UTF-8, whose bytes are
+/// ordered as the characters are.
+bool isConfusing(std::string_view character) {
+  using Range = std::pair<std::string_view, std::string_view>;
+  constexpr std::array<Range, 6> kConfusing = {{{"", "\x1F"},
+                                                {"\x7F", "\u009F"},
+                                                {"\u061C", "\u061C"},
+                                                {"\u200E", "\u200F"},
+                                                {"\u2028", "\u202E"},
+                                                {"\u2066", "\u2069"}}};
+  return std::ranges::any_of(kConfusing, [character](const Range& range) {
+    return range.first <= character && character <= range.second;
+  });
+}
+
 }  // namespace
 
 std::string byteText(std::int64_t bytes) {
@@ -35,10 +50,19 @@ std::string decimal(double number) {
 
 std::string printable(std::string_view name) {
   const bool utf8 = orvane::platform::isUtf8(name);
-  std::string text(name);
-  std::ranges::replace_if(
-      text, [utf8](unsigned char c) { return c < 0x20 || c == 0x7F || (c > 0x7F && !utf8); }, '?');
+  std::string text;
+  while (!name.empty()) {
+    const auto* const next = std::find_if(name.begin() + 1, name.end(), beginsCharacter);
+    const auto character = name.substr(0, utf8 ? static_cast<std::size_t>(next - name.begin()) : 1);
+    const bool shown = utf8 ? !isConfusing(character) : character >= " " && character < "\x7F";
+    text += shown ? character : "?";
+    name.remove_prefix(character.size());
+  }
   return text;
+}
+
+std::string lineText(std::string_view word, std::string_view name, std::string_view detail) {
+  return padded(std::string(word), 10) + printable(name) + std::string(detail) + '\n';
 }
 
 std::string listText(const std::vector<std::string>& words) {
@@ -78,7 +102,12 @@ void Display::clearBar() {
 
 void Display::print(std::string_view word, std::string_view name, std::string_view detail) {
   clearBar();
-  std::cout << padded(std::string(word), 10) << printable(name) << detail << '\n' << std::flush;
+  std::cout << lineText(word, name, detail) << std::flush;
+}
+
+void Display::printFailure(std::string_view word, std::string_view name, std::string_view detail) {
+  clearBar();
+  std::cerr << lineText(word, name, detail);
 }
 
 }  // namespace backup

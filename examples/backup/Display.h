@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -14,11 +15,20 @@ namespace backup {
 /// A number with one digit after the point.
 [[nodiscard]] std::string decimal(double number);
 
-/// A file's name with "?" for what would confuse a terminal.
+/// "1 file", "2 files"...
+[[nodiscard]] std::string countText(std::integral auto count, std::string_view thing) {
+  return std::to_string(count) + ' ' + std::string(thing) + (count == 1 ? "" : "s");
+}
+
+/// A file's name with "?" for what would confuse a terminal or its reader.
 [[nodiscard]] std::string printable(std::string_view name);
 
 /// "a, b, c", or "nothing known".
 [[nodiscard]] std::string listText(const std::vector<std::string>& words);
+
+/// "word      name detail": a line about a file, the name printable.
+[[nodiscard]] std::string lineText(std::string_view word, std::string_view name,
+                                   std::string_view detail = {});
 
 /// The text with spaces after it, so that it fills so many columns.
 [[nodiscard]] std::string padded(std::string text, std::size_t columns);
@@ -26,7 +36,7 @@ namespace backup {
 /// So many cells, the given fraction of them full.
 [[nodiscard]] std::string barText(double fraction, std::size_t cells);
 
-/// What the user sees while something goes on: lines, and under them a bar that is drawn anew in
+/// What the user sees while something goes on: lines, and under them a bar that is redrawn in
 /// place; without the bar when standard output is no terminal.
 class Display {
  public:
@@ -38,6 +48,8 @@ class Display {
   void clearBar();
   /// Prints a line that stays: a word, a file's name, and more about it.
   void print(std::string_view word, std::string_view name, std::string_view detail);
+  /// The same for what went wrong, on standard error.
+  void printFailure(std::string_view word, std::string_view name, std::string_view detail);
 
  private:
   const bool terminal_;

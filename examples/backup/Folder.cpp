@@ -1,8 +1,10 @@
 #include "Folder.h"
 
 #include <orvane/platform/Utf8.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <system_error>
 
@@ -16,24 +18,29 @@ void addFile(const fs::directory_entry& entry, std::string name, Folder& folder)
   if (!orvane::platform::isUtf8(name)) {
     return folder.problems.push_back({std::move(name), "the name is not UTF-8"});
   }
-  std::error_code error;
-  const auto size = entry.file_size(error);
-  const auto modified = error ? fs::file_time_type() : entry.last_write_time(error);
-  if (error) return folder.problems.push_back({std::move(name), error.message()});
-  const auto time = std::chrono::time_point_cast<orvane::Date::TimePoint::duration>(
-      std::chrono::file_clock::to_sys(modified));
-  folder.files.push_back(
-      {entry.path(), std::move(name), static_cast<std::int64_t>(size), orvane::Date::from(time)});
+  struct stat file{};
+  if (::stat(entry.path().c_str(), &file) != 0) {
+    return folder.problems.push_back({std::move(name), std::generic_category().message(errno)});
+  }
+  // The clocks of the standard library end in 2262.
+  const std::chrono::duration<double> rest = std::chrono::nanoseconds(file.st_mtim.tv_nsec);
+  const auto seconds = file.st_mtim.tv_sec - orvane::Date::kReferenceDate;
+  folder.files.push_back({entry.path(), std::move(name), file.st_size,
+                          orvane::Date{static_cast<double>(seconds) + rest.count()}});
 }
 
-void addEntries(const fs::path& path, const std::string& prefix, Folder& folder) {
+void addEntries(const fs::path& path, const std::string& prefix, const fs::path& without,
+                Folder& folder) {
   std::error_code error;
+  if (fs::equivalent(path, without, error)) return;
   fs::directory_iterator entry(path, error);
   for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
     std::error_code unknown;
     const auto type = entry->symlink_status(unknown).type();
     std::string name = prefix + entry->path().filename().string();
-    if (type == fs::file_type::directory) addEntries(entry->path(), name + "/", folder);
+    if (type == fs::file_type::directory) {
+      addEntries(entry->path(), name + "/", without, folder);
+    }
     if (type == fs::file_type::regular) addFile(*entry, std::move(name), folder);
   }
   if (error) folder.problems.push_back({prefix.empty() ? "." : prefix, error.message()});
@@ -41,9 +48,9 @@ void addEntries(const fs::path& path, const std::string& prefix, Folder& folder)
 
 }  // namespace
 
-Folder listFolder(const fs::path& path) {
+Folder listFolder(const fs::path& path, const fs::path& without) {
   Folder folder;
-  addEntries(path, "", folder);
+  addEntries(path, "", without, folder);
   std::ranges::sort(folder.files, {}, &LocalFile::name);
   return folder;
 }

@@ -28,7 +28,9 @@ struct Folder {
   std::vector<Problem> problems;
 };
 
-/// Every regular file below `path`. Symbolic links are not followed, devices and such left out.
-[[nodiscard]] Folder listFolder(const std::filesystem::path& path);
+/// Every regular file below `path`, except in the folder `without`. Symbolic links are not
+/// followed, devices and such left out.
+[[nodiscard]] Folder listFolder(const std::filesystem::path& path,
+                                const std::filesystem::path& without);
 
 }  // namespace backup

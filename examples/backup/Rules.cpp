@@ -1,9 +1,12 @@
 #include "Rules.h"
 
+#include <orvane/platform/UrlError.h>
 #include <orvane/transport/RetryPolicy.h>
 #include <orvane/transport/S3Error.h>
+#include <orvane/transport/TalvexAPIService.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cmath>
 #include <optional>
@@ -14,6 +17,18 @@
 namespace backup {
 
 using orvane::RetryPolicy;
+using orvane::platform::UrlErrorCode;
+
+namespace {
+
+/// The status of the store's answer, if that is what the error is about.
+std::optional<std::int64_t> statusOf(const orvane::Error& error) {
+  if (const auto* store = error.as<orvane::S3Error>()) return store->statusCode();
+  const bool listing = error.domain() == orvane::TalvexAPIService::kDomain && error.code() > 0;
+  return listing ? std::optional(error.code()) : std::nullopt;
+}
+
+}  // namespace
 
 bool mayRetry(const orvane::Error& error, const orvane::UploadRecord& record,
               std::int64_t retriesInRun) {
@@ -28,12 +43,27 @@ std::chrono::duration<double> retryDelay(std::int64_t retriesInRun) {
   return std::chrono::duration<double>(std::min(delay * chance, RetryPolicy::maxDelay));
 }
 
+bool isUnreachable(const orvane::Error& error) {
+  using enum UrlErrorCode;
+  constexpr std::array kCut = {cannotFindHost, cannotConnectToHost, dnsLookupFailed,
+                               notConnectedToInternet};
+  return error.domain() == orvane::Error::kUrlLoading &&
+         std::ranges::count(kCut, static_cast<UrlErrorCode>(error.code())) > 0;
+}
+
+bool isRefused(const orvane::Error& error) {
+  const auto status = statusOf(error);
+  return status == 403 || status == 404;
+}
+
 std::string explanation(const orvane::Error& error) {
-  const auto* store = error.as<orvane::S3Error>();
-  const auto status = store == nullptr ? std::nullopt : store->statusCode();
-  if (status == 403) return error.description() + " (check keys, bucket and this machine's clock)";
-  if (status == 404) return error.description() + " (check endpoint and bucket)";
-  return error.description();
+  const auto status = statusOf(error);
+  if (!status) return error.description();
+  // What else the answer says is for programs.
+  std::string text = "HTTP error " + std::to_string(*status);
+  if (status == 403) text += " (check keys, bucket and this machine's clock)";
+  if (status == 404) text += " (check endpoint and bucket)";
+  return text;
 }
 
 std::string_view contentTypeOf(const std::filesystem::path& file) {

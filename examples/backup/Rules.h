@@ -25,6 +25,12 @@ constexpr std::size_t kAtATime = 4;
 /// again by chance, so that files that failed together do not come back together.
 [[nodiscard]] std::chrono::duration<double> retryDelay(std::int64_t retriesInRun);
 
+/// Whether the store cannot be reached, which no file's retries shall be spent on.
+[[nodiscard]] bool isUnreachable(const orvane::Error& error);
+
+/// Whether the store can be reached, but nothing may be put there, or there is no such bucket.
+[[nodiscard]] bool isRefused(const orvane::Error& error);
+
 /// The error's sentence, with advice where the user can do something.
 [[nodiscard]] std::string explanation(const orvane::Error& error);
 

@@ -1,6 +1,7 @@
 #include <orvane/bookkeeping/BandwidthStatsStore.h>
 #include <orvane/bookkeeping/MultipartUploadStore.h>
 #include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/platform/HostApplication.h>
 #include <orvane/transport/RetryPolicy.h>
 
 #include <algorithm>
@@ -74,6 +75,8 @@ class Backup {
   void run(const Folder& folder);
   void printSummary() const;
   [[nodiscard]] std::size_t failed() const { return failed_; }
+  /// Whether the next upload would fail as the last ones did.
+  [[nodiscard]] bool isHopeless() const { return unreachable_ || refused_ >= kAtATime; }
 
  private:
   struct Item {
@@ -103,6 +106,8 @@ class Backup {
   std::size_t uploaded_ = 0;
   std::size_t alreadyThere_ = 0;
   std::size_t failed_ = 0;
+  bool unreachable_ = false;  ///< The store was, for all retries of a file.
+  std::size_t refused_ = 0;   ///< Uploads since the last one that succeeded.
   bool stopAnnounced_ = false;
 
   const Clock::time_point begun_ = Clock::now();
@@ -121,10 +126,10 @@ void Backup::run(const Folder& folder) {
   saver_.save();
 }
 
-/// What killed runs left under way begins anew.
+/// What killed runs left under way is restarted.
 void Backup::reportEarlierRuns() {
   for (const auto& state : MultipartUploadStore::shared().allStates()) {
-    display_.print("anew", state.assetId(),
+    display_.print("restarted", state.assetId(),
                    ": " + std::to_string(state.completedParts.size()) + " of " +
                        std::to_string(state.totalParts()) + " parts had been sent");
   }
@@ -152,7 +157,9 @@ void Backup::fileRecords(const std::vector<LocalFile>& files) {
 }
 
 Task Backup::uploadNextFiles() {
-  while (next_ < items_.size() && !stopRequested()) co_await upload(items_[next_++]);
+  while (next_ < items_.size() && !stopRequested() && !isHopeless()) {
+    co_await upload(items_[next_++]);
+  }
 }
 
 Task Backup::upload(Item& item) {
@@ -164,12 +171,15 @@ Task Backup::upload(Item& item) {
     const std::string reason = explanation(outcome.error());
     if (!mayRetry(outcome.error(), record, retries)) {
       setStatus(item, UploadStatus::failed, reason);
+      unreachable_ = unreachable_ || isUnreachable(outcome.error());
+      if (isRefused(outcome.error())) ++refused_;
       co_return fail(record.id(), reason);
     }
-    ++record.retryCount;
+    if (!isUnreachable(outcome.error())) ++record.retryCount;
     setStatus(item, UploadStatus::retrying, reason);
     const Seconds delay = retryDelay(retries);
-    display_.print("retrying", record.id(), " in " + decimal(delay.count()) + " s: " + reason);
+    display_.printFailure("retrying", record.id(),
+                          " in " + decimal(delay.count()) + " s: " + reason);
     co_await pause(delay);
     if (stopRequested()) co_return;
   }
@@ -185,6 +195,7 @@ void Backup::setStatus(Item& item, UploadStatus status, std::optional<std::strin
 void Backup::succeed(Item& item) {
   setStatus(item, UploadStatus::completed);
   ++uploaded_;
+  refused_ = 0;
   bytesToCount_ += item.record.totalBytes;
   if (display_.showsBar()) return;
   display_.print("uploaded", item.record.id(), ", " + byteText(item.record.totalBytes));
@@ -192,12 +203,13 @@ void Backup::succeed(Item& item) {
 
 void Backup::fail(const std::string& name, const std::string& reason) {
   ++failed_;
-  display_.print("failed", name, ": " + reason);
+  display_.printFailure("failed", name, ": " + reason);
 }
 
 void Backup::tick() {
   if (stopRequested() && !std::exchange(stopAnnounced_, true)) {
-    display_.print("stopping", "when the uploads under way are done", "; again: at once");
+    display_.print("stopping", "once the uploads under way are done",
+                   "; press Ctrl-C again to stop at once");
   }
   saver_.saveIfDue();
   if (Clock::now() - measured_ >= kBetweenSamples) measure();
@@ -225,7 +237,7 @@ void Backup::drawBar() {
   const auto sent = static_cast<double>(bytesSent());
   const double perSecond = sent / Seconds(Clock::now() - begun_).count();
   display_.drawBar(sent / static_cast<double>(std::max<std::int64_t>(bytesToUpload_, 1)),
-                   std::to_string(uploaded_) + " of " + std::to_string(items_.size()) + " files, " +
+                   std::to_string(uploaded_) + " of " + countText(items_.size(), "file") + ", " +
                        byteText(static_cast<std::int64_t>(perSecond)) + "/s");
 }
 
@@ -234,17 +246,24 @@ void Backup::printSummary() const {
     return item.record.status != UploadStatus::completed &&
            item.record.status != UploadStatus::failed;
   });
-  std::cout << "Done in " << decimal(Seconds(Clock::now() - begun_).count()) << " s: " << uploaded_
-            << " files uploaded (" << byteText(bytesSent()) << "), " << alreadyThere_
-            << " already there, " << failed_ << " failed.\n";
-  if (left > 0) std::cout << "Stopped: " << left << " files left for the next run.\n";
+  std::cout << "Done in " << decimal(Seconds(Clock::now() - begun_).count())
+            << " s: " << countText(uploaded_, "file") << " uploaded (" << byteText(bytesSent())
+            << "), " << alreadyThere_ << " already there, " << failed_ << " failed.\n";
+  if (left == 0) return;
+  const auto files = countText(left, "file") + " left for the next run.\n";
+  if (stopRequested()) {
+    std::cout << "Stopped: " << files;
+  } else {
+    std::cerr << "Given up, since every file would fail: " << files;
+  }
 }
 
 }  // namespace
 
 int runCommand(const Path& folder, const orvane::S3Config& config, bool retryAll) {
-  if (!is_directory(folder)) throw Refusal(printable(folder.string()) + " is not a folder");
-  rememberFolder(folder);
+  requireFolder(folder);
+  lockState();
+  bindState(folder, config);
   listenForStop();
   std::cout << "Backing up " << printable(folder.string()) << " to bucket " << config.bucket
             << " at " << config.host() << '\n'
@@ -254,8 +273,8 @@ int runCommand(const Path& folder, const orvane::S3Config& config, bool retryAll
   retryAll ? store.resetFailed() : store.autoResetFailed(RetryPolicy::maxLifetimeRetries);
 
   Backup backup(config);
-  backup.run(listFolder(folder));
-  if (!stopRequested()) recordETags(config);
+  backup.run(listFolder(folder, orvane::HostApplication::dataDirectory().value_or("")));
+  if (!stopRequested() && !backup.isHopeless()) recordETags(config);
   backup.printSummary();
   if (stopRequested()) return kInterrupted;
   return backup.failed() > 0 ? kSomethingFailed : kSuccess;

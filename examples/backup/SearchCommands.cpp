@@ -1,3 +1,4 @@
+#include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/tagging/TagDatabase.h>
 
 #include <algorithm>
@@ -5,6 +6,7 @@
 #include <functional>
 #include <iostream>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -42,7 +44,7 @@ int searchCommand(const std::string& word) {
     for (const auto& [tag, confidence] : tagsOf(photo)) names.push_back(tag);
     std::cout << printable(photo) << ": " << listText(names) << '\n';
   }
-  std::cout << photos.size() << " photos\n";
+  std::cout << countText(photos.size(), "photo") << '\n';
   return kSuccess;
 }
 
@@ -58,6 +60,9 @@ int topCommand() {
 
 int tagsCommand(const std::string& photo) {
   const auto tags = tagsOf(photo);
+  if (tags.empty() && !orvane::UploadStore::shared().record(photo)) {
+    throw std::runtime_error("no such photo: " + printable(photo));
+  }
   for (const auto& [tag, confidence] : tags) {
     std::cout << padded(tag, kTagColumns) << barText(confidence, 20) << ' '
               << std::lround(100 * confidence) << "%\n";

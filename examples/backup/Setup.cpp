@@ -1,6 +1,8 @@
 #include "Setup.h"
 
 #include <orvane/bookkeeping/DeviceUUID.h>
+#include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/platform/FolderLock.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/OnnxClassifier.h>
 #include <orvane/platform/Preferences.h>
@@ -8,10 +10,15 @@
 #include <orvane/tagging/TagDatabase.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "Commands.h"
@@ -27,12 +34,43 @@ using orvane::S3Config;
 namespace {
 
 constexpr auto kFolderKey = "backup_folder";
+constexpr auto kDestinationKey = "backup_destination";
 
-/// An engine that cannot ask the secure store makes do with an identity that it forgets when the
-/// program ends, and with it would go the tags.
-void checkSecureStore() {
+bool isWebAddress(const orvane::Url& url) {
+  if ((url.scheme() != "http" && url.scheme() != "https") || url.host().empty()) return false;
+  const std::string_view port(url.host().end(), url.encodedPath().begin());  // ":8000", or nothing.
+  if (port.size() < 2) return true;
+  std::uint16_t number = 0;
+  const auto [end, error] = std::from_chars(port.begin() + 1, port.end(), number);
+  return error == std::errc() && end == port.end() && number > 0;
+}
+
+/// Tags are exchanged by addresses that hold the prefix as it is, while uploads escape it.
+bool isPlain(std::string_view prefix) {
+  constexpr std::string_view kPlain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
+  return prefix.find_first_not_of(kPlain) == std::string_view::npos;
+}
+
+/// Whether the identity is in the secure store.
+bool isIdentityKept() {
   const auto answer = HostApplication::secureStore().read(orvane::DeviceUUID::keychainKey);
-  if (!answer) throw Refusal(answer.error().description());
+  if (!answer) throw Refusal("the device's identity: " + answer.error().description());
+  return answer->has_value();
+}
+
+/// Where every object goes: endpoint, bucket and prefix in one text.
+std::string destinationOf(const S3Config& config) { return config.url("").value().text(); }
+
+/// Refuses `now` where the state belongs to something else.
+void requireSame(const char* key, const std::string& now) {
+  const auto before = Preferences::shared().bytes(key);
+  if (!before || orvane::textOf(*before) == now) return;
+  if (orvane::UploadStore::shared().completedCount() == 0) return;
+  const fs::path records = HostApplication::applicationSupportDirectory().value_or("");
+  throw Refusal("the records here belong to " + printable(orvane::textOf(*before)) + ", not to " +
+                printable(now) + "; give another --state, or delete \"" +
+                printable(records.string()) + "\" to start over");
 }
 
 }  // namespace
@@ -40,14 +78,22 @@ void checkSecureStore() {
 S3Config readConfig(const fs::path& file) {
   const std::string name = printable(file.string());
   std::ifstream stream(file, std::ios::binary);
-  if (!stream || fs::is_directory(file)) throw Refusal("cannot read the configuration " + name);
+  std::error_code ignored;
+  if (!stream || fs::is_directory(file, ignored)) {
+    throw Refusal("cannot read the configuration " + name);
+  }
   auto config = S3Config::fromJson(std::string(std::istreambuf_iterator<char>(stream), {}));
   if (!config) {
     throw Refusal(name + " must be a JSON object with the texts bucket, region, accessKey, " +
                   "secretKey, prefix and endpoint");
   }
-  if (!config->isValid() || !config->url("")) {
-    throw Refusal(name + ": only the prefix may be empty, and the endpoint must be a URL");
+  const auto url = config->url("");
+  if (!config->isValid() || !url || !isWebAddress(*url)) {
+    throw Refusal(name + ": only the prefix may be empty, and the endpoint must be a URL such as " +
+                  "https://s3.example.org");
+  }
+  if (!isPlain(config->prefix)) {
+    throw Refusal(name + ": the prefix may hold letters from A to Z, digits and -._~/ only");
   }
   return std::move(*config);
 }
@@ -63,7 +109,6 @@ void prepare(const Device& device) {
   }
   const auto configured = HostApplication::configure(std::move(options));
   if (!configured) throw Refusal(configured.error().description());
-  if (device.keyring) checkSecureStore();
   // The stores report no failure to write; a backup that forgets is better refused.
   const auto folder = HostApplication::applicationSupportDirectory();
   if (!folder) throw Refusal("there is no place for the records: set HOME or give --state");
@@ -82,8 +127,42 @@ orvane::TagDatabase& openTags() {
   return opened;
 }
 
-void rememberFolder(const fs::path& folder) {
-  Preferences::shared().set(kFolderKey, orvane::bytesOf(fs::absolute(folder).string()));
+void lockState() {
+  const fs::path folder = HostApplication::dataDirectory().value_or("");
+  // In a folder of its own: the engine takes short turns with the state's folders itself.
+  static const auto& lock =
+      *new orvane::platform::FolderLock(folder / "Host", std::chrono::milliseconds(0));
+  if (lock.isHeld()) return;
+  throw Refusal("another orvane-backup is at work with " + printable(folder.string()) +
+                "; wait for its end, or give another --state");
+}
+
+std::string deviceIdentity() {
+  // An engine that cannot ask the secure store makes do with an identity that it forgets when the
+  // program ends, and with it would go the tags.
+  const bool kept = isIdentityKept();
+  auto identity = orvane::DeviceUUID::shared().uuid();
+  if (!kept && !isIdentityKept()) throw Refusal("the device's identity cannot be stored");
+  return identity;
+}
+
+void requireFolder(const fs::path& folder) {
+  std::error_code ignored;
+  if (fs::is_directory(folder, ignored)) return;
+  throw Refusal(printable(folder.string()) + " is not a folder");
+}
+
+void requireSameStore(const S3Config& config) {
+  requireSame(kDestinationKey, destinationOf(config));
+}
+
+void bindState(const fs::path& folder, const S3Config& config) {
+  const std::string place = fs::canonical(folder).string();
+  const std::string destination = destinationOf(config);
+  requireSame(kFolderKey, place);
+  requireSame(kDestinationKey, destination);
+  Preferences::shared().set(kFolderKey, orvane::bytesOf(place));
+  Preferences::shared().set(kDestinationKey, orvane::bytesOf(destination));
 }
 
 fs::path rememberedFolder() {

@@ -34,7 +34,8 @@ void showUploadsInParts() {
 void showPhotos() {
   const auto progress = valueOf(openTags().getBackfillProgress());
   if (!progress) return;
-  std::cout << "looked at: " << progress->processed << " of " << progress->total << " photos\n";
+  std::cout << "looked at: " << progress->processed << " of " << countText(progress->total, "photo")
+            << '\n';
 }
 
 /// One block for each throughput sample, the highest for the fastest.

@@ -1,4 +1,3 @@
-#include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/platform/Preferences.h>
 #include <orvane/tagging/TagDatabase.h>
@@ -9,6 +8,7 @@
 #include <iostream>
 
 #include "Commands.h"
+#include "Display.h"
 #include "Setup.h"
 #include "Tasks.h"
 
@@ -29,19 +29,20 @@ bool isNothingThere(const orvane::Error& error) {
 
 /// This device's own tags, should its database be new.
 Task restore(orvane::S3Config config) {
-  const auto device = orvane::DeviceUUID::shared().uuid();
+  const auto device = deviceIdentity();
   if (!valueOf(openTags().exportAllTagsForDevice(device)).empty()) co_return;
   const auto restored = co_await TagSyncService::shared().downloadTagsFromS3(config);
   if (!restored && isNothingThere(restored.error())) co_return;
-  std::cout << "Restored " << valueOf(restored) << " tags of this device\n";
+  const auto count = valueOf(restored);
+  std::cout << "Restored " << countText(count, "tag") << " of this device\n";
 }
 
 Task synchronise(orvane::S3Config config) {
   co_await restore(config);
   const auto published = valueOf(co_await TagSyncService::shared().uploadTagsToS3(config));
-  std::cout << "Published the tags of " << published.tagCount << " photos\n";
+  std::cout << "Published the tags of " << countText(published.tagCount, "photo") << '\n';
   const auto merged = valueOf(co_await TagSyncService::shared().downloadAllRemoteTags(config));
-  std::cout << "Merged " << merged << " tags from other devices\n";
+  std::cout << "Merged " << countText(merged, "tag") << " from other devices\n";
 }
 
 /// Tags of photos that had no record here yet were passed over. When records have come since, every
@@ -58,6 +59,8 @@ void forgetPassedOver(const orvane::S3Config& config, std::int64_t records) {
 }  // namespace
 
 int syncCommand(const orvane::S3Config& config) {
+  lockState();
+  requireSameStore(config);
   const std::int64_t records = std::ssize(orvane::UploadStore::shared().allRecords());
   forgetPassedOver(config, records);
   runTasks(1, [&config] { return synchronise(config); });

@@ -1,7 +1,7 @@
-#include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/tagging/TagDatabase.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <iostream>
@@ -43,13 +43,14 @@ class Backfill {
   int run();
 
  private:
+  void lookAgainIfForgotten();
   void begin();
   Task tagNextPhotos();
   Task tag(UploadRecord record);
   void report();
 
   TagDatabase& database_ = openTags();
-  const std::string device_ = orvane::DeviceUUID::shared().uuid();
+  const std::string device_ = deviceIdentity();
   const std::filesystem::path folder_;
   Display display_;
   RecordSaver saver_;
@@ -59,10 +60,11 @@ class Backfill {
   std::vector<UploadRecord> tagged_;  ///< Not reported yet.
   std::int64_t done_ = 0;             ///< Photos looked at, by earlier runs too.
   std::int64_t total_ = 0;            ///< Photos that were or can be looked at.
-  std::size_t gone_ = 0;              ///< Photos that are no longer in the folder.
+  std::size_t gone_ = 0;  ///< Photos that cannot be found in the folder, or not be read.
 };
 
 int Backfill::run() {
+  lookAgainIfForgotten();
   begin();
   const auto saveAndReport = [this] {
     if (saver_.saveIfDue()) report();
@@ -72,9 +74,22 @@ int Backfill::run() {
   report();
   display_.clearBar();
   if (done_ == total_) valueOf(database_.completeBackfill());
-  std::cout << done_ << " of " << total_ << " photos looked at, " << next_ << " of them now\n";
-  if (gone_ > 0) std::cout << gone_ << " photos are not in the folder any more\n";
+  std::cout << done_ << " of " << countText(total_, "photo") << " looked at, " << next_
+            << " of them now\n";
+  if (gone_ > 0) {
+    std::cerr << countText(gone_, "photo") << " cannot be read, or not found in the folder\n";
+  }
   return stopRequested() ? kInterrupted : kSuccess;
+}
+
+/// A lost database, or a new identity: what the device published would soon be replaced by the
+/// tags of new photos alone.
+void Backfill::lookAgainIfForgotten() {
+  const auto isTagged = [](const UploadRecord& record) { return !record.tags.empty(); };
+  if (!std::ranges::any_of(UploadStore::shared().allRecords(), isTagged)) return;
+  if (!valueOf(database_.exportAllTagsForDevice(device_)).empty()) return;
+  std::cout << "This device's tags are lost: every photo is looked at again\n";
+  UploadStore::shared().resetTagsVersion();
 }
 
 void Backfill::begin() {
@@ -82,7 +97,7 @@ void Backfill::begin() {
     if (!isPhotoBackedUp(record)) continue;
     if (record.tagsVersion >= kTagsVersion) {
       ++done_;
-    } else if (exists(folder_ / record.id())) {
+    } else if (access((folder_ / record.id()).c_str(), R_OK) == 0) {
       waiting_.push_back(std::move(record));
     } else {
       ++gone_;
@@ -118,15 +133,18 @@ void Backfill::report() {
   }
   display_.drawBar(
       static_cast<double>(done_) / static_cast<double>(std::max<std::int64_t>(total_, 1)),
-      std::to_string(done_) + " of " + std::to_string(total_) + " photos");
+      std::to_string(done_) + " of " + countText(total_, "photo"));
 }
 
 }  // namespace
 
 int tagCommand(const std::optional<std::filesystem::path>& folder, bool again) {
+  const Path photos = folder ? *folder : rememberedFolder();
+  requireFolder(photos);
+  lockState();
   if (again) UploadStore::shared().resetTagsVersion();
   listenForStop();
-  return Backfill(folder ? *folder : rememberedFolder()).run();
+  return Backfill(photos).run();
 }
 
 }  // namespace backup

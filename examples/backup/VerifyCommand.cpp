@@ -5,10 +5,13 @@
 #include <iostream>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Commands.h"
 #include "Display.h"
 #include "Objects.h"
+#include "Setup.h"
 
 namespace backup {
 namespace {
@@ -21,19 +24,30 @@ bool hasLineBreak(const std::string& key) {
 
 /// Prints a line for each name of one kind.
 void report(std::string_view word, const std::set<std::string>& names) {
-  for (const auto& name : names)
-    std::cout << padded(std::string(word), 10) << printable(name) << '\n';
+  for (const auto& name : names) std::cout << lineText(word, name);
+}
+
+/// Makes the next run send these again.
+void repair(std::vector<orvane::UploadRecord> records) {
+  for (auto& record : records) {
+    record.status = orvane::UploadStatus::pending;
+    record.eTag.reset();
+  }
+  orvane::UploadStore::shared().upsertBatch(std::move(records));
 }
 
 }  // namespace
 
-int verifyCommand(const orvane::S3Config& config) {
+int verifyCommand(const orvane::S3Config& config, bool repairs) {
+  lockState();
+  requireSameStore(config);
   auto objects = valueOf(listObjects(config));
   std::size_t asRecorded = 0;
   std::set<std::string> missing;
   std::set<std::string> changed;
   std::set<std::string> unknown;
   std::set<std::string> unlisted;
+  std::vector<orvane::UploadRecord> damaged;
   for (const auto& record : orvane::UploadStore::shared().allRecords()) {
     const auto object = objects.extract(record.filename());
     if (record.status != orvane::UploadStatus::completed) continue;
@@ -41,8 +55,10 @@ int verifyCommand(const orvane::S3Config& config) {
       unlisted.insert(record.id());
     } else if (object.empty()) {
       missing.insert(record.id());
+      damaged.push_back(record);
     } else if (record.eTag && *record.eTag != object.mapped()) {
       changed.insert(record.id());
+      damaged.push_back(record);
     } else {
       ++asRecorded;
     }
@@ -54,8 +70,18 @@ int verifyCommand(const orvane::S3Config& config) {
   report("changed", changed);
   report("unknown", unknown);
   report("unlisted", unlisted);
-  std::cout << asRecorded << " objects as recorded, " << missing.size() << " missing, "
-            << changed.size() << " changed, " << unknown.size() << " unknown\n";
+  std::cout << countText(asRecorded, "object") << " as recorded, " << missing.size() << " missing, "
+            << changed.size() << " changed, " << unknown.size() << " unknown";
+  if (!unlisted.empty()) {
+    std::cout << ", " << unlisted.size() << " unlisted (stores list no name with a line break)";
+  }
+  if (!damaged.empty()) {
+    std::cout << (repairs ? "; the next run sends the missing and changed ones again"
+                          : "; verify --repair makes the next run send the missing and changed "
+                            "ones again");
+  }
+  std::cout << '\n';
+  if (repairs) repair(std::move(damaged));
   return missing.empty() && changed.empty() ? kSuccess : kSomethingFailed;
 }
 

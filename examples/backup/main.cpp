@@ -1,12 +1,16 @@
 // The command line: what is asked for, where the store is, what this device is like.
+#include <orvane/platform/SystemLog.h>
+
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <functional>
 #include <iostream>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "Commands.h"
+#include "Display.h"
 #include "Setup.h"
 
 namespace {
@@ -14,10 +18,14 @@ namespace {
 using namespace backup;
 
 constexpr auto kFooter =
-    "The configuration is one JSON object with the texts bucket, region, accessKey, secretKey,\n"
-    "prefix (put before every key; may be empty) and endpoint (such as https://s3.example.org).\n\n"
     "Exit status: 0 all well, 1 something failed, is missing or has changed, 2 usage or\n"
     "configuration, 130 interrupted.";
+constexpr auto kConfigFooter =
+    "CONFIG is one JSON object with the texts bucket, region, accessKey, secretKey, prefix (put\n"
+    "before every key; may be empty) and endpoint (such as https://s3.example.org).\n\n";
+constexpr auto kStateHelp =
+    "Folder for the records, one per backup; without it, org.orvane.backup in $XDG_DATA_HOME or "
+    "~/.local/share";
 
 struct Arguments {
   std::optional<Path> folder;
@@ -26,14 +34,26 @@ struct Arguments {
   Device device;
   bool retryAll = false;
   bool again = false;
+  bool repairs = false;
 };
+
+/// Of what the engine logs, people are to see what went wrong: a photo that cannot be looked at, a
+/// device whose tags cannot be read.
+void showFailures() {
+  orvane::SystemLog::setSink([](std::string_view line) {
+    if (line.contains("] Vision classify failed: ") || line.contains("] Skipping device ")) {
+      std::cerr << printable(line) + '\n';
+    }
+  });
+}
 
 /// Makes `app` understand every command; the one that is given becomes `chosen`.
 void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) {
   const auto add = [&](const char* name, const char* what, std::function<int()> command) {
     auto* parser = app.add_subcommand(name, what);
     parser->callback([&chosen, command = std::move(command)] { chosen = command; });
-    parser->add_option("--state", given.device.state, "Folder for the records, one per backup");
+    parser->add_option("--state", given.device.state, kStateHelp);
+    parser->footer(kFooter);
     return parser;
   };
   const auto store = [&given] { return readConfig(given.config); };
@@ -43,7 +63,8 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
   run->add_flag("--retry-all", given.retryAll, "Also try what was given up after many retries");
   add("status", "Show how far everything is", statusCommand);
   auto* verify = add("verify", "Compare the records with what the store lists",
-                     [store] { return verifyCommand(store()); });
+                     [&, store] { return verifyCommand(store(), given.repairs); });
+  verify->add_flag("--repair", given.repairs, "Let the next run send what is missing or changed");
   auto* tag = add("tag", "Look at the photos that are backed up, for what they show",
                   [&] { return tagCommand(given.folder, given.again); });
   tag->add_option("FOLDER", given.folder, "Where the photos are, if not where they were");
@@ -53,16 +74,21 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
                      [&] { return searchCommand(given.text); });
   search->add_option("WORD", given.text, "In Italian, such as mare")->required();
   add("top", "Show the most frequent tags", topCommand);
-  auto* tags = add("tags", "Show what one photo shows", [&] { return tagsCommand(given.text); });
+  auto* tags = add("tags", "Show the tags of one photo", [&] { return tagsCommand(given.text); });
   tags->add_option("FILE", given.text, "Its name as `search` prints it")->required();
   auto* sync = add("sync", "Exchange tags with the user's other devices",
                    [store] { return syncCommand(store()); });
   for (auto* command : {run, verify, sync}) {
-    command->add_option("--config", given.config, "Where the object store is (JSON)")->required();
+    command->add_option("--config", given.config, "Where the object store is (JSON)")
+        ->required()
+        ->type_name("CONFIG");
+    command->footer(std::string(kConfigFooter) + kFooter);
   }
   for (auto* command : {tag, sync}) {
-    command->add_flag("--keyring", given.device.keyring,
-                      "Keep the device's identity in the Secret Service; always or never");
+    command->add_flag(
+        "--keyring", given.device.keyring,
+        "Keep the device's identity in the Secret Service. Give it with every tag and "
+        "sync or with none: each place holds an identity of its own");
   }
 }
 
@@ -70,13 +96,17 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
 
 int main(int argc, char** argv) {
   CLI::App app("Backs a folder up to an S3 object store.", "orvane-backup");
-  app.require_subcommand(1);
+  app.require_subcommand(0,
+                         1);  // None is dealt with below; demanding one would hide a mistyped one.
   app.footer(kFooter);
   Arguments given;
+  app.add_option("--state", given.device.state, kStateHelp);
   std::function<int()> command;
   addCommands(app, given, command);
   try {
     app.parse(argc, argv);
+    if (!command) throw Refusal("which command? See --help");
+    showFailures();
     prepare(given.device);
     return command();
   } catch (const CLI::ParseError& error) {
