@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvane/platform/SceneClassifier.h>
-#include <vips/vips.h>
 
 #include <algorithm>
 #include <atomic>
@@ -17,6 +16,7 @@
 #include "support/SceneImages.h"
 #include "support/SecretService.h"
 #include "support/TemporaryDirectory.h"
+#include "support/TestImage.h"
 
 // The example host as its user meets it: a program, a folder, a configuration file.
 namespace orvane::testing {
@@ -374,14 +374,6 @@ TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostAndRepairsIt) {
             "lostoverwritten");
 }
 
-void savePhoto(const fs::path& file, const platform::RgbImage& photo) {
-  vips_init("test");
-  VipsImage* image = vips_image_new_from_memory(photo.pixels.data(), photo.pixels.size(),
-                                                photo.width, photo.height, 3, VIPS_FORMAT_UCHAR);
-  ASSERT_EQ(vips_image_write_to_file(image, file.c_str(), nullptr), 0);
-  g_object_unref(image);
-}
-
 bool showsSky(const fs::path& photo) {
   const auto seen = SceneClassifier().classify(photo).value();
   return std::ranges::any_of(seen, [](const ClassificationObservation& one) {
@@ -402,7 +394,7 @@ class TaggingHostTest : public BackupHostTest {
   static std::string painted(std::span<const SceneKind> kinds, std::string_view name,
                              std::uint32_t seed) {
     const fs::path file = testDirectory() / "painted.png";
-    savePhoto(file, paint(*std::ranges::find(kinds, name, &SceneKind::name), seed));
+    writeImage(file, paint(*std::ranges::find(kinds, name, &SceneKind::name), seed));
     return readFile(file);
   }
   /// Of the painted skies, the first one that the built-in classifier is sure of.

@@ -15,18 +15,18 @@ namespace {
 
 bool beginsCharacter(char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }
 
-/// Control characters, and what breaks a line or turns its direction; in UTF-8, whose bytes are
-/// ordered as the characters are.
+/// Control characters, and what breaks a line or turns its direction.
 bool isConfusing(std::string_view character) {
-  using Range = std::pair<std::string_view, std::string_view>;
-  constexpr std::array<Range, 6> kConfusing = {{{"", "\x1F"},
-                                                {"\x7F", "\u009F"},
-                                                {"\u061C", "\u061C"},
-                                                {"\u200E", "\u200F"},
-                                                {"\u2028", "\u202E"},
-                                                {"\u2066", "\u2069"}}};
-  return std::ranges::any_of(kConfusing, [character](const Range& range) {
-    return range.first <= character && character <= range.second;
+  // What lies between two characters; UTF-8's bytes are ordered as they are.
+  using Gap = std::pair<std::string_view, std::string_view>;
+  constexpr std::array<Gap, 6> kConfusing = {{{"", " "},
+                                              {"~", "\u00A0"},
+                                              {"\u061B", "\u061D"},
+                                              {"\u200D", "\u2010"},
+                                              {"\u2027", "\u202F"},
+                                              {"\u2065", "\u206A"}}};
+  return std::ranges::any_of(kConfusing, [character](const Gap& gap) {
+    return gap.first < character && character < gap.second;
   });
 }
 

@@ -1,32 +1,26 @@
-// Paints scenes and what is easily mistaken for them, as portable pixmaps.
+// Paints scenes and what is easily mistaken for them.
 //
 // usage: paint-scenes FOLDER
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <span>
 #include <string>
 
 #include "support/SceneImages.h"
+#include "support/TestImage.h"
 
 namespace {
 
 using orvane::testing::SceneKind;
 
-void write(const std::filesystem::path& file, const orvane::platform::RgbImage& image) {
-  std::ofstream stream(file, std::ios::binary);
-  stream << "P6\n" << image.width << ' ' << image.height << "\n255\n";
-  for (const auto byte : image.pixels) stream.put(static_cast<char>(byte));
-}
-
 void paintEach(std::span<const SceneKind> kinds, std::uint32_t variants,
                const std::filesystem::path& folder) {
   for (const SceneKind& kind : kinds) {
     for (std::uint32_t seed = 1; seed <= variants; ++seed) {
-      std::string name = std::string(kind.name) + ' ' + std::to_string(seed) + ".ppm";
+      std::string name = std::string(kind.name) + ' ' + std::to_string(seed) + ".png";
       std::ranges::replace(name, ' ', '-');
-      write(folder / name, orvane::testing::paint(kind, seed));
+      orvane::testing::writeImage(folder / name, orvane::testing::paint(kind, seed));
     }
   }
 }

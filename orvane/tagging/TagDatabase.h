@@ -63,8 +63,8 @@ class TagDatabase {
   [[nodiscard]] Result<void> upsertTag(std::string_view assetId, std::string_view tag,
                                        double confidence, std::string_view deviceUUID);
 
-  /// The same for several tags, all or none. Of equal tags the last one stays. Tags of the asset that
-  /// are not named stay as well: an image that has changed keeps what it showed before.
+  /// The same for several tags, all or none. Of equal tags the last one stays. Tags of the asset
+  /// that are not named stay as well: an image that has changed keeps what it showed before.
   [[nodiscard]] Result<void> upsertTags(std::string_view assetId,
                                         const std::vector<TagWithConfidence>& tags,
                                         std::string_view deviceUUID);

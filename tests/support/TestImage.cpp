@@ -2,25 +2,30 @@
 
 #include <vips/vips.h>
 
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 
 namespace orvane::testing {
 
-void writeImage(const std::filesystem::path& file, int width, int height,
-                std::array<double, 3> colour) {
-  using Image = std::unique_ptr<VipsImage, decltype(&g_object_unref)>;
-  constexpr std::array<double, 3> kOnes{1, 1, 1};
+void writeImage(const std::filesystem::path& file, const platform::RgbImage& image) {
   vips_init("test");
-  VipsImage* black = nullptr;
-  VipsImage* coloured = nullptr;
-  vips_black(&black, width, height, "bands", 3, nullptr);
-  const Image source(black, g_object_unref);
-  vips_linear(black, &coloured, kOnes.data(), colour.data(), 3, "uchar", TRUE, nullptr);
-  const Image image(coloured, g_object_unref);
-  if (vips_image_write_to_file(coloured, file.c_str(), nullptr) != 0) {
+  const std::unique_ptr<VipsImage, decltype(&g_object_unref)> picture(
+      vips_image_new_from_memory(image.pixels.data(), image.pixels.size(), image.width,
+                                 image.height, 3, VIPS_FORMAT_UCHAR),
+      g_object_unref);
+  if (vips_image_write_to_file(picture.get(), file.c_str(), nullptr) != 0) {
     throw std::runtime_error(vips_error_buffer());
   }
+}
+
+void writeImage(const std::filesystem::path& file, int width, int height,
+                std::array<double, 3> colour) {
+  platform::RgbImage image{.width = width, .height = height, .pixels = {}};
+  for (int pixel = 0; pixel < width * height; ++pixel) {
+    for (const double value : colour) image.pixels.push_back(static_cast<std::uint8_t>(value));
+  }
+  writeImage(file, image);
 }
 
 }  // namespace orvane::testing

@@ -1,11 +1,16 @@
 #pragma once
 
+#include <orvane/platform/internal/ImageReader.h>
+
 #include <array>
 #include <filesystem>
 
 namespace orvane::testing {
 
-/// Writes an image of one colour (red, green, blue; 0 to 255); the name's end says the format.
+/// Writes an image; the name's end says the format. Throws when it cannot be written.
+void writeImage(const std::filesystem::path& file, const platform::RgbImage& image);
+
+/// Writes an image of one colour (red, green, blue; 0 to 255).
 void writeImage(const std::filesystem::path& file, int width, int height,
                 std::array<double, 3> colour);
 
