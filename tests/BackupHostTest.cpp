@@ -366,7 +366,7 @@ TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostAndRepairsIt) {
               AllOf(HasSubstr("missing   lost\nchanged   overwritten\nunknown   media/stranger\n"
                               "unlisted  two?lines\n1 object as recorded, 1 missing, 1 changed, "
                               "1 unknown, 1 unlisted"),
-                    HasSubstr("; verify --repair makes the next run send")));
+                    HasSubstr("; verify --repair lets the next run send them again")));
   EXPECT_EQ(with(state_, {"verify", "--repair", "--config", config_}).status, 1);
   EXPECT_THAT(backUp().output, HasSubstr("2 files uploaded"));
   EXPECT_EQ(withStore("verify", state_).status, 0);

@@ -7,7 +7,6 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <iostream>
 #include <utility>
 
 namespace backup {
@@ -100,14 +99,10 @@ void Display::clearBar() {
   if (std::exchange(barShown_, false)) std::cout << "\r\033[K" << std::flush;
 }
 
-void Display::print(std::string_view word, std::string_view name, std::string_view detail) {
+void Display::print(std::string_view word, std::string_view name, std::string_view detail,
+                    std::ostream& stream) {
   clearBar();
-  std::cout << lineText(word, name, detail) << std::flush;
-}
-
-void Display::printFailure(std::string_view word, std::string_view name, std::string_view detail) {
-  clearBar();
-  std::cerr << lineText(word, name, detail);
+  stream << lineText(word, name, detail) << std::flush;
 }
 
 }  // namespace backup

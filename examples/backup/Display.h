@@ -3,6 +3,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <iostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -47,9 +48,9 @@ class Display {
   void drawBar(double fraction, std::string_view text);
   void clearBar();
   /// Prints a line that stays: a word, a file's name, and more about it.
-  void print(std::string_view word, std::string_view name, std::string_view detail);
-  /// The same for what went wrong, on standard error.
-  void printFailure(std::string_view word, std::string_view name, std::string_view detail);
+  /// What goes wrong is for standard error.
+  void print(std::string_view word, std::string_view name, std::string_view detail,
+             std::ostream& stream = std::cout);
 
  private:
   const bool terminal_;

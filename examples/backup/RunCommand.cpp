@@ -178,8 +178,8 @@ Task Backup::upload(Item& item) {
     if (!isUnreachable(outcome.error())) ++record.retryCount;
     setStatus(item, UploadStatus::retrying, reason);
     const Seconds delay = retryDelay(retries);
-    display_.printFailure("retrying", record.id(),
-                          " in " + decimal(delay.count()) + " s: " + reason);
+    display_.print("retrying", record.id(), " in " + decimal(delay.count()) + " s: " + reason,
+                   std::cerr);
     co_await pause(delay);
     if (stopRequested()) co_return;
   }
@@ -203,7 +203,7 @@ void Backup::succeed(Item& item) {
 
 void Backup::fail(const std::string& name, const std::string& reason) {
   ++failed_;
-  display_.printFailure("failed", name, ": " + reason);
+  display_.print("failed", name, ": " + reason, std::cerr);
 }
 
 void Backup::tick() {

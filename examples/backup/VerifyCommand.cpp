@@ -27,15 +27,6 @@ void report(std::string_view word, const std::set<std::string>& names) {
   for (const auto& name : names) std::cout << lineText(word, name);
 }
 
-/// Makes the next run send these again.
-void repair(std::vector<orvane::UploadRecord> records) {
-  for (auto& record : records) {
-    record.status = orvane::UploadStatus::pending;
-    record.eTag.reset();
-  }
-  orvane::UploadStore::shared().upsertBatch(std::move(records));
-}
-
 }  // namespace
 
 int verifyCommand(const orvane::S3Config& config, bool repairs) {
@@ -47,20 +38,19 @@ int verifyCommand(const orvane::S3Config& config, bool repairs) {
   std::set<std::string> changed;
   std::set<std::string> unknown;
   std::set<std::string> unlisted;
-  std::vector<orvane::UploadRecord> damaged;
-  for (const auto& record : orvane::UploadStore::shared().allRecords()) {
+  std::vector<orvane::UploadRecord> pending;
+  for (auto& record : orvane::UploadStore::shared().allRecords()) {
     const auto object = objects.extract(record.filename());
     if (record.status != orvane::UploadStatus::completed) continue;
     if (object.empty() && hasLineBreak(record.filename())) {
       unlisted.insert(record.id());
-    } else if (object.empty()) {
-      missing.insert(record.id());
-      damaged.push_back(record);
-    } else if (record.eTag && *record.eTag != object.mapped()) {
-      changed.insert(record.id());
-      damaged.push_back(record);
-    } else {
+    } else if (!object.empty() && record.eTag.value_or(object.mapped()) == object.mapped()) {
       ++asRecorded;
+    } else {
+      (object.empty() ? missing : changed).insert(record.id());
+      record.status = orvane::UploadStatus::pending;
+      record.eTag.reset();
+      pending.push_back(std::move(record));
     }
   }
   for (const auto& [key, eTag] : objects) {
@@ -75,14 +65,14 @@ int verifyCommand(const orvane::S3Config& config, bool repairs) {
   if (!unlisted.empty()) {
     std::cout << ", " << unlisted.size() << " unlisted (stores list no name with a line break)";
   }
-  if (!damaged.empty()) {
-    std::cout << (repairs ? "; the next run sends the missing and changed ones again"
-                          : "; verify --repair makes the next run send the missing and changed "
-                            "ones again");
+  if (!pending.empty()) {
+    std::cout << (repairs ? "; the next run sends what is missing or changed"
+                          : "; verify --repair lets the next run send them again");
   }
   std::cout << '\n';
-  if (repairs) repair(std::move(damaged));
-  return missing.empty() && changed.empty() ? kSuccess : kSomethingFailed;
+  const bool asItShouldBe = pending.empty();
+  if (repairs) orvane::UploadStore::shared().upsertBatch(std::move(pending));
+  return asItShouldBe ? kSuccess : kSomethingFailed;
 }
 
 }  // namespace backup

@@ -53,7 +53,6 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
     auto* parser = app.add_subcommand(name, what);
     parser->callback([&chosen, command = std::move(command)] { chosen = command; });
     parser->add_option("--state", given.device.state, kStateHelp);
-    parser->footer(kFooter);
     return parser;
   };
   const auto store = [&given] { return readConfig(given.config); };
@@ -85,10 +84,9 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
     command->footer(std::string(kConfigFooter) + kFooter);
   }
   for (auto* command : {tag, sync}) {
-    command->add_flag(
-        "--keyring", given.device.keyring,
-        "Keep the device's identity in the Secret Service. Give it with every tag and "
-        "sync or with none: each place holds an identity of its own");
+    command->add_flag("--keyring", given.device.keyring,
+                      "Keep the device's identity in the Secret Service; to be given with every "
+                      "tag and sync, or with none of them");
   }
 }
 
@@ -96,9 +94,8 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
 
 int main(int argc, char** argv) {
   CLI::App app("Backs a folder up to an S3 object store.", "orvane-backup");
-  app.require_subcommand(0,
-                         1);  // None is dealt with below; demanding one would hide a mistyped one.
-  app.footer(kFooter);
+  app.require_subcommand(0, 1);  // To demand one would say so of a mistyped one, too.
+  app.footer(kFooter);           // The commands take it over.
   Arguments given;
   app.add_option("--state", given.device.state, kStateHelp);
   std::function<int()> command;
