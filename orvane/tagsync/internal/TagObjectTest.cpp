@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <orvane/tagging/TagDatabase.h>
+#include <orvane/tagsync/internal/TagExchange.h>
 #include <orvane/tagsync/internal/TagListing.h>
 #include <orvane/tagsync/internal/TagObject.h>
 
@@ -185,10 +187,12 @@ long memoryFigure(const std::string& name) {
 }
 
 constexpr std::size_t kLarge = 100'000'000;
+constexpr std::size_t kMerged = 10'000'000;  ///< Every tag has to be written.
 
-std::string repeated(std::string begin, std::string_view piece, std::string_view end) {
-  begin.reserve(kLarge + end.size());
-  while (begin.size() + piece.size() <= kLarge) begin += piece;
+std::string repeated(std::string begin, std::string_view piece, std::string_view end,
+                     std::size_t size = kLarge) {
+  begin.reserve(size + end.size());
+  while (begin.size() + piece.size() <= size) begin += piece;
   begin += end;
   return begin;
 }
@@ -204,17 +208,33 @@ std::string largeObject(const std::string& name) {
   if (name == "tags") {
     return repeated(R"({"tags":[{})", R"(,{"tag":"","confidence":0})", "]}");
   }
+  if (name == "merge-lines") {
+    return repeated("", "{\"s3_key\":\"k\",\"tags\":[{\"tag\":\"mare\",\"confidence\":1}]}\n", "",
+                    kMerged);
+  }
+  if (name == "merge-tags") {
+    return repeated(R"({"s3_key":"k","tags":[{})", R"(,{"tag":"","confidence":0})", "]}", kMerged);
+  }
+  if (name == "merge-one-tag") {
+    return repeated(R"({"s3_key":"k","tags":[{"confidence":1,"tag":")", "x", R"("}]})", kMerged);
+  }
   return repeated(R"({"tags":[])", R"(,"tags":[{"tag":"abc","confidence":0}])", "}");
 }
 
+/// Prints by how many KiB memory grows, and the lines of the object or the tags merged from it.
 const testing::ChildMain kReadLarge("readLarge", [](const auto& arguments) {
+  if (!TagDatabase::shared().initialize()) return 1;
   auto body = largeObject(arguments.at(0));
   const long before = memoryFigure("VmRSS");
   TagObjectReader reader(std::move(body));
   if (!reader.isUtf8()) return 1;
-  std::size_t lines = 0;
-  for (TagLine line; reader.next(line);) ++lines;
-  std::cout << memoryFigure("VmHWM") - before << ' ' << lines << '\n';
+  std::int64_t count = 0;
+  if (arguments.at(0).starts_with("merge-")) {
+    count = mergeTags(reader, TagDatabase::shared(), "U", {{"k", "mine"}});
+  } else {
+    for (TagLine line; reader.next(line);) ++count;
+  }
+  std::cout << memoryFigure("VmHWM") - before << ' ' << count << '\n';
   return 0;
 });
 
@@ -224,17 +244,27 @@ TEST(TagObject, LargeObjectsTakeMemoryInProportion) {
 #endif
   const struct {
     std::string name;
-    std::size_t lines;
-  } objects[] = {{"lines", kLarge / 17}, {"empty-lines", 0}, {"one-text", 1}, {"escapes", 1},
-                 {"depth", 0},           {"numbers", 1},     {"tags", 1},     {"repeated", 1}};
-  for (const auto& [name, lines] : objects) {
+    std::size_t count;
+    std::size_t size = kLarge;
+  } objects[] = {{"lines", kLarge / 17},
+                 {"empty-lines", 0},
+                 {"one-text", 1},
+                 {"escapes", 1},
+                 {"depth", 0},
+                 {"numbers", 1},
+                 {"tags", 1},
+                 {"repeated", 1},
+                 {"merge-lines", kMerged / 54, kMerged},
+                 {"merge-tags", (kMerged - 24) / 26, kMerged},
+                 {"merge-one-tag", 1, kMerged}};
+  for (const auto& [name, count, size] : objects) {
     std::istringstream output(testing::outputOfChild("readLarge", {name}));
-    long growth = 0;
+    std::size_t growth = 0;
     std::size_t found = 0;
     output >> growth >> found;
     RecordProperty(name, std::to_string(growth));
-    EXPECT_EQ(found, lines) << name;
-    EXPECT_LT(growth, static_cast<long>(5 * kLarge / 1024)) << name;
+    EXPECT_EQ(found, count) << name;
+    EXPECT_LT(growth, 5 * size / 1024) << name;
   }
 }
 
