@@ -9,6 +9,12 @@
 
 namespace orvane::benchmarks {
 
+inline double median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::ranges::nth_element(values, middle);
+  return *middle;
+}
+
 /// Measures the engine beside its floor in the same run, round by round, and reports the medians
 /// as counters: `engine_ms`, `floor_ms` and their ratio, the figure that counts.
 class Ratio {
@@ -50,12 +56,6 @@ class Ratio {
     const double start = now();
     work();
     return now() - start;
-  }
-
-  static double median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::ranges::nth_element(values, middle);
-    return *middle;
   }
 
   benchmark::State& state_;

@@ -11,15 +11,14 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "BareDatabase.h"
+#include "DataFolder.h"
 #include "Ratio.h"
 
 namespace orvane {
@@ -27,7 +26,11 @@ namespace {
 
 namespace fs = std::filesystem;
 namespace statements = internal::statements;
+using benchmarks::assetIdOf;
+using benchmarks::Bare;
+using benchmarks::BareConnection;
 using benchmarks::Ratio;
+using benchmarks::require;
 
 constexpr int kTagsPerAsset = 5;
 constexpr int kAssetsPerRound = 20;  // Short rounds: other use of the disk meets both sides alike.
@@ -38,92 +41,12 @@ constexpr std::array<std::string_view, 16> kTags = {
     "spiaggia", "mare",  "cielo", "tramonto", "montagna", "neve", "persone",    "bambino",
     "cane",     "gatto", "cibo",  "dolce",    "edificio", "auto", "bicicletta", "documento"};
 
-void require(bool holds, const char* what) {
-  if (!holds) throw std::runtime_error(what);
-}
-
-/// A statement as written by hand.
-class Bare {
- public:
-  Bare(sqlite3* connection, std::string_view text) {
-    require(sqlite3_prepare_v3(connection, text.data(), static_cast<int>(text.size()),
-                               SQLITE_PREPARE_PERSISTENT, &handle_, nullptr) == SQLITE_OK,
-            "prepare");
-  }
-  ~Bare() { sqlite3_finalize(handle_); }
-  Bare(const Bare&) = delete;
-  Bare& operator=(const Bare&) = delete;
-
-  sqlite3_stmt* handle() { return handle_; }
-  void bind(int position, std::string_view text) {
-    sqlite3_bind_text(handle_, position, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
-  }
-  void bind(int position, std::int64_t value) { sqlite3_bind_int64(handle_, position, value); }
-  void bind(int position, double value) { sqlite3_bind_double(handle_, position, value); }
-  bool step() {
-    const int code = sqlite3_step(handle_);
-    require(code == SQLITE_ROW || code == SQLITE_DONE, "step");
-    return code == SQLITE_ROW;
-  }
-  void run() {
-    while (step()) {
-    }
-    sqlite3_reset(handle_);
-  }
-
- private:
-  sqlite3_stmt* handle_ = nullptr;
-};
-
-class BareConnection {
- public:
-  explicit BareConnection(const fs::path& file) {
-    require(sqlite3_open_v2(file.c_str(), &handle_,
-                            SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-                            nullptr) == SQLITE_OK,
-            "open");
-    execute("PRAGMA journal_mode=WAL");
-    execute("PRAGMA busy_timeout=3000");
-  }
-  ~BareConnection() { sqlite3_close(handle_); }
-  BareConnection(const BareConnection&) = delete;
-  BareConnection& operator=(const BareConnection&) = delete;
-
-  sqlite3* handle() { return handle_; }
-  void execute(const char* text) {
-    require(sqlite3_exec(handle_, text, nullptr, nullptr, nullptr) == SQLITE_OK, text);
-  }
-
- private:
-  sqlite3* handle_ = nullptr;
-};
-
-/// A data folder of the process's own.
-struct Setting {
-  fs::path data;
-  fs::path file;
-
-  Setting() {
-    std::string name = (fs::temp_directory_path() / "orvane-benchmark-XXXXXX").string();
-    require(mkdtemp(name.data()) != nullptr, "no temporary folder");
-    data = name;
-    require(HostApplication::configure({.dataDirectory = data}).has_value(), "configure");
-    file = HostApplication::documentsDirectory().value() / "tag_database.sqlite";
-    require(TagDatabase::shared().initialize().has_value(), "initialize");
-  }
-  ~Setting() { fs::remove_all(data); }
-};
-
-const Setting& setting() {
-  static const Setting instance;
-  return instance;
-}
-
-std::string assetOf(int number) {
-  std::array<char, 64> id{};
-  std::snprintf(id.data(), id.size(), "%08X-4B3D-4C5E-9F10-2A3B%08X/L0/001",
-                static_cast<unsigned>(number) * 2654435761U, static_cast<unsigned>(number));
-  return id.data();
+/// The engine's database, in a data folder of the process's own.
+fs::path tagDatabase() {
+  static const benchmarks::DataFolder folder;
+  static const bool ready = TagDatabase::shared().initialize().has_value();
+  require(ready, "initialize");
+  return HostApplication::documentsDirectory().value() / "tag_database.sqlite";
 }
 
 std::vector<TagWithConfidence> tagsOf(int number) {
@@ -142,8 +65,12 @@ struct Asset {
 
 std::vector<Asset> assetsFrom(int first, int count) {
   std::vector<Asset> assets;
-  for (int i = first; i < first + count; ++i) assets.push_back({assetOf(i), tagsOf(i)});
+  for (int i = first; i < first + count; ++i) assets.push_back({assetIdOf(i), tagsOf(i)});
   return assets;
+}
+
+void insert(Bare& upsert, const Asset& asset, std::int64_t time) {
+  for (const auto& tag : asset.tags) benchmarks::insertTag(upsert, asset.id, tag, time, kDevice);
 }
 
 std::int64_t now() {
@@ -152,31 +79,9 @@ std::int64_t now() {
       .count();
 }
 
-void insert(Bare& statement, const Asset& asset, std::int64_t time) {
-  for (const auto& [tag, confidence] : asset.tags) {
-    statement.bind(1, asset.id);
-    statement.bind(2, tag);
-    statement.bind(3, confidence);
-    statement.bind(4, "ml_v1");
-    statement.bind(5, time);
-    statement.bind(6, kDevice);
-    statement.run();
-  }
-}
-
-/// The schema that the engine has made, in another file.
-void copySchema(BareConnection& target) {
-  BareConnection source(setting().file);
-  Bare schema(source.handle(), "SELECT sql FROM sqlite_master WHERE sql IS NOT NULL");
-  while (schema.step()) {
-    const auto* text = sqlite3_column_text(schema.handle(), 0);
-    target.execute(reinterpret_cast<const char*>(text));
-  }
-}
-
 void upsertTags(benchmark::State& state) {
-  BareConnection connection(setting().data / "floor.sqlite");
-  copySchema(connection);
+  BareConnection connection(tagDatabase().replace_filename("floor.sqlite"));
+  benchmarks::copySchema(tagDatabase(), connection);
   Bare begin(connection.handle(), "BEGIN IMMEDIATE");
   Bare upsert(connection.handle(), statements::kUpsertTag);
   Bare commit(connection.handle(), "COMMIT");
@@ -206,12 +111,12 @@ void fill() {
   static bool full = false;
   if (full) return;
   full = true;
-  BareConnection connection(setting().file);
+  BareConnection connection(tagDatabase());
   connection.execute("PRAGMA synchronous=OFF");
   connection.execute("PRAGMA cache_size=-1000000");
   connection.execute("BEGIN IMMEDIATE");
   Bare upsert(connection.handle(), statements::kUpsertTag);
-  for (int i = 0; i < kAssets; ++i) insert(upsert, {assetOf(i), tagsOf(i)}, now());
+  for (int i = 0; i < kAssets; ++i) insert(upsert, {assetIdOf(i), tagsOf(i)}, now());
   connection.execute("COMMIT");
   connection.execute("PRAGMA wal_checkpoint(TRUNCATE)");
 }
@@ -233,7 +138,7 @@ template <class Value, class Engine, class Look>
 void compare(benchmark::State& state, std::string_view text, const Value& argument, Engine&& engine,
              Look&& look) {
   fill();
-  BareConnection connection(setting().file);
+  BareConnection connection(tagDatabase());
   Bare statement(connection.handle(), text);
   statement.bind(1, argument);
   Ratio ratio(state, Ratio::Clock::processCpu);

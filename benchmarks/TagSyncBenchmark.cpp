@@ -6,38 +6,32 @@
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/tagging/TagDatabase.h>
+#include <orvane/tagging/internal/TagStatements.h>
 #include <orvane/tagsync/internal/TagExchange.h>
 #include <orvane/tagsync/internal/TagObject.h>
-#include <sqlite3.h>
 
 #include <array>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "BareDatabase.h"
+#include "DataFolder.h"
 #include "Ratio.h"
 
 namespace orvane {
 namespace {
 
-namespace fs = std::filesystem;
+using benchmarks::assetIdOf;
+using benchmarks::Bare;
+using benchmarks::BareConnection;
+using benchmarks::require;
 
 constexpr int kAssets = 100'000;
 constexpr int kTagsPerAsset = 5;
 constexpr int kLinesPerPiece = 5'000;
 constexpr std::int64_t kTimestamp = 1'732'320'000'000;
-
-std::string idOf(int number) {
-  std::array<char, 64> id{};
-  std::snprintf(id.data(), id.size(), "8C1F%04X-4B3D-4C5E-9F10-2A3B%08X/L0/001", number & 0xffff,
-                static_cast<unsigned>(number) * 2654435761U);
-  return id.data();
-}
 
 std::string filenameOf(int number) { return "media/IMG_" + std::to_string(number) + ".HEIC"; }
 
@@ -55,26 +49,18 @@ std::vector<TagWithConfidence> tagsOf(int number) {
   return tags;
 }
 
-/// A data folder of the process's own, where every asset has an upload record.
-struct Setting {
-  fs::path data;
-
-  Setting() {
-    std::string name = (fs::temp_directory_path() / "orvane-benchmark-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    data = name;
-    if (!HostApplication::configure({.dataDirectory = data})) throw std::runtime_error("configure");
-    std::vector<UploadRecord> records;
-    for (int i = 0; i < kAssets; ++i) {
-      records.emplace_back(idOf(i), filenameOf(i), UploadStatus::completed, 2'048'576, 2'048'576);
-    }
-    UploadStore::shared().upsertBatch(std::move(records));
-    if (UploadStore::shared().completedCount() != kAssets) throw std::runtime_error("records");
+/// Once makes a data folder of the process's own, where every asset has an upload record.
+void prepare() {
+  static const benchmarks::DataFolder folder;
+  if (UploadStore::shared().completedCount() == kAssets) return;
+  std::vector<UploadRecord> records;
+  for (int i = 0; i < kAssets; ++i) {
+    records.emplace_back(assetIdOf(i), filenameOf(i), UploadStatus::completed, 2'048'576,
+                         2'048'576);
   }
-  ~Setting() { fs::remove_all(data); }
-};
-
-void prepare() { static const Setting setting; }
+  UploadStore::shared().upsertBatch(std::move(records));
+  require(UploadStore::shared().completedCount() == kAssets, "records");
+}
 
 std::vector<std::string_view> linesOf(std::string_view body) {
   std::vector<std::string_view> lines;
@@ -87,7 +73,7 @@ std::vector<std::string_view> linesOf(std::string_view body) {
 
 TagsByAsset allTags() {
   TagsByAsset tags;
-  for (int i = 0; i < kAssets; ++i) tags[idOf(i)] = tagsOf(i);
+  for (int i = 0; i < kAssets; ++i) tags[assetIdOf(i)] = tagsOf(i);
   return tags;
 }
 
@@ -96,7 +82,7 @@ void BuildTagObject(benchmark::State& state) {
   const auto tags = allTags();
   const auto object = internal::tagObjectOf(tags, kTimestamp);
   const auto lines = linesOf(textOf(object));
-  if (lines.size() != kAssets) throw std::runtime_error("lines");
+  require(lines.size() == kAssets, "lines");
 
   benchmarks::Ratio ratio(state);
   for (auto _ : state) {
@@ -112,68 +98,11 @@ void BuildTagObject(benchmark::State& state) {
 }
 BENCHMARK(BuildTagObject)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(15);
 
-/// SQLite by hand: its own file with the schema and the settings of the tag database.
-class PlainDatabase {
- public:
-  explicit PlainDatabase(const fs::path& file) {
-    check(sqlite3_open(file.c_str(), &handle_));
-    execute("PRAGMA journal_mode=WAL");
-  }
-  ~PlainDatabase() {
-    sqlite3_finalize(insert_);
-    sqlite3_close(handle_);
-  }
-  PlainDatabase(const PlainDatabase&) = delete;
-  PlainDatabase& operator=(const PlainDatabase&) = delete;
-
-  void execute(const char* statement) {
-    check(sqlite3_exec(handle_, statement, nullptr, nullptr, nullptr));
-  }
-
-  void copySchemaFrom(const fs::path& file) {
-    execute(("ATTACH '" + file.string() + "' AS other").c_str());
-    std::vector<std::string> statements;
-    sqlite3_stmt* query = nullptr;
-    check(sqlite3_prepare_v2(handle_,
-                             "SELECT sql FROM other.sqlite_master WHERE tbl_name = 'asset_tags' "
-                             "AND sql IS NOT NULL",
-                             -1, &query, nullptr));
-    while (sqlite3_step(query) == SQLITE_ROW) {
-      statements.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(query, 0)));
-    }
-    sqlite3_finalize(query);
-    execute("DETACH other");
-    for (const auto& statement : statements) execute(statement.c_str());
-    check(sqlite3_prepare_v2(handle_,
-                             "INSERT OR REPLACE INTO asset_tags (asset_id, tag, confidence, "
-                             "source, created_at, device_uuid) VALUES (?, ?, ?, ?, ?, ?)",
-                             -1, &insert_, nullptr));
-  }
-
-  void insert(const std::string& assetId, const TagWithConfidence& tag, std::string_view device) {
-    const std::chrono::duration<double, std::milli> now =
-        std::chrono::system_clock::now().time_since_epoch();
-    bind(1, assetId);
-    bind(2, tag.tag);
-    sqlite3_bind_double(insert_, 3, tag.confidence);
-    bind(4, "ml_v1");
-    sqlite3_bind_double(insert_, 5, now.count());
-    bind(6, device);
-    if (sqlite3_step(insert_) != SQLITE_DONE) throw std::runtime_error("insert");
-    sqlite3_reset(insert_);
-  }
-
- private:
-  static void check(int code) {
-    if (code != SQLITE_OK) throw std::runtime_error(sqlite3_errstr(code));
-  }
-  void bind(int position, std::string_view text) {
-    sqlite3_bind_text(insert_, position, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
-  }
-
-  sqlite3* handle_ = nullptr;
-  sqlite3_stmt* insert_ = nullptr;
-};
+double now() {
+  return std::chrono::duration<double, std::milli>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
 
 /// One piece of the object after the other, so that other use of the disk meets engine and floor
 /// alike.
@@ -182,11 +111,12 @@ void MergeTagObject(benchmark::State& state) {
   constexpr int kLinesPerTransaction = 1000;
   prepare();
   auto& database = TagDatabase::shared();
-  if (!database.initialize()) throw std::runtime_error("database");
+  require(database.initialize().has_value(), "database");
   const auto documents = HostApplication::documentsDirectory().value();
-  PlainDatabase plain(documents / "plain.sqlite");
-  plain.copySchemaFrom(documents / "tag_database.sqlite");
-  PlainDatabase engine(documents / "tag_database.sqlite");
+  BareConnection plain(documents / "plain.sqlite");
+  BareConnection engine(documents / "tag_database.sqlite");
+  benchmarks::copySchema(documents / "tag_database.sqlite", plain);
+  Bare upsert(plain.handle(), internal::statements::kUpsertTag);
 
   const auto tags = allTags();
   const auto object = internal::tagObjectOf(tags, kTimestamp);
@@ -208,15 +138,17 @@ void MergeTagObject(benchmark::State& state) {
     for (int i = 0; i < kLinesPerPiece; ++i) piece += lines[line++];
     ratio.engine([&] {
       internal::TagObjectReader reader(std::move(piece));
-      if (!reader.isUtf8() || internal::mergeTags(reader, database, kDevice, assets) !=
-                                  std::int64_t{kLinesPerPiece} * kTagsPerAsset) {
-        throw std::runtime_error("merge");
-      }
+      require(reader.isUtf8(), "UTF-8");
+      require(internal::mergeTags(reader, database, kDevice, assets) ==
+                  std::int64_t{kLinesPerPiece} * kTagsPerAsset,
+              "merge");
     });
     ratio.floor([&] {
       for (int i = 0; i < kLinesPerPiece; ++i, ++asset) {
         if (i % kLinesPerTransaction == 0) plain.execute("BEGIN IMMEDIATE");
-        for (const auto& tag : asset->second) plain.insert(asset->first, tag, kDevice);
+        for (const auto& tag : asset->second) {
+          benchmarks::insertTag(upsert, asset->first, tag, now(), kDevice);
+        }
         if ((i + 1) % kLinesPerTransaction == 0) plain.execute("COMMIT");
       }
     });

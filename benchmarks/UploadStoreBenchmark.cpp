@@ -12,33 +12,29 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "DataFolder.h"
+#include "Ratio.h"
 
 namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
+using benchmarks::assetIdOf;
+using benchmarks::median;
+using benchmarks::require;
 
 constexpr int kRecords = 100'000;
 
-std::string idOf(int number) {
-  std::array<char, 64> id{};
-  std::snprintf(id.data(), id.size(), "8C1F%04X-4B3D-4C5E-9F10-2A3B%08X/L0/001", number & 0xffff,
-                static_cast<unsigned>(number) * 2654435761U);
-  return id.data();
-}
-
 UploadRecord recordOf(int number) {
-  UploadRecord record(idOf(number), "media/IMG_" + std::to_string(number) + ".HEIC",
+  UploadRecord record(assetIdOf(number), "media/IMG_" + std::to_string(number) + ".HEIC",
                       UploadStatus::completed, 2'048'576 + number, 2'048'576 + number);
   record.creationDate = Date{700'000'000.125 + number * 61.5};
   record.thumbnailUploaded = true;
@@ -48,30 +44,21 @@ UploadRecord recordOf(int number) {
   return record;
 }
 
-/// A data folder of the process's own with a store of `kRecords` records.
-struct Setting {
-  fs::path data;
-  fs::path file;
-
-  Setting() {
-    std::string name = (fs::temp_directory_path() / "orvane-benchmark-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    data = name;
-    if (!HostApplication::configure({.dataDirectory = data})) throw std::runtime_error("configure");
-    file = HostApplication::applicationSupportDirectory().value() / "upload_records_v1.json";
-    fs::create_directories(file.parent_path());
-    std::ofstream out(file, std::ios::binary);
+/// The file of a store of `kRecords` records, in a data folder of the process's own.
+const fs::path& recordFile() {
+  static const benchmarks::DataFolder folder;
+  static const auto file = [] {
+    auto path = HostApplication::applicationSupportDirectory().value() / "upload_records_v1.json";
+    fs::create_directories(path.parent_path());
+    std::ofstream out(path, std::ios::binary);
     for (int i = 0; i < kRecords; ++i) {
-      out << (i == 0 ? '{' : ',') << '"' << idOf(i) << "\":" << recordOf(i).encodeJson().value();
+      out << (i == 0 ? '{' : ',') << '"' << assetIdOf(i)
+          << "\":" << recordOf(i).encodeJson().value();
     }
     out << '}';
-  }
-  ~Setting() { fs::remove_all(data); }
-};
-
-const Setting& setting() {
-  static const Setting instance;
-  return instance;
+    return path;
+  }();
+  return file;
 }
 
 using Clock = std::chrono::steady_clock;
@@ -87,7 +74,7 @@ double secondsOf(Work&& work) {
 template <class Work>
 double secondsInChild(Work&& work) {
   std::array<int, 2> channel{};
-  if (pipe(channel.data()) != 0) throw std::runtime_error("pipe");
+  require(pipe(channel.data()) == 0, "pipe");
   const platform::FileDescriptor input(channel[0]);
   platform::FileDescriptor output(channel[1]);
   const pid_t child = fork();
@@ -99,14 +86,8 @@ double secondsInChild(Work&& work) {
   double seconds = 0;
   const auto count = read(input.get(), &seconds, sizeof seconds);
   waitpid(child, nullptr, 0);
-  if (count != sizeof seconds) throw std::runtime_error("the child failed");
+  require(count == sizeof seconds, "the child failed");
   return seconds;
-}
-
-double median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
 }
 
 /// Write, sync, rename, sync of the folder: what no durable replacement can do without.
@@ -115,7 +96,7 @@ void replaceDurably(const fs::path& target, std::string_view content) {
   const platform::FileDescriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600));
   while (!content.empty()) {
     const auto count = write(file.get(), content.data(), content.size());
-    if (count < 0) throw std::runtime_error("write");
+    require(count >= 0, "write");
     content.remove_prefix(static_cast<std::size_t>(count));
   }
   const platform::FileDescriptor folder(open(target.parent_path().c_str(), O_RDONLY | O_DIRECTORY));
@@ -126,7 +107,7 @@ void replaceDurably(const fs::path& target, std::string_view content) {
 }
 
 void changeOneRecord(benchmark::State& state) {
-  const auto& file = setting().file;
+  const auto& file = recordFile();
   auto& store = UploadStore::shared();
   const auto change = [&](int number) {
     auto record = recordOf(number);
@@ -187,7 +168,7 @@ void walkAll(const simdjson::padded_string& text) {
 }
 
 void load(benchmark::State& state) {
-  const auto path = setting().file.string();
+  const auto path = recordFile().string();
   const simdjson::padded_string text = simdjson::padded_string::load(path).value();
   std::vector<double> loads;
   std::vector<double> walks;
