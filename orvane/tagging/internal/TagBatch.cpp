@@ -13,11 +13,11 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostTags = 5000;
 /// How long a transaction is to take, commit included; it gathers no longer than that.
-constexpr Clock::duration kAim = std::chrono::milliseconds(25);
+constexpr Clock::duration kAim = std::chrono::milliseconds(30);
 /// How many tags the first one has at most: nothing is known of the disk yet.
 constexpr std::size_t kFirstTags = 1000;
 /// And each at least, short of `kMostText`: on a slow disk fewer would cost even more time.
-constexpr std::size_t kFewestTags = 200;
+constexpr std::size_t kFewestTags = 500;
 /// After so many bytes of texts a transaction takes no further tag.
 constexpr std::size_t kMostText = std::size_t{256} << 10;
 /// How many tags are given up at most because a transaction could not be begun.
