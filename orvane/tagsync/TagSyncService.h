@@ -32,7 +32,7 @@ struct TagUpload {
 ///
 /// The operations are coroutines. While they wait for the network they block no thread; their work
 /// on the tag database and the upload store, which takes seconds for hundreds of thousands of tags,
-/// blocks the thread that runs them. Tags are written in transactions of about 30 ms, so that other
+/// blocks the thread that runs them. Tags are written in transactions of about 25 ms, so that other
 /// users of the database wait less than 50 ms, unless the disk is slow or a single tag has
 /// megabytes. The executor must outlive the operation. Cancelling it ends the transfer under way
 /// with the code cancelled (-999); what has been written stays. The host must have called

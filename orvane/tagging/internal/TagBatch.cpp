@@ -13,7 +13,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostTags = 5000;
 /// How long a transaction is to take, commit included; it gathers no longer than that.
-constexpr Clock::duration kAim = std::chrono::milliseconds(30);
+constexpr Clock::duration kAim = std::chrono::milliseconds(25);
 /// How many tags the first one has at most: nothing is known of the disk yet.
 constexpr std::size_t kFirstTags = 1000;
 /// And each at least, short of `kMostText`: on a slow disk fewer would cost even more time.

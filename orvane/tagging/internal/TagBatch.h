@@ -23,7 +23,7 @@ namespace internal {
 /// the same outcome for each: a tag that cannot be written is passed over, the others stay.
 ///
 /// Tags are gathered, then written many at a time. Each transaction is made as long as the one
-/// before lets expect 30 ms, commit included, and of at most 256 KiB of text, so that on a disk
+/// before lets expect 25 ms, commit included, and of at most 256 KiB of text, so that on a disk
 /// that is not slow other callers of the database wait less than 50 ms. One tag cannot be divided:
 /// where a single one has megabytes, they wait for it as they would for `upsertTag`.
 ///

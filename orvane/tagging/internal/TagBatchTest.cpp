@@ -77,6 +77,7 @@ TEST(TagBatch, SlowTagsAreWrittenInManyTransactions) {
   });
   ASSERT_TRUE(slowed);
   std::vector<TagWithConfidence> tags;
+  tags.reserve(1500);
   for (int i = 0; i < 1500; ++i) tags.push_back({std::to_string(i), 1});
   EXPECT_EQ(transactionsFor(tags).size(), 3U);
 }
