@@ -41,12 +41,10 @@ enum class OnnxProblem {
 /// - `width`, `height`: of the model's input, 1 to 2048, which is one image as 3 planes of floats.
 /// - `fit`: "cover" (the middle of the image; when left out) or "stretch" (all of it, distorted).
 /// - `channels`: "rgb" (when left out) or "bgr".
-/// - `scale`, `mean`, `std`: a sample from 0 to 255 becomes (sample * scale - mean) / std, with
-/// mean
-///   and std in the order of `channels`. Left out: 1/255, zeros, ones.
-/// - `output`: how outputs become confidences: "softmax", "sigmoid", or "none" when the model
-/// itself
-///   gives them, from 0 to 1.
+/// - `scale`, `mean`, `std`: a sample from 0 to 255 becomes (sample * scale - mean) / std, with the
+///   last two in the order of `channels`. Left out: 1/255, zeros, ones.
+/// - `output`: how outputs become confidences: "softmax", "sigmoid", or "none" when they already
+///   are such, from 0 to 1.
 ///
 /// Any thread may classify, several at once: each then has a copy of the network, kept for the
 /// next. For the whole process `open` tells OpenCV to compute on the calling thread alone, so that

@@ -41,8 +41,9 @@ class ImageTagger {
   /// `SystemLog`. Never fails.
   ///
   /// The caller is suspended and resumes on its own executor, which must outlive the operation. The
-  /// work runs on a thread of lowered priority, as many at once as there are cores. Cancelling has
-  /// no effect.
+  /// work runs on a thread of lowered priority, as many at once as there are cores; the engine's
+  /// own classifiers hold up to 512 MiB for the largest image that they accept. Cancelling has no
+  /// effect.
   [[nodiscard]] boost::asio::awaitable<std::vector<TagWithConfidence>> tagImage(
       std::filesystem::path at) const;
 

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/LogLines.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestImage.h"
 
@@ -35,6 +36,7 @@ namespace {
 
 namespace asio = boost::asio;
 using ::testing::ElementsAre;
+using testing::LogLines;
 using ::testing::StartsWith;
 using testing::testDirectory;
 using Observations = std::vector<ClassificationObservation>;
@@ -64,29 +66,6 @@ Tags tagsOf(const ImageTagger& tagger, const std::filesystem::path& image = "ima
   context.run();
   return tags.get();
 }
-
-/// The lines that are logged as long as it lives.
-class LogLines {
- public:
-  LogLines() {
-    SystemLog::setSink([this](std::string_view line) {
-      const std::lock_guard lock(mutex_);
-      lines_.emplace_back(line);
-    });
-  }
-  ~LogLines() { SystemLog::setSink({}); }
-  LogLines(const LogLines&) = delete;
-  LogLines& operator=(const LogLines&) = delete;
-
-  std::vector<std::string> take() {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(lines_, {});
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
 
 TagWithConfidence tag(const char* name, float confidence) { return {name, double{confidence}}; }
 
@@ -175,7 +154,7 @@ TEST(ImageTagger, AFileThatCannotBeClassifiedGivesOneLine) {
     EXPECT_THAT(log.take(), ElementsAre(StartsWith("[ImageTagger] Vision classify failed: ")))
         << name;
   }
-  EXPECT_TRUE(tagsOf(ImageTagger::shared(), testDirectory() / "whole.jpg").size() <= 5);
+  EXPECT_THAT(tagsOf(ImageTagger::shared(), testDirectory() / "whole.jpg"), ElementsAre());
   EXPECT_THAT(log.take(), ElementsAre());
 }
 
@@ -192,6 +171,7 @@ TEST(ImageTagger, ThePlainWordsOfAFailureAreLogged) {
                                       "[ImageTagger] Vision classify failed: no film"));
 }
 
+/// Needs a process that has not used the engine before, as ctest gives each test.
 TEST(ImageTagger, TheSharedOneAsksTheHostsClassifier) {
   std::filesystem::path asked;
   ASSERT_TRUE(HostApplication::configure(

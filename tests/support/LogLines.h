@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace orvane::testing {
@@ -25,6 +26,12 @@ class LogLines {
   [[nodiscard]] std::vector<std::string> lines() const {
     const std::lock_guard lock(mutex_);
     return lines_;
+  }
+
+  /// The lines since the last call.
+  [[nodiscard]] std::vector<std::string> take() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(lines_, {});
   }
 
  private:

@@ -11,9 +11,6 @@ namespace {
 
 using Image = VipsHandle<VipsImage>;
 
-/// Up to this size a file is read at once: libjpeg is then a twentieth faster than by pieces.
-constexpr std::size_t kReadWhole = std::size_t{32} * 1024 * 1024;
-
 constexpr std::array<std::pair<ImageFile::Format, const char*>, 5> kLoaders{{
     {ImageFile::Format::jpeg, "jpegload_source"},
     {ImageFile::Format::png, "pngload_source"},
@@ -40,25 +37,10 @@ int jpegShrink(double reduction) {
 }  // namespace
 
 ImageFile::ImageFile(FileReader file) : input_{.file = std::move(file)} {
-  if (input_.file.sizeAtOpen() <= kReadWhole && readWhole()) {
-    source_.reset(vips_source_new_from_memory(content_.data(), content_.size()));
-    return;
-  }
   auto* custom = vips_source_custom_new();
   source_.reset(VIPS_SOURCE(custom));
   g_signal_connect(custom, "read", G_CALLBACK(read), &input_);
   g_signal_connect(custom, "seek", G_CALLBACK(seek), &input_);
-}
-
-bool ImageFile::readWhole() {
-  content_.resize(input_.file.sizeAtOpen());
-  const auto count = input_.file.readAt(0, content_);
-  if (!count) {
-    input_.failure = count.error();
-    return false;
-  }
-  content_.resize(*count);
-  return !content_.empty();
 }
 
 gint64 ImageFile::read(VipsSourceCustom* /*source*/, void* buffer, gint64 length, gpointer data) {
@@ -111,7 +93,8 @@ Image ImageFile::loadEmbedded(const VipsImage& whole, double reduction) {
   const double across = static_cast<double>(whole.Xsize) / image->Xsize;
   const double down = static_cast<double>(whole.Ysize) / image->Ysize;
   const bool sameProportions = std::abs(across / down - 1) < 0.02;
-  if (!sameProportions || std::max(across, down) > reduction) return nullptr;
+  const bool isSmaller = std::min(across, down) >= 1;
+  if (!sameProportions || !isSmaller || std::max(across, down) > reduction) return nullptr;
   return image;
 }
 

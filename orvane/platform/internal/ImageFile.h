@@ -1,7 +1,6 @@
 #pragma once
 
 #include <orvane/Error.h>
-#include <orvane/platform/Bytes.h>
 #include <orvane/platform/FileReader.h>
 #include <orvane/platform/internal/VipsHandle.h>
 
@@ -14,7 +13,8 @@ namespace orvane::platform {
 ///
 /// Not by its name, under which another file may lie at the second look, and not mapped into
 /// memory, where a file that gets shorter would end the process. Each format is opened by its own
-/// loader: no other of libvips' many ever sees the file.
+/// loader, called by its name: no other of libvips' many, the ones it does not trust included, ever
+/// sees the file.
 ///
 /// One thread at a time. Must outlive the images that it gives, whose pixels are decoded when they
 /// are asked for, once and from the top.
@@ -46,12 +46,10 @@ class ImageFile {
     std::uint64_t offset = 0;
     std::optional<Error> failure = {};
   };
-  bool readWhole();
   static gint64 read(VipsSourceCustom* source, void* buffer, gint64 length, gpointer input);
   static gint64 seek(VipsSourceCustom* source, gint64 offset, int whence, gpointer input);
 
   Input input_;
-  Bytes content_;  ///< All of a file of usual size.
   VipsHandle<VipsSource> source_;
 };
 

@@ -21,7 +21,8 @@ namespace {
 using Image = VipsHandle<VipsImage>;
 using Format = ImageFile::Format;
 
-constexpr int kMaximumSide = 2048;
+constexpr int kMaximumBoxSide = 2048;
+constexpr int kMaximumSide = 65'535;
 constexpr double kMaximumPixels = 500e6;
 constexpr double kMaximumBytesHeld = 512.0 * 1024 * 1024;
 
@@ -101,7 +102,9 @@ bool isTooLarge(VipsImage* image, Format format) {
   const double rows = width * std::min(image->Ysize, kRowsKept);
   const double held =
       pixels * bytesHeldPerPixel(image, format) + rows * static_cast<double>(bytesPerPixel(*image));
-  return pixels > kMaximumPixels || held > kMaximumBytesHeld;
+  // Of an image that is wider still, the rows that are under way take more than all the rest.
+  return std::max(image->Xsize, image->Ysize) > kMaximumSide || pixels > kMaximumPixels ||
+         held > kMaximumBytesHeld;
 }
 
 // -- Layout
@@ -143,8 +146,7 @@ Layout layoutOf(const VipsImage& image, const Box& box) {
 }
 
 // -- Size. The decoded rows pass by a few at a time and on this thread: libvips' own reduction
-// takes
-// -- gigabytes for very wide images and ends the process for very flat ones.
+// -- holds far more of a wide image, and ends the process for very flat ones.
 
 template <class Sample>
 bool addRows(VipsImage* image, const VipsRect& part, AreaAverage& average) {
@@ -321,13 +323,10 @@ Result<RgbImage> decode(ImageFile& file, Box box) {
   const double reduction = reductionFor(*image, box);
   Image embedded;
   if (*format == Format::heif) embedded = file.loadEmbedded(*image, reduction);
-  if (embedded) {
-    image = std::move(embedded);
-  } else if (isTooLarge(image.get(), *format)) {
-    return failure(ImageProblem::tooLarge);
-  } else if (reduction > 1) {
-    image = file.load(*format, reduction);
-  }
+  const bool isWhole = embedded == nullptr;
+  if (!isWhole) image = std::move(embedded);
+  if (isTooLarge(image.get(), *format)) return failure(ImageProblem::tooLarge);
+  if (isWhole && reduction > 1) image = file.load(*format, reduction);
   if (image && image->Coding != VIPS_CODING_NONE) {
     image = operate(image, vips_colourspace, VIPS_INTERPRETATION_sRGB);
   }
@@ -345,7 +344,7 @@ Result<RgbImage> decode(ImageFile& file, Box box) {
 }  // namespace
 
 Result<RgbImage> readImage(const std::filesystem::path& file, int width, int height, ImageFit fit) {
-  if (std::min(width, height) < 1 || std::max(width, height) > kMaximumSide) {
+  if (std::min(width, height) < 1 || std::max(width, height) > kMaximumBoxSide) {
     return std::unexpected(posixError(EINVAL, "decode"));
   }
   auto reader = FileReader::open(file);

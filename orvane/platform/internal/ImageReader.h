@@ -37,7 +37,8 @@ enum class ImageProblem {
 /// by its profile, what is transparent laid on white. Of several pages or frames, the first.
 ///
 /// As far as the format allows, only the size needed is decoded, row by row. An image of more than
-/// 500 megapixels is refused, and so is one for which more than 512 MiB would be held at once:
+/// 500 megapixels or with a side above 65,535 is refused, and so is one for which more than 512 MiB
+/// would be held at once:
 /// about 90 megapixels where the coding is kept whole (progressive JPEG, interlaced PNG, WebP,
 /// HEIF; 170 for TIFF). So what cameras take passes, and panoramas of the usual codings do.
 ///
@@ -48,7 +49,7 @@ enum class ImageProblem {
 /// The first call starts libvips for the whole process. In it, the cache of operations is then off,
 /// since files may change, and libvips' warnings are dropped. (The codecs inside HEIF still print a
 /// line about some damaged streams; nothing can be done about that.) A process that exits waits for
-/// the step under way, at most the decoding of one whole HEIF or WebP image.
+/// the step under way: a few rows, or all of an image whose coding is kept whole.
 [[nodiscard]] Result<RgbImage> readImage(const std::filesystem::path& file, int width, int height,
                                          ImageFit fit);
 
