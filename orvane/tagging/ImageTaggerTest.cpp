@@ -9,6 +9,8 @@
 
 #include <atomic>
 #include <boost/asio/awaitable.hpp>
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
@@ -200,8 +202,9 @@ TEST(ImageTagger, WorksAtALowerPriorityOffTheCallersThread) {
   EXPECT_EQ(priorityHere(), before);
 }
 
-TEST(ImageTagger, TheCallerIsSuspendedNotBlocked) {
+TEST(ImageTagger, TheCallerIsSuspendedNotBlockedAndCancellingHasNoEffect) {
   std::binary_semaphore release(0);
+  asio::cancellation_signal cancel;
   const ImageTagger tagger(std::make_shared<Scripted>([&](const auto&) {
     release.acquire();
     return Observations{{"sky", 1}};
@@ -214,13 +217,14 @@ TEST(ImageTagger, TheCallerIsSuspendedNotBlocked) {
       [&]() -> asio::awaitable<void> {
         asio::post(context, [&] {
           events.emplace_back("other work");
+          cancel.emit(asio::cancellation_type::all);
           release.release();
         });
         const auto tags = co_await tagger.tagImage("image.jpg");
         resumedOn = std::this_thread::get_id();
         events.push_back(tags.at(0).tag);
       },
-      asio::detached);
+      asio::bind_cancellation_slot(cancel.slot(), asio::detached));
   context.run();
   EXPECT_THAT(events, ElementsAre("other work", "cielo"));
   EXPECT_EQ(resumedOn, std::this_thread::get_id());
