@@ -58,6 +58,7 @@ std::vector<std::size_t> transactionsFor(std::vector<TagWithConfidence> tags) {
 TEST(TagBatch, LargeTagsAreWrittenAFewAtATime) {
   ASSERT_TRUE(TagDatabase::shared().initialize());
   std::vector<TagWithConfidence> tags;
+  tags.reserve(60);
   for (int i = 0; i < 60; ++i) tags.push_back({std::string(100'000, 'x') + std::to_string(i), 1});
   const auto transactions = transactionsFor(tags);
   EXPECT_EQ(transactions.size(), 20U);
