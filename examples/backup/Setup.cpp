@@ -38,10 +38,10 @@ constexpr auto kDestinationKey = "backup_destination";
 
 bool isWebAddress(const orvane::Url& url) {
   if ((url.scheme() != "http" && url.scheme() != "https") || url.host().empty()) return false;
-  const std::string_view port(url.host().end(), url.encodedPath().begin());  // ":8000", or nothing.
-  if (port.size() < 2) return true;
+  const auto port = url.port();
+  if (port.empty()) return true;
   std::uint16_t number = 0;
-  const auto [end, error] = std::from_chars(port.begin() + 1, port.end(), number);
+  const auto [end, error] = std::from_chars(port.begin(), port.end(), number);
   return error == std::errc() && end == port.end() && number > 0;
 }
 

@@ -172,6 +172,9 @@ TEST(HttpSession, TreatsHalfAnAnswerAsALostConnection) {
       {{.answer = "HTTP/1.1 200 OK\r\nContent-Length: 99\r\n\r\nfew", .end = Reaction::End::close},
        -1005},
       {{.answer = "", .end = Reaction::End::close}, -1005},
+      {{.answer = "HTTP/1.1 101 Switching Protocols\r\n\r\nnobody asked",
+        .end = Reaction::End::close},
+       -1005},
       {{.answer = "this is no HTTP\r\n\r\n", .end = Reaction::End::close}, -1011},
   };
   for (const auto& [reaction, code] : cases) {

@@ -21,6 +21,7 @@ std::optional<Url> Url::parse(std::string text) {
   };
   if (parsed->has_scheme()) url.scheme_ = pieceOf(parsed->scheme());
   if (parsed->has_authority()) url.host_ = pieceOf(parsed->encoded_host());
+  if (parsed->has_port()) url.port_ = pieceOf(parsed->port());
   url.path_ = pieceOf(parsed->encoded_path());
   if (parsed->has_query()) url.query_ = pieceOf(parsed->encoded_query());
   return url;

@@ -33,6 +33,9 @@ class Url {
   /// is none.
   [[nodiscard]] std::string_view host() const noexcept { return view(host_); }
 
+  /// The port as written, without ":"; empty when there is none.
+  [[nodiscard]] std::string_view port() const noexcept { return view(port_); }
+
   /// The path as written; may be empty.
   [[nodiscard]] std::string_view encodedPath() const noexcept { return view(path_); }
 
@@ -61,6 +64,7 @@ class Url {
   std::string text_;
   Piece scheme_;
   Piece host_;
+  Piece port_;
   Piece path_;
   Piece query_;
 };

@@ -8,22 +8,25 @@ namespace {
 TEST(Url, GivesItsPartsAsWritten) {
   const struct {
     std::string text;
-    std::string scheme, host, path, query;
+    std::string scheme, host, port, path, query;
   } cases[] = {
-      {"HTTP://Store.Example:9000/a/../b%2fc?x=1&y#f", "HTTP", "Store.Example", "/a/../b%2fc",
-       "x=1&y"},
-      {"http://[::1]:80", "http", "[::1]", "", ""},
-      {"http://user@h%20x/p", "http", "h%20x", "/p", ""},
-      {"/only/path?", "", "", "/only/path", ""},
-      {"store:9000", "store", "", "9000", ""},
-      {"", "", "", "", ""},
+      {"HTTP://Store.Example:9000/a/../b%2fc?x=1&y#f", "HTTP", "Store.Example", "9000",
+       "/a/../b%2fc", "x=1&y"},
+      {"http://[::1]:80", "http", "[::1]", "80", "", ""},
+      {"http://user@h%20x/p", "http", "h%20x", "", "/p", ""},
+      {"/only/path?", "", "", "", "/only/path", ""},
+      {"store:9000", "store", "", "", "9000", ""},
+      {"", "", "", "", "", ""},
+      {"http://h:/", "http", "h", "", "/", ""},
   };
-  for (const auto& [text, scheme, host, path, query] : cases) {
-    const auto parsed = Url::parse(text);
+  for (const auto& [text, scheme, host, port, path, query] : cases) {
+    auto parsed = Url::parse(text);
     ASSERT_TRUE(parsed) << text;
-    const Url copy = *parsed;  // Positions, not pointers: a copy is as good.
+    const Url copy = *parsed;
+    parsed.reset();  // Positions, not pointers: a copy needs no original.
     EXPECT_EQ(copy.scheme(), scheme) << text;
     EXPECT_EQ(copy.host(), host) << text;
+    EXPECT_EQ(copy.port(), port) << text;
     EXPECT_EQ(copy.encodedPath(), path) << text;
     EXPECT_EQ(copy.encodedQuery(), query) << text;
     EXPECT_EQ(copy.text(), text);

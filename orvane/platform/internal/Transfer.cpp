@@ -184,7 +184,9 @@ std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count,
                                void* self) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   const std::string_view line(data, size * count);
-  // An interim answer (100 to 199) is followed by the head of another one.
+  // An interim answer (100 to 199) is followed by the head of another one; after 101, which no
+  // request here asks for, the library takes what comes for a body, and the answer stays
+  // incomplete.
   if (line.starts_with("HTTP/")) {
     transfer.headIsInterim_ = line.substr(line.find(' ') + 1).starts_with('1');
   } else if (line == "\r\n" || line == "\n") {
