@@ -5,21 +5,16 @@
 
 #include <cmath>
 #include <cstdint>
-#include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "support/ChildProcess.h"
-
 namespace orvane {
 namespace {
 
-using orvane::testing::ChildMain;
-using orvane::testing::outputOfChild;
 using ::testing::IsEmpty;
 
-constexpr const char* kSample =
+const std::string kSample =
     R"({"id":"0123abcd-EF01-2345-6789-abcdefABCDEF","timestamp":-1.5,"bytesPerSecond":3e2})";
 
 std::string storedSamples() {
@@ -33,28 +28,13 @@ void storeSamples(const std::string& json) {
   Preferences::shared().set("bandwidth_samples_v1", bytesOf(json));
 }
 
-std::string listOf(int count) {
-  std::string json;
-  for (int i = 0; i < count; ++i) json += (i == 0 ? "" : ",") + std::string(kSample);
-  return "[" + json + "]";
-}
-
 std::vector<double> speedsIn(const BandwidthStatsStore& store) {
   std::vector<double> speeds;
   for (const auto& sample : store.samples()) speeds.push_back(sample.bytesPerSecond());
   return speeds;
 }
 
-const ChildMain kReader("bandwidth-reader", [](const auto&) {
-  const auto& store = BandwidthStatsStore::shared();
-  std::cout << store.totalBytesTransferred();
-  for (const auto& sample : store.samples()) {
-    std::cout << ' ' << sample.id() << ' ' << sample.bytesPerSecond();
-  }
-  return 0;
-});
-
-TEST(BandwidthStatsStoreTest, KeepsBothFiguresAcrossProcesses) {
+TEST(BandwidthStatsStoreTest, KeepsBothFiguresUntilTheReset) {
   auto& store = BandwidthStatsStore::shared();
   EXPECT_EQ(store.totalBytesTransferred(), 0);
   EXPECT_THAT(store.samples(), IsEmpty());
@@ -67,61 +47,54 @@ TEST(BandwidthStatsStoreTest, KeepsBothFiguresAcrossProcesses) {
   store.addSample(1000.5);
   store.addSample(1000.5);
   const auto samples = store.samples();
-  ASSERT_EQ(samples.size(), 2U);
+  EXPECT_EQ(speedsIn(store), (std::vector{1000.5, 1000.5}));
   EXPECT_NE(samples[0].id(), samples[1].id());
   EXPECT_TRUE(before <= samples[0].timestamp() && samples[1].timestamp() <= Date::now());
-  EXPECT_EQ(outputOfChild("bandwidth-reader"),
-            "8999999999 " + samples[0].id() + " 1000.5 " + samples[1].id() + " 1000.5");
-  EXPECT_EQ(BandwidthStatsStore().samples(), samples);
+  const BandwidthStatsStore another;
+  EXPECT_EQ(another.totalBytesTransferred(), 8'999'999'999);
+  EXPECT_EQ(another.samples(), samples);
 
   store.reset();
   EXPECT_EQ(store.totalBytesTransferred(), 0);
   EXPECT_THAT(store.samples(), IsEmpty());
-  EXPECT_EQ(outputOfChild("bandwidth-reader"), "0");
   EXPECT_EQ(storedTotal(), 0);
   EXPECT_EQ(storedSamples(), "none");
 }
 
-TEST(BandwidthStatsStoreTest, SamplesOfOneInstantDiffer) {
-  const Date instant{1.5};
-  const BandwidthSample first(instant, 3);
-  const BandwidthSample second(instant, 3);
-  EXPECT_NE(first.id(), second.id());
-  EXPECT_TRUE(first.timestamp() == instant && first.bytesPerSecond() == 3);
+TEST(BandwidthStatsStoreTest, KeepsTheLastSixtySamples) {
+  std::string list = "[" + kSample;
+  for (int i = 1; i < 70; ++i) list += "," + kSample;
+  storeSamples(list + "]");
+  BandwidthStatsStore store;
+  EXPECT_EQ(store.samples().size(), 70U);
+  std::vector<double> speeds(59, 300);
+  speeds.push_back(1);
+  store.addSample(1);
+  EXPECT_EQ(speedsIn(store), speeds);
+  EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
 }
 
-TEST(BandwidthStatsStoreTest, KeepsTheLastSixtySamples) {
+TEST(BandwidthStatsStoreTest, ReadsAndWritesJson) {
+  storeSamples("[ " + kSample + R"( ,{"x":[],"bytesPerSecond":0.25,"timestamp":1,)" +
+               R"("id":"00000000-0000-0000-0000-000000000000"}])");
   BandwidthStatsStore store;
-  std::vector<double> speeds;
-  for (int i = 1; i <= 61; ++i) store.addSample(i);
-  for (int i = 2; i <= 61; ++i) speeds.push_back(i);
-  EXPECT_EQ(speedsIn(store), speeds);
-  EXPECT_EQ(speedsIn(BandwidthStatsStore()), speeds);
-
-  storeSamples(listOf(70));
-  BandwidthStatsStore full;
-  EXPECT_EQ(full.samples().size(), 70U);
-  full.addSample(1);
-  EXPECT_EQ(full.samples().size(), 60U);
-  EXPECT_EQ(full.samples().back().bytesPerSecond(), 1);
-  EXPECT_EQ(BandwidthStatsStore().samples(), full.samples());
+  store.addSample(2);
+  const auto json =
+      R"([{"id":"0123ABCD-EF01-2345-6789-ABCDEFABCDEF","timestamp":-1.5,"bytesPerSecond":300},)"
+      R"({"id":"00000000-0000-0000-0000-000000000000","timestamp":1,"bytesPerSecond":0.25},)"
+      R"({"id":")" +
+      store.samples().back().id() + R"(","timestamp":)";
+  EXPECT_TRUE(storedSamples().starts_with(json)) << storedSamples();
 }
 
 TEST(BandwidthStatsStoreTest, LoadsWholeListsOnly) {
-  storeSamples(listOf(1));
-  const auto sample = BandwidthStatsStore().samples().at(0);
-  EXPECT_EQ(sample.id(), "0123ABCD-EF01-2345-6789-ABCDEFABCDEF");
-  EXPECT_EQ(sample.timestamp().secondsSinceReferenceDate, -1.5);
-  EXPECT_EQ(sample.bytesPerSecond(), 300);
-
   Preferences::shared().set("bandwidth_total_bytes_v1", std::int64_t{7});
-  const std::string good = kSample;
+  const auto withoutNumber = kSample.substr(0, kSample.size() - 4);
   for (const auto& json :
-       {std::string(), std::string("{}"), good, "[" + good, "[" + good + "]x", "[" + good + ",3]",
-        "[" + good + R"(,{"id":"0123abcd-EF01-2345-6789-abcdefABCDEF","timestamp":1}])",
+       {std::string(), std::string("{}"), kSample, "[" + kSample, "[" + kSample + "]x",
+        "[" + kSample + ",3]", "[" + kSample + R"(,{"timestamp":1,"bytesPerSecond":1}])",
         std::string(R"([{"id":"0123","timestamp":1,"bytesPerSecond":1}])"),
-        "[" + good.substr(0, good.size() - 4) + "null}]",
-        "[" + good.substr(0, good.size() - 4) + "1e999}]"}) {
+        "[" + withoutNumber + "null}]", "[" + withoutNumber + "1e999}]"}) {
     storeSamples(json);
     EXPECT_THAT(BandwidthStatsStore().samples(), IsEmpty()) << json;
     EXPECT_EQ(BandwidthStatsStore().totalBytesTransferred(), 7);
@@ -129,20 +102,6 @@ TEST(BandwidthStatsStoreTest, LoadsWholeListsOnly) {
   }
   BandwidthStatsStore().addSample(5);
   EXPECT_EQ(speedsIn(BandwidthStatsStore()), std::vector<double>{5});
-}
-
-TEST(BandwidthStatsStoreTest, WritesCompactJson) {
-  storeSamples("[ " + std::string(kSample) + R"( ,{"x":[],"bytesPerSecond":0.25,"timestamp":1,)" +
-               R"("id":"00000000-0000-0000-0000-000000000000"}])");
-  BandwidthStatsStore store;
-  store.addSample(2);
-  const auto last = store.samples().back();
-  EXPECT_THAT(
-      storedSamples(),
-      ::testing::StartsWith(R"([{"id":"0123ABCD-EF01-2345-6789-ABCDEFABCDEF","timestamp":-1.5,)"
-                            R"("bytesPerSecond":300},{"id":"00000000-0000-0000-0000-000000000000",)"
-                            R"("timestamp":1,"bytesPerSecond":0.25},{"id":")" +
-                            last.id() + R"(","timestamp":)"));
 }
 
 TEST(BandwidthStatsStoreTest, KeepsWhatIsNotFiniteInMemoryOnly) {
@@ -159,12 +118,10 @@ TEST(BandwidthStatsStoreTest, KeepsWhatIsNotFiniteInMemoryOnly) {
 
 TEST(BandwidthStatsStoreTest, TheTotalStaysAtTheEndsOfItsRange) {
   BandwidthStatsStore store;
-  for (const auto& [added, total] : {std::pair{INT64_MAX - 1, INT64_MAX - 1},
+  for (const auto& [added, total] : {std::pair{INT64_MAX, INT64_MAX},
                                      {1L, INT64_MAX},
-                                     {INT64_MAX, INT64_MAX},
                                      {INT64_MIN, -1L},
-                                     {INT64_MIN, INT64_MIN},
-                                     {-1L, INT64_MIN}}) {
+                                     {INT64_MIN, INT64_MIN}}) {
     store.addCompletedBytes(added);
     EXPECT_EQ(store.totalBytesTransferred(), total);
     EXPECT_EQ(storedTotal(), total);
@@ -174,7 +131,7 @@ TEST(BandwidthStatsStoreTest, TheTotalStaysAtTheEndsOfItsRange) {
 TEST(BandwidthStatsStoreTest, WhatIsStoredEndsAsWhatIsInMemory) {
   BandwidthStatsStore store;
   for (int round = 0; round < 20; ++round) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int thread = 0; thread < 5; ++thread) {
       threads.emplace_back([&store, thread, round] {
         store.addSample(thread);
@@ -182,7 +139,7 @@ TEST(BandwidthStatsStoreTest, WhatIsStoredEndsAsWhatIsInMemory) {
         if (thread == round) store.reset();
       });
     }
-    for (auto& thread : threads) thread.join();
+    threads.clear();
     ASSERT_EQ(storedTotal(), store.totalBytesTransferred());
     ASSERT_EQ(BandwidthStatsStore().samples(), store.samples());
   }

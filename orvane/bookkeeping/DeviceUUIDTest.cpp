@@ -1,12 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvane/bookkeeping/DeviceUUID.h>
-#include <orvane/platform/FileSecureStore.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/SecretServiceStore.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <barrier>
 #include <cstdlib>
 #include <filesystem>
@@ -23,7 +21,6 @@
 namespace orvane {
 namespace {
 
-using orvane::testing::ChildMain;
 using orvane::testing::outputOfChild;
 using ::testing::MatchesRegex;
 using namespace std::string_literals;
@@ -35,8 +32,14 @@ std::filesystem::path itemFile() {
          "device_uuid_v1.secret";
 }
 
+/// The identifier when it is looked for in the store anew.
+std::string uuidReadAgain() {
+  DeviceUUID::shared().resetForTesting();
+  return DeviceUUID::shared().uuid();
+}
+
 /// Says the identifier twice and ends without writing what standard output still holds.
-const ChildMain kAsker("device-uuid", [](const auto&) {
+const testing::ChildMain kAsker("device-uuid", [](const auto&) {
   for (int i = 0; i < 2; ++i) {
     const auto line = DeviceUUID::shared().uuid() + "\n";
     if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
@@ -50,29 +53,24 @@ TEST(DeviceUUID, IsMadeOnceAndKept) {
   EXPECT_THAT(first, MatchesRegex(kForm));
   EXPECT_EQ(testing::readFile(itemFile()), first);
   EXPECT_EQ(outputOfChild("device-uuid"), first + "\n" + first + "\n");
-  device.resetForTesting();
-  EXPECT_EQ(device.uuid(), first);
+  EXPECT_EQ(uuidReadAgain(), first);
 
   testing::writeFile(itemFile(), "changed");
   EXPECT_EQ(device.uuid(), first);
   std::filesystem::remove(itemFile());
   EXPECT_EQ(device.uuid(), first);
-  device.resetForTesting();
-  EXPECT_NE(device.uuid(), first);
+  EXPECT_NE(uuidReadAgain(), first);
 }
 
 TEST(DeviceUUID, TakesAnyStoredText) {
-  auto& device = DeviceUUID::shared();
   for (const auto& text :
        {"not a UUID"s, "6f1c2a90-3b7d-4e21-9c55-0a8e7b3d2f14"s, ""s, " \u00e8\n"s, "a\0b"s}) {
     testing::writeFile(itemFile(), text);
-    device.resetForTesting();
-    EXPECT_EQ(device.uuid(), text);
+    EXPECT_EQ(uuidReadAgain(), text);
     EXPECT_EQ(testing::readFile(itemFile()), text);
   }
   testing::writeFile(itemFile(), "\xff not UTF-8");
-  device.resetForTesting();
-  const auto uuid = device.uuid();
+  const auto uuid = uuidReadAgain();
   EXPECT_THAT(uuid, MatchesRegex(kForm));
   EXPECT_EQ(testing::readFile(itemFile()), uuid);
 }
@@ -94,31 +92,9 @@ TEST(DeviceUUID, LastsAProcessWhenItCannotBeSaved) {
   expectOneUse("-25291");
 }
 
-/// A host's own store, which counts what is stored.
-class CountingStore final : public SecureStore {
- public:
-  explicit CountingStore(std::unique_ptr<SecureStore> store) : store_(std::move(store)) {}
-
-  Result<std::optional<Bytes>> read(std::string_view account) override {
-    return store_->read(account);
-  }
-  Result<void> replace(std::string_view account, ByteView data) override {
-    ++replacements;
-    return store_->replace(account, data);
-  }
-
-  std::atomic<int> replacements = 0;
-
- private:
-  std::unique_ptr<SecureStore> store_;
-};
-
-void expectOneForAllThreads(std::unique_ptr<SecureStore> kept) {
-  const auto store = std::make_shared<CountingStore>(std::move(kept));
-  ASSERT_TRUE(HostApplication::configure({.secureStore = store}));
-  constexpr int kThreads = 16;
-  std::vector<std::string> answers(kThreads);
-  std::barrier start(kThreads);
+TEST(DeviceUUID, IsOneForThreadsThatAskAtOnce) {
+  std::vector<std::string> answers(16);
+  std::barrier start(std::ssize(answers));
   std::vector<std::jthread> threads;
   for (auto& answer : answers) {
     threads.emplace_back([&answer, &start] {
@@ -127,16 +103,7 @@ void expectOneForAllThreads(std::unique_ptr<SecureStore> kept) {
     });
   }
   threads.clear();
-  EXPECT_EQ(std::set(answers.begin(), answers.end()).size(), 1U);
-  EXPECT_EQ(store->replacements, 1);
-  const auto item = store->read(DeviceUUID::keychainKey);
-  ASSERT_TRUE(item && *item);
-  EXPECT_EQ(textOf(**item), answers.front());
-}
-
-TEST(DeviceUUID, IsOneForThreadsThatAskAtOnce) {
-  expectOneForAllThreads(std::make_unique<FileSecureStore>());
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(itemFile().parent_path()), {}), 1);
+  EXPECT_EQ(std::set(answers.begin(), answers.end()), std::set{testing::readFile(itemFile())});
 }
 
 TEST(DeviceUUID, IsOneForProcessesThatAskAtOnce) {
@@ -151,32 +118,22 @@ TEST(DeviceUUID, IsOneForProcessesThatAskAtOnce) {
 }
 
 #ifdef ORVANE_WITH_SECRET_SERVICE
-TEST(DeviceUUID, IsKeptInTheSecretServiceByChoice) {
-  const testing::SessionBus bus;
-  const testing::SecretService service;
-  expectOneForAllThreads(std::make_unique<SecretServiceStore>());
-  EXPECT_EQ(testing::SecretService::countItems("device_uuid_v1"), 1U);
-  EXPECT_FALSE(std::filesystem::exists(itemFile()));
-}
-
-TEST(DeviceUUID, LeavesTheItemOfALockedSecretServiceAlone) {
+TEST(DeviceUUID, IsKeptInTheStoreOfTheHostsChoiceAndLeftThereWhileItIsLocked) {
   const testing::SessionBus bus;
   testing::SecretService service;
   ASSERT_TRUE(HostApplication::configure({.secureStore = std::make_shared<SecretServiceStore>()}));
-  auto& device = DeviceUUID::shared();
-  const auto stored = device.uuid();
+  const auto stored = uuidReadAgain();
+  EXPECT_FALSE(std::filesystem::exists(itemFile()));
   service.lock();
-  device.resetForTesting();
   ::testing::internal::CaptureStdout();
-  const auto temporary = device.uuid();
+  const auto temporary = uuidReadAgain();
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Keychain save error: -25308\n");
   EXPECT_THAT(temporary, MatchesRegex(kForm));
   EXPECT_NE(temporary, stored);
   service.restart();
   EXPECT_EQ(service.countItems("device_uuid_v1"), 1U);
-  EXPECT_EQ(device.uuid(), temporary);
-  device.resetForTesting();
-  EXPECT_EQ(device.uuid(), stored);
+  EXPECT_EQ(DeviceUUID::shared().uuid(), temporary);
+  EXPECT_EQ(uuidReadAgain(), stored);
 }
 #endif
 

@@ -8,8 +8,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <iostream>
-#include <map>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,260 +25,184 @@ namespace fs = std::filesystem;
 using orvane::testing::ChildMain;
 using orvane::testing::outputOfChild;
 using orvane::testing::readFile;
-using orvane::testing::testDirectory;
 using orvane::testing::writeFile;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
+using enum UploadStatus;
 
 constexpr const char* kGood =
     R"({"A":{"id":"A","filename":"a","status":"failed","bytesUploaded":1,"totalBytes":2,"x":[1]},)"
     R"("K":{"id":"other","filename":"k","status":"retrying","bytesUploaded":1,"totalBytes":2}})";
 
-fs::path folder() { return testDirectory() / "data/org.orvane.engine/Application Support"; }
+fs::path folder() {
+  return orvane::testing::testDirectory() / "data/org.orvane.engine/Application Support";
+}
 fs::path file() { return folder() / "upload_records_v1.json"; }
+fs::path aside() { return folder() / "upload_records_v1.json.undecodable"; }
 
-std::vector<std::string> namesInFolder() {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(folder())) {
-    names.push_back(entry.path().filename().string());
-  }
-  return names;
+std::set<fs::path> filesInFolder() {
+  std::set<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(folder())) files.insert(entry.path());
+  return files;
 }
 
-UploadRecord make(const std::string& id, UploadStatus status, std::int64_t retries = 0) {
+UploadStore& store() { return UploadStore::shared(); }
+
+UploadRecord make(const std::string& id, UploadStatus status, std::int64_t retries = 2) {
   return {id, "media/" + id, status, 5, 10, "late", Date{1.5}, true, retries, "e", {"mare"}, 3};
 }
 
-const std::vector<UploadStatus> kAllStatuses = {
-    UploadStatus::pending,  UploadStatus::uploading, UploadStatus::completed,  UploadStatus::failed,
-    UploadStatus::retrying, UploadStatus::excluded,  UploadStatus::remoteAlias};
-
-/// One record of every status, filed under its name.
-std::vector<UploadRecord> oneOfEach() {
+/// One record of every status, filed under its name, and more that have failed.
+std::vector<UploadRecord> someOfEach() {
   std::vector<UploadRecord> records;
-  for (const auto status : kAllStatuses) {
-    records.push_back(make(std::string(uploadStatusText(status)), status, 2));
+  for (const auto s : {pending, uploading, completed, failed, retrying, excluded, remoteAlias}) {
+    records.push_back(make(std::string(uploadStatusText(s)), s));
   }
+  for (const int n : {-1, 0, 3, 4}) records.push_back(make(std::to_string(n), failed, n));
   return records;
 }
 
-/// What the store holds, as JSON by identifier.
-std::map<std::string, std::string> contents() {
-  std::map<std::string, std::string> all;
-  for (const auto& record : UploadStore::shared().allRecords()) {
-    all[record.id()] = record.encodeJson().value();
-  }
-  return all;
-}
-
-/// What a store in a new process holds, one record a line.
-const ChildMain kReader("upload-store-reader", [](const auto&) {
-  for (const auto& [id, json] : contents()) std::cout << json << '\n';
-  return 0;
-});
-
-std::string contentsAfterRestart() { return outputOfChild("upload-store-reader"); }
-
-std::string asLines(const std::map<std::string, std::string>& all) {
+/// The records as JSON, one a line, in an order of their own.
+std::string linesOf(const std::vector<UploadRecord>& records) {
+  std::multiset<std::string> sorted;
+  for (const auto& record : records) sorted.insert(record.encodeJson().value() + '\n');
   std::string lines;
-  for (const auto& [id, json] : all) lines += json + '\n';
+  for (const auto& line : sorted) lines += line;
   return lines;
 }
 
-/// `oneOfEach` after `change` has been made to those whose status is in `selected`.
-template <class Change>
-std::map<std::string, std::string> eachAfter(const std::vector<UploadStatus>& selected,
-                                             Change change) {
-  std::map<std::string, std::string> all;
-  for (auto& record : oneOfEach()) {
-    if (std::ranges::count(selected, record.status) > 0) change(record);
-    all[record.id()] = record.encodeJson().value();
-  }
-  return all;
-}
+std::string contents() { return linesOf(store().allRecords()); }
 
-TEST(UploadStoreTest, StartsEmpty) {
-  auto& store = UploadStore::shared();
-  EXPECT_EQ(store.record("A"), std::nullopt);
-  EXPECT_THAT(store.allRecords(), IsEmpty());
-  EXPECT_THAT(store.failedRecords(), IsEmpty());
-  EXPECT_EQ(store.completedCount() + store.retryingCount() + store.excludedCount(), 0U);
-  EXPECT_FALSE(fs::exists(file()));
-}
-
-TEST(UploadStoreTest, FilesRecordsAsAWhole) {
-  auto& store = UploadStore::shared();
-  store.upsert(make("A", UploadStatus::failed));
-  const UploadRecord plain("A", "a", UploadStatus::pending, 0, 0);
-  store.upsert(plain);
-  EXPECT_EQ(store.record("A")->encodeJson(), plain.encodeJson());
-  EXPECT_EQ(readFile(file()), R"({"A":)" + plain.encodeJson().value() + "}");
-
-  store.upsertBatch({make("B", UploadStatus::failed), make("\"\n", UploadStatus::excluded),
-                     make("B", UploadStatus::completed)});
-  EXPECT_EQ(store.record("B")->status, UploadStatus::completed);
-  EXPECT_EQ(store.allRecords().size(), 3U);
-  EXPECT_EQ(contentsAfterRestart(), asLines(contents()));
-
-  auto copy = store.record("A");
-  copy->bytesUploaded = 99;
-  EXPECT_EQ(store.record("A")->bytesUploaded, 0);
-}
-
-TEST(UploadStoreTest, CountsByStatus) {
-  auto& store = UploadStore::shared();
-  store.upsertBatch(oneOfEach());
-  store.upsertBatch({make("c2", UploadStatus::completed), make("c3", UploadStatus::completed),
-                     make("r2", UploadStatus::retrying)});
-  EXPECT_EQ(store.completedCount(), 3U);
-  EXPECT_EQ(store.retryingCount(), 2U);
-  EXPECT_EQ(store.excludedCount(), 1U);
-  ASSERT_EQ(store.failedRecords().size(), 1U);
-  EXPECT_EQ(store.failedRecords()[0].id(), "failed");
-}
-
-TEST(UploadStoreTest, ChangesSelectedRecordsOnly) {
-  struct Case {
-    const char* name;
-    void (*apply)(UploadStore&);
-    std::vector<UploadStatus> selected;
-    void (*change)(UploadRecord&);
-  };
-  const std::vector<Case> cases = {
-      {"resetFailed",
-       [](UploadStore& store) { store.resetFailed(); },
-       {UploadStatus::failed},
-       [](UploadRecord& r) {
-         r.status = UploadStatus::pending, r.errorMessage = {}, r.retryCount = 0;
-       }},
-      {"autoResetFailed",
-       [](UploadStore& store) { store.autoResetFailed(3); },
-       {UploadStatus::failed},
-       [](UploadRecord& r) { r.status = UploadStatus::pending, r.errorMessage = {}; }},
-      {"autoResetFailed at the limit",
-       [](UploadStore& store) { store.autoResetFailed(2); },
-       {},
-       [](UploadRecord&) {}},
-      {"markExcluded",
-       [](UploadStore& store) { store.markExcluded("completed"); },
-       {UploadStatus::completed},
-       [](UploadRecord& r) { r.status = UploadStatus::excluded, r.errorMessage = {}; }},
-      {"resetTagsVersion", [](UploadStore& store) { store.resetTagsVersion(); }, kAllStatuses,
-       [](UploadRecord& r) { r.tagsVersion = 0; }},
-      {"markAllPendingAsStale",
-       [](UploadStore& store) { store.markAllPendingAsStale(); },
-       {UploadStatus::uploading, UploadStatus::retrying},
-       [](UploadRecord& r) { r.status = UploadStatus::pending; }}};
-  for (const auto& c : cases) {
-    auto& store = UploadStore::shared();
-    store.upsertBatch(oneOfEach());
-    c.apply(store);
-    const auto expected = eachAfter(c.selected, c.change);
-    EXPECT_EQ(contents(), expected) << c.name;
-    EXPECT_EQ(contentsAfterRestart(), asLines(expected)) << c.name;
-  }
-}
-
-TEST(UploadStoreTest, ComparesRetriesAsSignedNumbers) {
-  auto& store = UploadStore::shared();
-  const auto fill = [&] {
-    store.clearAll();
-    for (const int retries : {-1, 0, 1, 2, 3, 4}) {
-      store.upsert(make(std::to_string(retries), UploadStatus::failed, retries));
-    }
-  };
-  const auto stillFailed = [&](std::int64_t maxRetries) {
-    fill();
-    store.autoResetFailed(maxRetries);
-    std::vector<std::int64_t> retries;
-    for (const auto& record : store.failedRecords()) retries.push_back(record.retryCount);
-    return retries;
-  };
-  EXPECT_THAT(stillFailed(3), UnorderedElementsAre(3, 4));
-  EXPECT_EQ(store.record("2")->retryCount, 2);
-  EXPECT_THAT(stillFailed(0), UnorderedElementsAre(0, 1, 2, 3, 4));
-  EXPECT_THAT(stillFailed(-5), UnorderedElementsAre(-1, 0, 1, 2, 3, 4));
-}
-
-TEST(UploadStoreTest, WritesOnEveryChangeButAnExclusionOfNothing) {
-  auto& store = UploadStore::shared();
-  const std::vector<std::pair<const char*, void (*)(UploadStore&)>> writing = {
-      {"upsert", [](UploadStore& s) { s.upsert(make("A", UploadStatus::completed)); }},
-      {"upsertBatch", [](UploadStore& s) { s.upsertBatch({}); }},
-      {"resetFailed", [](UploadStore& s) { s.resetFailed(); }},
-      {"autoResetFailed", [](UploadStore& s) { s.autoResetFailed(0); }},
-      {"markExcluded", [](UploadStore& s) { s.markExcluded("A"); }},
-      {"resetTagsVersion", [](UploadStore& s) { s.resetTagsVersion(); }},
-      {"markAllPendingAsStale", [](UploadStore& s) { s.markAllPendingAsStale(); }},
-      {"clearAll", [](UploadStore& s) { s.clearAll(); }}};
-  for (const auto& [name, change] : writing) {
-    fs::remove_all(folder());  // The folder too is made anew.
-    change(store);
-    (void)store.allRecords();
-    EXPECT_TRUE(fs::exists(file())) << name;
-  }
-  EXPECT_EQ(readFile(file()), "{}");
-  fs::remove(file());
-  store.markExcluded("unknown");
-  EXPECT_THAT(store.allRecords(), IsEmpty());
-  EXPECT_FALSE(fs::exists(file()));
-}
-
-TEST(UploadStoreTest, ResetDeletesTheFile) {
-  auto& store = UploadStore::shared();
-  store.upsert(make("A", UploadStatus::failed));
-  store.resetForTesting();
-  EXPECT_THAT(store.allRecords(), IsEmpty());
-  EXPECT_FALSE(fs::exists(file()));
-  store.resetForTesting();
-  EXPECT_EQ(contentsAfterRestart(), "");
-}
-
-TEST(UploadStoreTest, LoadsWhatItFinds) {
-  writeFile(file(), kGood);
-  auto& store = UploadStore::shared();
-  ASSERT_EQ(store.allRecords().size(), 2U);
-  EXPECT_EQ(store.record("K")->id(), "other");
-  EXPECT_EQ(store.record("other"), std::nullopt);
-  EXPECT_EQ(readFile(file()), kGood);
-  store.markExcluded("K");
-  store.resetFailed();
-  EXPECT_EQ(store.record("K")->status, UploadStatus::excluded);
-  EXPECT_EQ(readFile(file()), R"({"A":)" + store.record("A")->encodeJson().value() + R"(,"K":)" +
-                                  store.record("K")->encodeJson().value() + "}");
-}
-
-/// Says how many records it finds, then queues one change for each argument and returns.
-const ChildMain kChanger("upload-store-changer", [](const std::vector<std::string>& ids) {
-  std::cout << UploadStore::shared().allRecords().size();
-  for (const auto& id : ids) UploadStore::shared().upsert(make(id, UploadStatus::pending));
+/// Says what a store in a new process holds, then queues one change for each argument and returns.
+const ChildMain kOther("upload-store", [](const std::vector<std::string>& ids) {
+  std::cout << contents();
+  for (const auto& id : ids) store().upsert(make(id, pending));
   return 0;
 });
 
+std::string contentsAfterRestart(const std::vector<std::string>& changes = {}) {
+  return outputOfChild("upload-store", changes);
+}
+
+TEST(UploadStoreTest, FilesRecordsAsAWhole) {
+  EXPECT_EQ(store().record("A"), std::nullopt);
+  store().upsert(make("A", failed));
+  const UploadRecord plain("A", "a", pending, 0, 0);
+  store().upsert(plain);
+  EXPECT_EQ(store().record("A")->encodeJson(), plain.encodeJson());
+  EXPECT_EQ(readFile(file()), R"({"A":)" + plain.encodeJson().value() + "}");
+
+  store().upsertBatch({make("B", failed), make("\"\n", excluded), make("B", completed)});
+  EXPECT_EQ(contents(), linesOf({plain, make("\"\n", excluded), make("B", completed)}));
+  EXPECT_EQ(contentsAfterRestart(), contents());
+}
+
+TEST(UploadStoreTest, CountsByStatus) {
+  EXPECT_EQ(store().completedCount() + store().retryingCount() + store().excludedCount(), 0U);
+  EXPECT_THAT(store().failedRecords(), IsEmpty());
+  EXPECT_FALSE(fs::exists(file()));
+  store().upsertBatch({make("c1", completed), make("c2", completed), make("c3", completed),
+                       make("f", failed), make("r1", retrying), make("r2", retrying),
+                       make("e", excluded), make("p", pending)});
+  EXPECT_EQ(store().completedCount(), 3U);
+  EXPECT_EQ(store().retryingCount(), 2U);
+  EXPECT_EQ(store().excludedCount(), 1U);
+  EXPECT_EQ(linesOf(store().failedRecords()), linesOf({make("f", failed)}));
+}
+
+TEST(UploadStoreTest, ChangesSelectedRecordsOnlyAndAlwaysWrites) {
+  const auto tryAgain = [](UploadRecord& r) { r.status = pending, r.errorMessage = {}; };
+  const auto tryAgainBelow = [=](std::int64_t limit) {
+    return
+        [=](auto& r) { return r.status == failed && r.retryCount < limit ? tryAgain(r) : void(); };
+  };
+  const struct {
+    const char* name;
+    std::function<void(UploadStore&)> apply;
+    std::function<void(UploadRecord&)> expectedChange;
+  } cases[] = {
+      {"resetFailed", &UploadStore::resetFailed,
+       [=](auto& r) {
+         if (r.status == failed) tryAgain(r), r.retryCount = 0;
+       }},
+      {"autoResetFailed 3", [](auto& s) { s.autoResetFailed(3); }, tryAgainBelow(3)},
+      {"autoResetFailed 0", [](auto& s) { s.autoResetFailed(0); }, tryAgainBelow(0)},
+      {"autoResetFailed -5", [](auto& s) { s.autoResetFailed(-5); }, [](auto&) {}},
+      {"markExcluded", [](auto& s) { s.markExcluded("completed"); },
+       [](auto& r) {
+         if (r.status == completed) r.status = excluded, r.errorMessage = {};
+       }},
+      {"resetTagsVersion", &UploadStore::resetTagsVersion, [](auto& r) { r.tagsVersion = 0; }},
+      {"markAllPendingAsStale", &UploadStore::markAllPendingAsStale,
+       [](auto& r) {
+         if (r.status == uploading || r.status == retrying) r.status = pending;
+       }},
+      {"upsertBatch of none", [](auto& s) { s.upsertBatch({}); }, [](auto&) {}}};
+  for (const auto& [name, apply, expectedChange] : cases) {
+    SCOPED_TRACE(name);
+    auto expected = someOfEach();
+    store().upsertBatch(expected);
+    (void)store().allRecords();
+    fs::remove_all(folder());  // The next write makes it anew.
+    apply(store());
+    std::ranges::for_each(expected, expectedChange);
+    EXPECT_EQ(contents(), linesOf(expected));
+    EXPECT_EQ(contentsAfterRestart(), linesOf(expected));
+  }
+}
+
+TEST(UploadStoreTest, ClearingEmptiesTheFileAndResettingDeletesIt) {
+  store().upsert(make("A", failed));
+  store().clearAll();
+  EXPECT_THAT(store().allRecords(), IsEmpty());
+  EXPECT_EQ(readFile(file()), "{}");
+  store().upsert(make("A", failed));
+  store().resetForTesting();
+  EXPECT_THAT(store().allRecords(), IsEmpty());
+  EXPECT_FALSE(fs::exists(file()));
+  store().markExcluded("unknown");
+  EXPECT_THAT(store().allRecords(), IsEmpty());
+  EXPECT_FALSE(fs::exists(file()));
+}
+
+TEST(UploadStoreTest, FilesRecordsUnderTheNamesThatItReads) {
+  writeFile(file(), kGood);
+  EXPECT_EQ(store().record("K")->id(), "other");
+  EXPECT_EQ(store().record("other"), std::nullopt);
+  EXPECT_EQ(readFile(file()), kGood);
+  store().markExcluded("K");
+  ASSERT_EQ(store().record("K")->status, excluded);
+  EXPECT_EQ(readFile(file()), R"({"A":)" + store().record("A")->encodeJson().value() + R"(,"K":)" +
+                                  store().record("K")->encodeJson().value() + "}");
+}
+
 TEST(UploadStoreTest, QueuedChangesSurviveANormalExit) {
   std::vector<std::string> ids;
-  for (int i = 0; i < 30; ++i) ids.push_back(std::to_string(i));
-  EXPECT_EQ(outputOfChild("upload-store-changer", ids), "0");
-  EXPECT_EQ(outputOfChild("upload-store-changer"), "30");
+  std::vector<UploadRecord> records;
+  for (int i = 0; i < 30; ++i) {
+    ids.push_back(std::to_string(i));
+    records.push_back(make(ids.back(), pending));
+  }
+  EXPECT_EQ(contentsAfterRestart(ids), "");
+  EXPECT_EQ(contentsAfterRestart(), linesOf(records));
 }
 
 TEST(UploadStoreTest, KeepsAnUndecodableFileAside) {
   const std::string good = kGood;
   auto unknownStatus = good;
   unknownStatus.replace(good.find("retrying"), 8, "Retrying");
-  std::vector<std::string> names = {"upload_records_v1.json"};
+  std::set<fs::path> files = {file()};
   for (const auto& bad : {unknownStatus, std::string(), std::string("[]"), good + "x",
                           good.substr(0, good.size() - 1), R"({"\ud800":{}})" + good}) {
     writeFile(file(), bad);
-    EXPECT_EQ(outputOfChild("upload-store-changer"), "0") << bad;
+    EXPECT_EQ(contentsAfterRestart(), "") << bad;
     EXPECT_EQ(readFile(file()), bad);
-    EXPECT_EQ(outputOfChild("upload-store-changer", {"A"}), "0");
-    names.push_back("upload_records_v1.json.undecodable");
-    if (names.size() > 2) names.back() += "-" + std::to_string(names.size() - 1);
-    EXPECT_EQ(readFile(folder() / names.back()), bad);
-    EXPECT_EQ(outputOfChild("upload-store-changer", {"B"}), "1");
-    EXPECT_THAT(namesInFolder(), ::testing::UnorderedElementsAreArray(names));
+    EXPECT_EQ(contentsAfterRestart({"A"}), "");
+    auto keptAs = aside();
+    if (files.size() > 1) keptAs += "-" + std::to_string(files.size());
+    files.insert(keptAs);
+    EXPECT_EQ(readFile(keptAs), bad);
+    EXPECT_EQ(contentsAfterRestart({"B"}), linesOf({make("A", pending)}));
+    EXPECT_EQ(filesInFolder(), files);
   }
 }
 
@@ -286,101 +211,82 @@ TEST(UploadStoreTest, AFileThatCannotBeReadIsKept) {
   fs::permissions(file(), fs::perms::none);
   // Root may read it all the same; this thread's access to files becomes that of nobody.
   const auto user = static_cast<uid_t>(setfsuid(65534));
-  const auto found = UploadStore::shared().allRecords();
+  const auto found = store().allRecords();
   setfsuid(user);
   prctl(PR_SET_DUMPABLE, 1);  // For the leak check.
   fs::permissions(file(), fs::perms::owner_read | fs::perms::owner_write);
   EXPECT_THAT(found, IsEmpty());
-  UploadStore::shared().clearAll();
-  EXPECT_THAT(UploadStore::shared().allRecords(), IsEmpty());
-  EXPECT_EQ(readFile(file() += ".undecodable"), kGood);
+  store().clearAll();
+  EXPECT_THAT(store().allRecords(), IsEmpty());
+  EXPECT_EQ(readFile(aside()), kGood);
 }
 
 TEST(UploadStoreTest, KeepsAFileAsideOnlyOnce) {
   writeFile(file(), "[]");
   // As a process leaves it that ends between keeping and replacing the file.
-  fs::create_hard_link(file(), file() += ".undecodable");
-  UploadStore::shared().clearAll();
-  UploadStore::shared().clearAll();
-  EXPECT_THAT(UploadStore::shared().allRecords(), IsEmpty());
-  EXPECT_THAT(namesInFolder(),
-              UnorderedElementsAre("upload_records_v1.json", "upload_records_v1.json.undecodable"));
-  EXPECT_EQ(readFile(file() += ".undecodable"), "[]");
+  fs::create_hard_link(file(), aside());
+  store().clearAll();
+  store().clearAll();
+  EXPECT_THAT(store().allRecords(), IsEmpty());
+  EXPECT_EQ(filesInFolder(), (std::set{file(), aside()}));
+  EXPECT_EQ(readFile(aside()), "[]");
 }
 
-TEST(UploadStoreTest, WhatCannotBeWrittenStaysInMemory) {
-  auto& store = UploadStore::shared();
-  store.upsert(make("A", UploadStatus::completed));
-  ASSERT_TRUE(store.record("A"));
-  const auto before = readFile(file());
-  store.upsert(make("\xff", UploadStatus::completed));
-  store.upsert(make("B", UploadStatus::completed));
-  EXPECT_EQ(store.completedCount(), 3U);
-  EXPECT_EQ(readFile(file()), before);
-  store.clearAll();
-  store.upsert(make("B", UploadStatus::completed));
-  EXPECT_EQ(contentsAfterRestart(), asLines(contents()));
-
-  auto endless = make("B", UploadStatus::failed);
+TEST(UploadStoreTest, WhatHasNoJsonFormStaysInMemory) {
+  store().upsert(make("A", completed));
+  auto endless = make("B", failed);
   endless.creationDate->secondsSinceReferenceDate = HUGE_VAL;
-  store.upsert(endless);
-  store.resetFailed();
-  EXPECT_EQ(store.completedCount() + store.failedRecords().size(), 0U);
-  endless.creationDate.reset();
-  store.upsert(endless);
-  EXPECT_EQ(contentsAfterRestart(), asLines(contents()));
+  store().upsert(endless);
+  EXPECT_EQ(store().failedRecords().size(), 1U);
+  EXPECT_EQ(contentsAfterRestart(), linesOf({make("A", completed)}));
+  store().upsert(make("B", failed));
+  EXPECT_EQ(contents(), linesOf({make("A", completed), make("B", failed)}));
+  EXPECT_EQ(contentsAfterRestart(), contents());
 }
 
-TEST(UploadStoreTest, SurvivesAFolderInTheFilesPlace) {
+TEST(UploadStoreTest, SurvivesWhatStandsInItsPlace) {
+  writeFile(folder(), "a file where the folder should be");
+  store().upsert(make("A", completed));
+  EXPECT_EQ(store().completedCount(), 1U);
+  EXPECT_TRUE(fs::is_regular_file(folder()));
+  fs::remove(folder());
+
   fs::create_directories(file() / "occupied");
-  auto& store = UploadStore::shared();
-  store.upsert(make("A", UploadStatus::completed));
-  EXPECT_EQ(store.completedCount(), 1U);
-  EXPECT_TRUE(fs::is_directory(file()));
-  store.resetForTesting();
-  EXPECT_TRUE(fs::is_directory(file()));
-  EXPECT_THAT(namesInFolder(), ElementsAre("upload_records_v1.json"));
+  store().upsert(make("B", completed));
+  EXPECT_EQ(store().completedCount(), 2U);
+  store().resetForTesting();
+  EXPECT_TRUE(fs::is_directory(file() / "occupied"));
+  EXPECT_EQ(filesInFolder(), std::set{file()});
   fs::remove_all(file());
-  store.upsert(make("B", UploadStatus::completed));
-  EXPECT_EQ(contentsAfterRestart(), asLines(contents()));
-}
-
-TEST(UploadStoreTest, SurvivesAFileInTheFoldersPlace) {
-  writeFile(folder(), "in the way");
-  auto& store = UploadStore::shared();
-  store.upsert(make("A", UploadStatus::completed));
-  EXPECT_EQ(store.completedCount(), 1U);
-  EXPECT_EQ(readFile(folder()), "in the way");
+  store().upsert(make("B", completed));
+  EXPECT_EQ(contents(), linesOf({make("B", completed)}));
+  EXPECT_EQ(contentsAfterRestart(), contents());
 }
 
 TEST(UploadStoreTest, WorksWithoutAnyFolder) {
   unsetenv("XDG_DATA_HOME");
   unsetenv("HOME");
-  auto& store = UploadStore::shared();
-  store.upsertBatch(oneOfEach());
-  EXPECT_EQ(contents(), eachAfter({}, [](UploadRecord&) {}));
-  store.resetForTesting();
-  EXPECT_THAT(store.allRecords(), IsEmpty());
-  EXPECT_THAT(fs::directory_iterator(testDirectory()), ::testing::Eq(fs::directory_iterator()));
+  store().upsertBatch(someOfEach());
+  EXPECT_EQ(contents(), linesOf(someOfEach()));
+  store().resetForTesting();
+  EXPECT_THAT(store().allRecords(), IsEmpty());
+  EXPECT_TRUE(fs::is_empty(orvane::testing::testDirectory()));
 }
 
 TEST(UploadStoreTest, SerialisesConcurrentCallers) {
-  constexpr int kThreads = 4;
-  constexpr int kRecords = 50;
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < kThreads; ++thread) {
+  std::vector<std::jthread> threads;
+  for (const std::string thread : {"a", "b", "c", "d"}) {
     threads.emplace_back([thread] {
-      auto& store = UploadStore::shared();
-      for (int i = 0; i < kRecords; ++i) {
-        const auto id = std::to_string(thread) + "-" + std::to_string(i);
-        store.upsert(make(id, UploadStatus::failed));
-        if (!store.record(id) || store.failedRecords().empty()) std::abort();
+      for (int i = 0; i < 50; ++i) {
+        const auto id = thread + std::to_string(i);
+        store().upsert(make(id, failed));
+        if (!store().record(id) || store().failedRecords().empty()) std::abort();
       }
     });
   }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(UploadStore::shared().failedRecords().size(), std::size_t{kThreads} * kRecords);
-  EXPECT_EQ(contentsAfterRestart(), asLines(contents()));
+  threads.clear();
+  EXPECT_EQ(store().failedRecords().size(), 200U);
+  EXPECT_EQ(contentsAfterRestart(), contents());
 }
 
 }  // namespace
