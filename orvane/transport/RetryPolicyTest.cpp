@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
-#include <orvane/platform/PosixError.h>
-#include <orvane/platform/UrlError.h>
 #include <orvane/transport/RetryPolicy.h>
 #include <orvane/transport/S3Error.h>
 
 #include <cerrno>
-#include <limits>
+#include <cstdint>
 #include <set>
 
 namespace orvane {
@@ -19,10 +17,10 @@ TEST(RetryPolicy, HasTheStatedLimits) {
 }
 
 TEST(RetryPolicy, JudgesAnswersByTheirStatus) {
-  for (const auto status : {429L, 500L, 502L, 503L, 599L, std::numeric_limits<long>::max()}) {
+  for (const auto status : {429L, 500L, 503L, 599L, INT64_MAX}) {
     EXPECT_TRUE(RetryPolicy::isRetryable(S3Error::httpError(status))) << status;
   }
-  for (const auto status : {-500, 0, 200, 300, 400, 403, 404, 408, 428, 430, 499}) {
+  for (const auto status : {-500, 0, 300, 403, 408, 428, 430, 499}) {
     EXPECT_FALSE(RetryPolicy::isRetryable(S3Error::httpError(status))) << status;
   }
   for (const auto& final :
@@ -32,20 +30,14 @@ TEST(RetryPolicy, JudgesAnswersByTheirStatus) {
   }
 }
 
-TEST(RetryPolicy, JudgesTheClientsErrorsByTheirCode) {
+TEST(RetryPolicy, JudgesOtherErrorsByDomainAndCode) {
   const std::set<int> retryable = {-1001, -1005, -1009, -1004, -1003, -1006, -1200};
   for (int code = -1300; code <= 600; ++code) {
-    const Error error(Error::kUrlLoading, code, "");
-    EXPECT_EQ(RetryPolicy::isRetryable(error), retryable.contains(code)) << code;
-  }
-  EXPECT_TRUE(RetryPolicy::isRetryable(platform::urlError(platform::UrlErrorCode::timedOut)));
-}
-
-TEST(RetryPolicy, JudgesAllOthersByTheirDomain) {
-  EXPECT_TRUE(RetryPolicy::isRetryable(platform::posixError(ECONNRESET, "read")));
-  EXPECT_TRUE(RetryPolicy::isRetryable(platform::posixError(0, "read")));
-  for (const auto* domain : {"Cocoa", "TalvexAPIService", "posix", ""}) {
-    for (const int code : {-1001, 500, ECONNRESET}) {
+    EXPECT_EQ(RetryPolicy::isRetryable(Error(Error::kUrlLoading, code, "")),
+              retryable.contains(code))
+        << code;
+    EXPECT_TRUE(RetryPolicy::isRetryable(Error(Error::kPosix, code, "")));
+    for (const auto* domain : {"Cocoa", "TalvexAPIService", "posix", ""}) {
       EXPECT_FALSE(RetryPolicy::isRetryable(Error(domain, code, ""))) << domain << code;
     }
   }

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <future>
-#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -19,11 +18,17 @@ using testing::answer;
 using testing::answerText;
 using testing::configFor;
 using testing::FaultServer;
-using testing::Gate;
 using testing::Reaction;
 using testing::RecordedRequest;
+using Progress = std::vector<std::pair<std::int64_t, std::int64_t>>;
+using Lines = std::vector<std::string>;
 
 constexpr std::int64_t kChunk = S3MultipartUploader::chunkSize;
+const std::string kInitiate = "POST /photos/k?uploads";
+const std::string kPart1 = "PUT /photos/k?partNumber=1&uploadId=id";
+const std::string kPart2 = "PUT /photos/k?partNumber=2&uploadId=id";
+const std::string kComplete = "POST /photos/k?uploadId=id";
+const std::string kAbort = "DELETE /photos/k?uploadId=id";
 
 /// What a well-behaved store does.
 Reaction wellBehaved(const RecordedRequest& request) {
@@ -34,38 +39,34 @@ Reaction wellBehaved(const RecordedRequest& request) {
 
 std::filesystem::path fileOfSize(std::int64_t size) {
   const auto file = testing::testDirectory() / "file";
+  std::filesystem::remove_all(file);
   testing::writeFile(file, "");
   std::filesystem::resize_file(file, static_cast<std::uintmax_t>(size));
   return file;
 }
 
 struct Outcome {
-  std::vector<std::pair<std::int64_t, std::int64_t>> progress;
+  Progress progress;
   std::optional<Error> error;
   std::thread::id completedOn;
 };
 
 /// Starts an upload; the future is ready once completion has been called. A second completion
 /// throws, which ends the test's process.
-std::future<Outcome> start(S3MultipartUploader& uploader, const std::filesystem::path& file,
-                           std::function<void(std::int64_t)> onProgress = {}) {
-  struct Shared {
-    std::promise<Outcome> promise;
-    Outcome outcome;
-  };
-  auto shared = std::make_shared<Shared>();
+std::future<Outcome> start(S3MultipartUploader& uploader, const std::filesystem::path& file) {
+  const auto outcome = std::make_shared<Outcome>();
+  const auto promise = std::make_shared<std::promise<Outcome>>();
   uploader.upload(
       file, "k", "image/jpeg",
-      [shared, onProgress](std::int64_t sent, std::int64_t total) {
-        shared->outcome.progress.emplace_back(sent, total);
-        if (onProgress) onProgress(sent);
+      [outcome](std::int64_t sent, std::int64_t total) {
+        outcome->progress.emplace_back(sent, total);
       },
-      [shared](const Result<void>& result) {
-        if (!result) shared->outcome.error = result.error();
-        shared->outcome.completedOn = std::this_thread::get_id();
-        shared->promise.set_value(shared->outcome);
+      [outcome, promise](const Result<void>& result) {
+        if (!result) outcome->error = result.error();
+        outcome->completedOn = std::this_thread::get_id();
+        promise->set_value(*outcome);
       });
-  return shared->promise.get_future();
+  return promise->get_future();
 }
 
 Outcome upload(const S3Config& config, const std::filesystem::path& file) {
@@ -74,42 +75,27 @@ Outcome upload(const S3Config& config, const std::filesystem::path& file) {
 }
 
 /// "METHOD target" of every request, in order.
-std::vector<std::string> requestLines(const FaultServer& server) {
-  std::vector<std::string> lines;
+Lines requestLines(const FaultServer& server) {
+  Lines lines;
   for (const auto& seen : server.requests()) lines.push_back(seen.method() + " " + seen.target());
   return lines;
 }
 
-using Progress = std::vector<std::pair<std::int64_t, std::int64_t>>;
-using Lines = std::vector<std::string>;
-
 TEST(S3MultipartUploader, SizeDecidesBetweenOneRequestAndParts) {
-  const struct {
-    std::int64_t size;
-    Progress progress;
-    Lines lines;
-  } cases[] = {
+  const std::tuple<std::int64_t, Progress, Lines> cases[] = {
       {0, {{0, 0}}, {"PUT /photos/k"}},
       {kChunk - 1, {{kChunk - 1, kChunk - 1}}, {"PUT /photos/k"}},
-      {kChunk,
-       {{kChunk, kChunk}},
-       {"POST /photos/k?uploads", "PUT /photos/k?partNumber=1&uploadId=id",
-        "POST /photos/k?uploadId=id"}},
+      {kChunk, {{kChunk, kChunk}}, {kInitiate, kPart1, kComplete}},
       {kChunk + 1,
        {{kChunk, kChunk + 1}, {kChunk + 1, kChunk + 1}},
-       {"POST /photos/k?uploads", "PUT /photos/k?partNumber=1&uploadId=id",
-        "PUT /photos/k?partNumber=2&uploadId=id", "POST /photos/k?uploadId=id"}},
-  };
+       {kInitiate, kPart1, kPart2, kComplete}}};
   for (const auto& [size, progress, lines] : cases) {
     FaultServer server(wellBehaved);
     const auto outcome = upload(configFor(server.url()), fileOfSize(size));
     EXPECT_FALSE(outcome.error);
     EXPECT_EQ(outcome.progress, progress);
     EXPECT_EQ(requestLines(server), lines);
-    std::size_t sent = 0;
-    for (const auto& seen : server.requests())
-      sent += seen.method() == "PUT" ? seen.body.size() : 0;
-    EXPECT_EQ(sent, static_cast<std::size_t>(size));
+    EXPECT_EQ(server.connectionCount(), 1U);
   }
 }
 
@@ -121,103 +107,80 @@ TEST(S3MultipartUploader, SendsTypesAndUnquotedETags) {
   EXPECT_EQ(seen.at(1).header("Content-Type"), std::nullopt);
   EXPECT_EQ(seen.at(2).header("Content-Type"), "application/xml");
   EXPECT_NE(seen.at(2).body.find("<ETag>tag</ETag>"), std::string::npos);
-  EXPECT_EQ(server.connectionCount(), 1U);
 }
 
 TEST(S3MultipartUploader, EarlyFailuresComeAtOnceAndSendNothing) {
-  FaultServer server;
-  const auto here = std::this_thread::get_id();
-  const auto missing = upload(configFor(server.url()), testing::testDirectory() / "missing");
-  EXPECT_EQ(missing.error, S3Error::fileReadError());
-  EXPECT_EQ(missing.completedOn, here);
-  const auto folder = upload(configFor(server.url()), testing::testDirectory());
-  EXPECT_EQ(folder.error, S3Error::fileReadError());
-  const auto noUrl = upload(configFor("http://bad host"), testing::testDirectory() / "missing");
-  EXPECT_EQ(noUrl.error, S3Error::invalidURL());
-  EXPECT_EQ(noUrl.completedOn, here);
+  const FaultServer server;
+  const auto missing = testing::testDirectory() / "missing";
+  const std::tuple<S3Config, std::filesystem::path, Error> cases[] = {
+      {configFor(server.url()), missing, S3Error::fileReadError()},
+      {configFor(server.url()), testing::testDirectory(), S3Error::fileReadError()},
+      {configFor("http://bad host"), missing, S3Error::invalidURL()}};
+  for (const auto& [config, file, error] : cases) {
+    const auto outcome = upload(config, file);
+    EXPECT_EQ(outcome.error, error);
+    EXPECT_EQ(outcome.completedOn, std::this_thread::get_id());
+  }
   EXPECT_EQ(server.connectionCount(), 0U);
 }
 
-/// One request of an upload of three parts fails as `reaction` says.
-struct FailingStep {
-  std::size_t request;  ///< Which one, from 0: initiate, three parts, complete.
-  Reaction reaction;
-  std::string error;
-  std::size_t progressCalls;
-  bool aborted;
-};
-
 TEST(S3MultipartUploader, AFailedStepEndsTheUpload) {
-  const FailingStep cases[] = {
-      {0, answer(403), "HTTP error 403", 0, false},
-      {0, answer(200, "<Empty/>"), "Missing UploadId", 0, false},
-      {1, answer(200), "Missing ETag", 0, true},
-      {3, answer(404), "HTTP error 404", 2, true},
-      {2, answer(503, std::string(10'000'000, 'e')), "HTTP error 503", 1, true},
-      {4, answer(400), "HTTP error 400", 3, false},
-      {4, answer(200, "<Error><Code>InternalError</Code></Error>"), "", 3, false},
-  };
+  const std::string lost = "The connection was lost";
+  const Reaction tornAnswer{
+      .answer = answerText(200), .sendAtMost = 9, .end = Reaction::End::reset};
+  const struct {
+    std::string step;  ///< What fails, of a whole upload of three parts.
+    Reaction reaction;
+    std::string error;
+    std::size_t progressCalls;
+    bool aborted;
+  } cases[] = {
+      {"uploads", answer(403), "HTTP error 403", 0, false},
+      {"uploads", answer(200, "<Empty/>"), "Missing UploadId", 0, false},
+      {"partNumber=1", answer(200), "Missing ETag", 0, true},
+      {"partNumber=3", answer(404), "HTTP error 404", 2, true},
+      {"partNumber=2", answer(503, std::string(10'000'000, 'e')), "HTTP error 503", 1, true},
+      {"partNumber=2", testing::resetAfter(1'000'000), lost, 1, true},
+      {"partNumber=2", tornAnswer, lost, 1, true},
+      {"k?uploadId", answer(400), "HTTP error 400", 3, false},
+      {"k?uploadId", answer(200, "<Error/>"), "", 3, false}};
   const auto file = fileOfSize(2 * kChunk + 5);
-  for (const auto& [request, reaction, error, progressCalls, aborted] : cases) {
-    std::mutex mutex;
-    std::size_t seen = 0;
-    FaultServer server([&](const RecordedRequest& recorded) {
-      const std::lock_guard lock(mutex);
-      return seen++ == request ? reaction : wellBehaved(recorded);
+  for (const auto& [step, reaction, error, progressCalls, aborted] : cases) {
+    SCOPED_TRACE(step + " " + error);
+    FaultServer server([&](const RecordedRequest& request) {
+      return request.target().find(step) != std::string::npos ? reaction : wellBehaved(request);
     });
     const auto outcome = upload(configFor(server.url()), file);
-    EXPECT_EQ(outcome.error.has_value(), !error.empty());
     const auto description = outcome.error ? outcome.error->description() : "";
-    EXPECT_TRUE(description.starts_with(error)) << description;
-    EXPECT_EQ(outcome.progress.size(), progressCalls) << error;
-    const auto lines = requestLines(server);
-    EXPECT_EQ(lines.size(), request + 1 + (aborted ? 1 : 0)) << error;
-    EXPECT_EQ(lines.back() == "DELETE /photos/k?uploadId=id", aborted) << error;
-  }
-}
-
-TEST(S3MultipartUploader, ALostConnectionEndsTheUpload) {
-  for (const auto& lost :
-       {testing::resetAfter(1'000'000),
-        Reaction{.answer = answerText(200), .sendAtMost = 9, .end = Reaction::End::reset}}) {
-    FaultServer server([&](const RecordedRequest& request) {
-      const bool second = request.target().find("partNumber=2") != std::string::npos;
-      return second ? lost : wellBehaved(request);
-    });
-    const auto outcome = upload(configFor(server.url()), fileOfSize(3 * kChunk));
-    ASSERT_TRUE(outcome.error);
-    EXPECT_EQ(outcome.error->code(), -1005);
-    EXPECT_EQ(outcome.progress, (Progress{{kChunk, 3 * kChunk}}));
-    EXPECT_EQ(requestLines(server).back(), "DELETE /photos/k?uploadId=id");
+    EXPECT_EQ(description.substr(0, description.find(" (")), error);
+    EXPECT_EQ(outcome.progress.size(), progressCalls);
+    auto lines = requestLines(server);
+    EXPECT_EQ(lines.back() == kAbort, aborted);
+    if (aborted) lines.pop_back();
+    EXPECT_NE(lines.back().find(step), std::string::npos);
   }
 }
 
 TEST(S3MultipartUploader, AFailedAbortKeepsThePartsError) {
   FaultServer server([](const RecordedRequest& request) {
-    if (request.target().find("partNumber") != std::string::npos) return answer(500);
+    if (request.method() == "PUT") return answer(500);
     return request.method() == "DELETE" ? testing::resetAfter(0) : wellBehaved(request);
   });
   EXPECT_EQ(upload(configFor(server.url()), fileOfSize(kChunk)).error, S3Error::httpError(500));
 }
 
 TEST(S3MultipartUploader, AFileThatChangesMeanwhileHasTheStatedOutcome) {
+  using File = std::filesystem::path;
   const struct {
-    std::string what;
-    std::function<void(const std::filesystem::path&)> change;  ///< After the first request.
+    const char* what;
+    void (*change)(const File&);  ///< After the first request.
     std::optional<Error> error;
     std::size_t parts;
-  } cases[] = {
-      {"shrinks", [](const auto& file) { std::filesystem::resize_file(file, kChunk + 7); }, {}, 2},
-      {"empties", [](const auto& file) { std::filesystem::resize_file(file, 0); }, {}, 0},
-      {"vanishes", [](const auto& file) { std::filesystem::remove(file); },
-       S3Error::fileReadError(), 0},
-      {"becomes a folder",
-       [](const auto& file) {
-         std::filesystem::remove(file);
-         std::filesystem::create_directory(file);
-       },
-       S3Error::fileReadError(), 0},
-  };
+  } cases[] = {{"shrinks", [](const File& file) { resize_file(file, kChunk + 7); }, {}, 2},
+               {"empties", [](const File& file) { resize_file(file, 0); }, {}, 0},
+               {"vanishes", [](const File& file) { remove(file); }, S3Error::fileReadError(), 0},
+               {"becomes a folder", [](const File& file) { remove(file), create_directory(file); },
+                S3Error::fileReadError(), 0}};
   for (const auto& [what, change, error, parts] : cases) {
     const auto file = fileOfSize(3 * kChunk);
     FaultServer server([&](const RecordedRequest& request) {
@@ -227,40 +190,35 @@ TEST(S3MultipartUploader, AFileThatChangesMeanwhileHasTheStatedOutcome) {
     const auto outcome = upload(configFor(server.url()), file);
     EXPECT_EQ(outcome.error, error) << what;
     EXPECT_EQ(outcome.progress.size(), parts) << what;
-    EXPECT_EQ(requestLines(server).back(),
-              error ? "DELETE /photos/k?uploadId=id" : "POST /photos/k?uploadId=id");
-    std::filesystem::remove_all(file);
+    EXPECT_EQ(requestLines(server).back(), error ? kAbort : kComplete);
   }
 }
 
-TEST(S3MultipartUploader, AnUploaderThatGoesDuringInitiateEndsSilently) {
-  const Gate gate;
-  FaultServer server;
-  server.queue({.answer = answerText(200, "<UploadId>id</UploadId>"),
+/// An upload whose uploader goes while request `number` awaits its answer.
+std::future<Outcome> uploadOutlivingItsUploader(FaultServer& server, std::size_t number) {
+  const testing::Gate gate;
+  for (std::size_t i = 1; i < number; ++i) server.queue(answer(200, "<UploadId>id</UploadId>"));
+  server.queue({.answer = answerText(200, "<UploadId>id</UploadId>", {{"ETag", "t"}}),
                 .sendHold = Reaction::Hold{.at = 0, .gate = gate}});
   auto uploader = std::make_optional<S3MultipartUploader>(configFor(server.url()));
-  auto outcome = start(*uploader, fileOfSize(kChunk));
-  server.waitForRequests(1);
+  auto outcome = start(*uploader, fileOfSize(kChunk + 1));
+  server.waitForRequests(number);
   uploader.reset();
   gate.open();
+  return outcome;
+}
+
+TEST(S3MultipartUploader, AnUploaderThatGoesDuringInitiateEndsSilently) {
+  FaultServer server(wellBehaved);
   // The answer lets go of the callbacks unused, which the future tells as a broken promise.
-  EXPECT_THROW(outcome.get(), std::future_error);
-  EXPECT_EQ(server.requests().size(), 1U);
+  EXPECT_THROW(uploadOutlivingItsUploader(server, 1).get(), std::future_error);
+  EXPECT_EQ(requestLines(server), Lines{kInitiate});
 }
 
 TEST(S3MultipartUploader, AnUploaderThatGoesLaterIsKeptAlive) {
   FaultServer server(wellBehaved);
-  auto uploader = std::make_optional<S3MultipartUploader>(configFor(server.url()));
-  const Gate gate;
-  server.queue(answer(200, "<UploadId>id</UploadId>"));
-  server.queue({.answer = answerText(200, "", {{"ETag", "t"}}),
-                .sendHold = Reaction::Hold{.at = 0, .gate = gate}});
-  auto outcome = start(*uploader, fileOfSize(kChunk + 1));
-  server.waitForRequests(2);
-  uploader.reset();
-  gate.open();
-  EXPECT_FALSE(outcome.get().error);
-  EXPECT_EQ(server.requests().size(), 4U);
+  EXPECT_FALSE(uploadOutlivingItsUploader(server, 2).get().error);
+  EXPECT_EQ(requestLines(server), (Lines{kInitiate, kPart1, kPart2, kComplete}));
 }
 
 TEST(S3MultipartUploader, ManyUploadsShareOneUploader) {

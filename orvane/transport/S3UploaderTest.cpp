@@ -2,6 +2,7 @@
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3Uploader.h>
 
+#include <functional>
 #include <future>
 #include <thread>
 
@@ -16,33 +17,43 @@ namespace {
 using testing::answer;
 using testing::configFor;
 using testing::FaultServer;
-using testing::Reaction;
+using testing::testDirectory;
 
 const S3Config kNoUrl = configFor("http://bad host");
 
-Bytes bytes(std::string_view text) {
+const Error kNone("none", 0, "");
+
+Error errorOf(const auto& result) { return result ? kNone : result.error(); }
+
+Result<std::string> uploadData(std::string_view text, const S3Config& config) {
   const auto view = bytesOf(text);
-  return {view.begin(), view.end()};
+  return testing::run(
+      S3Uploader::uploadData({view.begin(), view.end()}, "k 1", "image/jpeg", config));
 }
 
-Result<std::string> uploadData(const S3Config& config, std::string_view text) {
-  return testing::run(S3Uploader::uploadData(bytes(text), "k 1", "image/jpeg", config));
+Result<std::string> initiate(const S3Config& config) {
+  return S3Uploader::initiateMultipartUpload("k", "image/heic", config);
+}
+
+Result<std::string> complete(const S3Config& config) {
+  return S3Uploader::completeMultipartUpload("k", "2~a/b+c&=", {{3, "c"}, {1, "a"}, {3, "d"}},
+                                             config);
 }
 
 struct FileUpload {
   std::vector<std::int64_t> sent;
-  Result<void> result = std::unexpected(Error("none", 0, ""));
   std::thread::id completedOn;
+  Error error = kNone;
 };
 
-FileUpload uploadFile(const std::filesystem::path& file, const S3Config& config) {
+FileUpload upload(const std::filesystem::path& file, const S3Config& config) {
   FileUpload upload;
   std::promise<void> done;
   S3Uploader::upload(
       file, "k", "text/plain", config,
       [&](std::int64_t sent, std::int64_t /*total*/) { upload.sent.push_back(sent); },
-      [&](Result<void> result) {
-        upload.result = std::move(result);
+      [&](const Result<void>& result) {
+        upload.error = errorOf(result);
         upload.completedOn = std::this_thread::get_id();
         done.set_value();
       });
@@ -50,140 +61,123 @@ FileUpload uploadFile(const std::filesystem::path& file, const S3Config& config)
   return upload;
 }
 
-Error errorOf(const auto& result) { return result ? Error("none", 0, "success") : result.error(); }
+/// A server that answers 200 unless told otherwise.
+class S3UploaderTest : public ::testing::Test {
+ protected:
+  std::string requestLine(std::size_t index) {
+    const auto seen = server.requests().at(index);
+    return seen.method() + " " + seen.target();
+  }
 
-TEST(S3Uploader, UploadDataSendsTheSignedBytesAndYieldsTheETag) {
   FaultServer server;
+  const S3Config config = configFor(server.url(), "p/");
+  const std::filesystem::path file = testDirectory() / "f";
+};
+
+TEST_F(S3UploaderTest, UploadDataSendsTheSignedBytesAndYieldsTheETag) {
   server.queue(answer(200, "", {{"ETag", "\"\"abc\"\""}}));
-  EXPECT_EQ(uploadData(configFor(server.url(), "p/"), "hello"), "abc");
+  EXPECT_EQ(uploadData("hello", config), "abc");
+  EXPECT_EQ(requestLine(0), "PUT /photos/p/k%201");
   const auto seen = server.requests().at(0);
-  EXPECT_EQ(seen.method() + " " + seen.target(), "PUT /photos/p/k%201");
   EXPECT_EQ(seen.body, "hello");
   EXPECT_EQ(seen.header("Content-Type"), "image/jpeg");
   EXPECT_EQ(seen.header("Host"), "127.0.0.1");
   EXPECT_EQ(seen.header("x-amz-content-sha256"),
             "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824");
+  EXPECT_EQ(uploadData("no ETag in the answer", config), "");
 }
 
-TEST(S3Uploader, UploadDataReportsEveryOutcome) {
-  FaultServer server;
-  EXPECT_EQ(errorOf(uploadData(kNoUrl, "x")), S3Error::invalidURL());
-  EXPECT_EQ(uploadData(configFor(server.url(), "p/"), ""), "");  // No ETag field.
-  for (const int status : {300, 307, 403, 500}) {
-    server.queue(answer(status, "<Error/>"));
-    EXPECT_EQ(errorOf(uploadData(configFor(server.url(), "p/"), "x")), S3Error::httpError(status));
+TEST_F(S3UploaderTest, InitiateReadsTheUploadId) {
+  server.queue(answer(200, "<R><UploadId>2~a/b+c=</UploadId></R>"));
+  EXPECT_EQ(initiate(config), "2~a/b+c=");
+  EXPECT_EQ(requestLine(0), "POST /photos/p/k?uploads");
+  EXPECT_EQ(server.requests().at(0).header("Content-Type"), "image/heic");
+  EXPECT_EQ(server.requests().at(0).header("Content-Length"), "0");
+  for (const auto* body : {"<R/>", ""}) {
+    server.queue(answer(200, body));
+    EXPECT_EQ(errorOf(initiate(config)), S3Error::serverError("Missing UploadId"));
   }
-  FaultServer resetting([](const auto&) { return testing::resetAfter(0); });
-  EXPECT_EQ(errorOf(uploadData(configFor(resetting.url()), "x")).code(), -1005);
 }
 
-TEST(S3Uploader, UploadSendsAWholeFileWithProgress) {
-  FaultServer server;
-  const auto file = testing::testDirectory() / "f";
+TEST_F(S3UploaderTest, CompleteSendsSortedPartsAndReadsTheETag) {
+  server.queue(answer(200, "<R><ETag>\"&quot;abc-3&quot;\"</ETag><ETag>x</ETag></R>"));
+  EXPECT_EQ(complete(config), "abc-3");
+  EXPECT_EQ(requestLine(0), "POST /photos/p/k?uploadId=2~a%2Fb%2Bc%26%3D");
+  EXPECT_EQ(server.requests().at(0).header("Content-Type"), "application/xml");
+  EXPECT_EQ(server.requests().at(0).body,
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CompleteMultipartUpload>\n"
+            "  <Part>\n    <PartNumber>1</PartNumber>\n    <ETag>a</ETag>\n  </Part>\n"
+            "  <Part>\n    <PartNumber>3</PartNumber>\n    <ETag>c</ETag>\n  </Part>\n"
+            "  <Part>\n    <PartNumber>3</PartNumber>\n    <ETag>d</ETag>\n  </Part>\n"
+            "</CompleteMultipartUpload>");
+  for (const auto& withoutETag : {answer(200, "<Error><Code>E</Code></Error>"), answer(204)}) {
+    server.queue(withoutETag);
+    EXPECT_EQ(complete(config), "");
+  }
+}
+
+TEST_F(S3UploaderTest, CallsReportEveryFailure) {
+  const FaultServer resetting([](const auto&) { return testing::resetAfter(0); });
+  const std::function<Result<std::string>(const S3Config&)> calls[] = {
+      std::bind_front(uploadData, "x"), initiate, complete};
+  for (const auto& call : calls) {
+    for (const int status : {300, 403, 500}) {
+      server.queue(answer(status, "<UploadId>x</UploadId>", {{"ETag", "x"}}));
+      EXPECT_EQ(errorOf(call(config)), S3Error::httpError(status));
+    }
+    EXPECT_EQ(errorOf(call(configFor(resetting.url()))).code(), -1005);
+    EXPECT_EQ(errorOf(call(kNoUrl)), S3Error::invalidURL());
+  }
+}
+
+TEST_F(S3UploaderTest, UploadSendsAWholeFileWithProgress) {
   testing::writeFile(file, std::string(3'000'000, 'f'));
-  const auto upload = uploadFile(file, configFor(server.url(), "p/"));
-  EXPECT_TRUE(upload.result);
-  EXPECT_EQ(upload.sent.back(), 3'000'000);
+  const auto large = upload(file, config);
+  EXPECT_EQ(large.error, kNone);
+  EXPECT_EQ(large.sent.back(), 3'000'000);
   EXPECT_EQ(server.requests().at(0).body.size(), 3'000'000U);
   EXPECT_EQ(server.requests().at(0).header("Content-Length"), "3000000");
 
   testing::writeFile(file, "");
-  EXPECT_TRUE(uploadFile(file, configFor(server.url(), "p/")).result);
+  EXPECT_EQ(upload(file, config).error, kNone);
   EXPECT_EQ(server.requests().at(1).header("Content-Length"), "0");
   EXPECT_EQ(server.requests().at(1).header("x-amz-content-sha256"),
             "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
   EXPECT_EQ(server.connectionCount(), 2U);  // Each upload has a session of its own.
 }
 
-TEST(S3Uploader, UploadFailsEarlyOnTheCallersThread) {
-  FaultServer server;
-  const auto directory = testing::testDirectory();
-  const auto here = std::this_thread::get_id();
-  for (const auto& file : {directory / "missing", directory}) {
-    const auto upload = uploadFile(file, configFor(server.url(), "p/"));
-    EXPECT_EQ(errorOf(upload.result), S3Error::fileReadError());
-    EXPECT_EQ(upload.completedOn, here);
+TEST_F(S3UploaderTest, UploadFailsEarlyOnTheCallersThread) {
+  const std::tuple<std::filesystem::path, S3Config, Error> cases[] = {
+      {testDirectory() / "missing", config, S3Error::fileReadError()},
+      {testDirectory(), config, S3Error::fileReadError()},
+      {testDirectory(), kNoUrl, S3Error::invalidURL()}};
+  for (const auto& [path, uploadConfig, error] : cases) {
+    const auto failed = upload(path, uploadConfig);
+    EXPECT_EQ(failed.error, error);
+    EXPECT_EQ(failed.completedOn, std::this_thread::get_id());
   }
-  const auto upload = uploadFile(directory, kNoUrl);
-  EXPECT_EQ(errorOf(upload.result), S3Error::invalidURL());
-  EXPECT_EQ(upload.completedOn, here);
   EXPECT_EQ(server.connectionCount(), 0U);
 }
 
-TEST(S3Uploader, UploadReportsFailuresAfterProgress) {
-  FaultServer server;
-  const auto file = testing::testDirectory() / "f";
+TEST_F(S3UploaderTest, UploadReportsFailuresAfterProgress) {
   testing::writeFile(file, std::string(1'000'000, 'f'));
-  server.queue(answer(500, "<Error/>"));
-  const auto refused = uploadFile(file, configFor(server.url(), "p/"));
-  EXPECT_EQ(errorOf(refused.result), S3Error::httpError(500));
+  server.queue(answer(500));
+  const auto refused = upload(file, config);
+  EXPECT_EQ(refused.error, S3Error::httpError(500));
   EXPECT_FALSE(refused.sent.empty());
   EXPECT_NE(refused.completedOn, std::this_thread::get_id());
   server.queue(testing::resetAfter(200'000));
-  EXPECT_EQ(errorOf(uploadFile(file, configFor(server.url(), "p/")).result).code(), -1005);
+  EXPECT_EQ(upload(file, config).error.code(), -1005);
 }
 
-TEST(S3Uploader, InitiateReadsTheUploadId) {
-  FaultServer server;
-  const auto config = configFor(server.url(), "p/");
-  const auto initiate = [&](Reaction reaction) {
-    server.queue(std::move(reaction));
-    return S3Uploader::initiateMultipartUpload("k", "image/heic", config);
-  };
-  EXPECT_EQ(initiate(answer(200, "<R><UploadId>2~a/b+c=</UploadId></R>")), "2~a/b+c=");
-  const auto seen = server.requests().at(0);
-  EXPECT_EQ(seen.method() + " " + seen.target(), "POST /photos/p/k?uploads");
-  EXPECT_EQ(seen.header("Content-Type"), "image/heic");
-  EXPECT_EQ(seen.header("Content-Length"), "0");
-
-  EXPECT_EQ(errorOf(initiate(answer(200, "<R/>"))), S3Error::serverError("Missing UploadId"));
-  EXPECT_EQ(errorOf(initiate(answer(200))), S3Error::serverError("Missing UploadId"));
-  EXPECT_EQ(errorOf(initiate(answer(503, "<UploadId>x</UploadId>"))), S3Error::httpError(503));
-  FaultServer resetting([](const auto&) { return testing::resetAfter(0); });
-  EXPECT_EQ(
-      errorOf(S3Uploader::initiateMultipartUpload("k", "t", configFor(resetting.url()))).code(),
-      -1005);
-  EXPECT_EQ(errorOf(S3Uploader::initiateMultipartUpload("k", "t", kNoUrl)), S3Error::invalidURL());
-}
-
-TEST(S3Uploader, CompleteSendsSortedPartsAndReadsTheETag) {
-  FaultServer server;
-  const auto config = configFor(server.url(), "p/");
-  const auto complete = [&](Reaction reaction) {
-    server.queue(std::move(reaction));
-    return S3Uploader::completeMultipartUpload("k", "2~a/b+c&=", {{3, "c"}, {1, "a"}, {3, "d"}},
-                                               config);
-  };
-  EXPECT_EQ(complete(answer(200, "<R><ETag>\"&quot;abc-3&quot;\"</ETag><ETag>x</ETag></R>")),
-            "abc-3");
-  const auto seen = server.requests().at(0);
-  EXPECT_EQ(seen.method() + " " + seen.target(), "POST /photos/p/k?uploadId=2~a%2Fb%2Bc%26%3D");
-  EXPECT_EQ(seen.header("Content-Type"), "application/xml");
-  EXPECT_EQ(seen.body,
-            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CompleteMultipartUpload>\n"
-            "  <Part>\n    <PartNumber>1</PartNumber>\n    <ETag>a</ETag>\n  </Part>\n"
-            "  <Part>\n    <PartNumber>3</PartNumber>\n    <ETag>c</ETag>\n  </Part>\n"
-            "  <Part>\n    <PartNumber>3</PartNumber>\n    <ETag>d</ETag>\n  </Part>\n"
-            "</CompleteMultipartUpload>");
-
-  EXPECT_EQ(complete(answer(200, "<Error><Code>InternalError</Code></Error>")), "");
-  EXPECT_EQ(complete(answer(204)), "");
-  EXPECT_EQ(errorOf(complete(answer(404))), S3Error::httpError(404));
-  EXPECT_EQ(errorOf(S3Uploader::completeMultipartUpload("k", "u", {}, kNoUrl)),
-            S3Error::invalidURL());
-}
-
-TEST(S3Uploader, AbortReturnsWhateverHappens) {
-  FaultServer server;
-  const auto config = configFor(server.url(), "p/");
+TEST_F(S3UploaderTest, AbortReturnsWhateverHappens) {
   for (const auto& reaction : {testing::resetAfter(0), answer(204), answer(500)}) {
     server.queue(reaction);
     S3Uploader::abortMultipartUpload("k", "id", config);
   }
   S3Uploader::abortMultipartUpload("k", "id", kNoUrl);
-  const auto seen = server.requests();
-  ASSERT_EQ(seen.size(), 3U);
-  EXPECT_EQ(seen.at(0).method() + " " + seen.at(0).target(), "DELETE /photos/p/k?uploadId=id");
+  EXPECT_EQ(server.requests().size(), 3U);
+  EXPECT_EQ(requestLine(0), "DELETE /photos/p/k?uploadId=id");
 }
 
 }  // namespace

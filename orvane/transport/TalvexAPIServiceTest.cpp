@@ -32,25 +32,10 @@ TEST(ListingPage, ReadsWhatTheExpressionsMatch) {
        {{"a", "x"}, {"b &amp;c", "yz"}}},
       {entry("<Key>a</Key>") + entry("<ETag>x</ETag>") + entry("<Key></Key><ETag></ETag>"),
        {{"a", ""}, {"", ""}}},
-      {entry("<Key>a</Key><Key>b</Key><ETag>1</ETag><ETag>2</ETag>"), {{"a", "1"}}},
-      {entry("<Key><Key>a</Key>") + entry("<ETag>e<Key>b</Key></ETag>"),
-       {{"<Key>a", ""}, {"b", "e<Key>b</Key>"}}},
-      {entry("<key>a</key>") + entry("<Key n=\"1\">b</Key>") + entry("</Key>c<Key>"), {}},
-      {"<contents><Key>a</Key></contents></Contents><Key>b</Key>" + entry("<Key>c</Key>"),
-       {{"c", ""}}},
-      {"<Contents>" + entry("<Key>a</Key>") + "<Contents><Key>b</Key>", {{"a", ""}}},
-      {"<Contents><Key>a</Contents></Key></Contents>", {}},
-      {entry("<Key>a\n<Key>b</Key>") + entry("<Key>a</Key\n><Key>c</Key>"), {{"b", ""}, {"c", ""}}},
-      {entry("<Key>a\n</Key></Key><Key>b</Key><ETag>x\ny</ETag>"), {{"b", ""}}},
-      {entry("<Key>\u00a0\u2027\u202a\u0084\t\x1f</Key>"),
-       {{"\u00a0\u2027\u202a\u0084\t\x1f", ""}}}};
+      {entry("<Key><Key>a</Key>") + entry("<key>b</key>"), {{"<Key>a", ""}}},
+      {entry("<Key>a\nb</Key>") + entry("<Key>a\u2028<Key>c</Key>"), {{"c", ""}}}};
   for (const auto& [text, pairs] : cases) {
     EXPECT_EQ(internal::parseKeyETagPairs(text), pairs) << text;
-  }
-  for (const auto* lineBreak : {"\n", "\v", "\f", "\r", "\r\n", "\u0085", "\u2028", "\u2029"}) {
-    const auto spanning = "<Key>a" + std::string(lineBreak);
-    EXPECT_EQ(internal::parseKeyETagPairs(entry(spanning + "b</Key>")), Pairs());
-    EXPECT_EQ(internal::parseKeyETagPairs(entry(spanning + "<Key>c</Key>")), (Pairs{{"c", ""}}));
   }
 }
 
@@ -67,10 +52,8 @@ TEST(ListingPage, HostilePagesAreScannedOnce) {
 
 TEST(ListingPage, ReadsTheFirstTokenUnlessItIsEmpty) {
   EXPECT_EQ(internal::parseToken("<X>" + token("a/+=&amp; ") + token("b")), "a/+=&amp; ");
-  EXPECT_EQ(internal::parseToken(token("a\nb") + token("c")), "c");
   EXPECT_EQ(internal::parseToken(token("") + token("b")), std::nullopt);
   EXPECT_EQ(internal::parseToken("<NextContinuationToken>a"), std::nullopt);
-  EXPECT_EQ(internal::parseToken("<nextcontinuationtoken>a</nextcontinuationtoken>"), std::nullopt);
 }
 
 TEST(XmlText, ReplacesReferences) {
