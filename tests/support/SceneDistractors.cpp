@@ -141,6 +141,21 @@ void cloth(ScenePainter& p) {
   });
 }
 
+void circuitBoard(ScenePainter& p) {
+  const float hue = p.any(142, 160);
+  const float saturation = p.any(.4F, .8F);
+  const float value = p.any(.25F, .5F);
+  p.fill([=, &p](float u, float v) {
+    const float tint = p.noise(u * 6, v * 6, 2) - .5F;
+    return hsv(hue + 30 * tint, saturation, value * (.7F + .6F * p.grain(u, v)));
+  });
+  for (int parts = static_cast<int>(p.any(3, 12)); parts > 0; --parts) {
+    const float x = p.any(0, .9F);
+    const float y = p.any(0, .9F);
+    p.rectangle(x, y, x + p.any(.03F, .1F), y + p.any(.03F, .1F), hsv(0, 0, p.any(.05F, .8F)));
+  }
+}
+
 void bricks(ScenePainter& p) {
   const float hue = p.any(5, 35);
   const float saturation = p.any(.3F, .65F);
@@ -213,30 +228,6 @@ void flower(ScenePainter& p) {
   p.ellipse(.5F, .5F, .09F, .09F * p.aspect(), hsv(p.any(30, 50), .8F, p.any(.2F, .8F)), .3F);
 }
 
-void objects(ScenePainter& p) {
-  const Colour table = p.chance(.5F) ? hsv(0, 0, p.any(.85F, 1)) : anyColour(p);
-  p.fill([=, &p](float u, float v) { return table * (.95F + .1F * p.noise(u * 2, v * 2, 2)); });
-  for (int count = static_cast<int>(p.any(1, 9)); count > 0; --count) {
-    const float x = p.any(.1F, .9F);
-    const float y = p.any(.1F, .9F);
-    const float size = p.any(.05F, .2F);
-    const Colour colour = anyColour(p);
-    p.ellipse(x + .02F, y + .03F, size, size * p.aspect(), table * .6F, .4F);
-    p.ellipse(x, y, size, size * p.aspect(), colour);
-    p.ellipse(x - size * .3F, y - size * .4F, size * .3F, size * .3F, mix(colour, {1, 1, 1}, .6F),
-              .9F);
-  }
-}
-
-void whiteCloth(ScenePainter& p) {
-  const float tint = p.any(0, .12F);
-  const float hue = p.chance(.5F) ? p.any(200, 230) : p.any(20, 60);
-  const float depth = p.any(.1F, .6F);
-  p.fill([=, &p](float u, float v) {
-    return hsv(hue, tint, .97F - depth * std::max(p.noise(u * 4 + v, v * 3, 4) - .35F, 0.0F));
-  });
-}
-
 /// Lit windows, lamps and their halos under a black sky without stars.
 void cityNight(ScenePainter& p) {
   const Colour dark = hsv(p.any(200, 300), p.any(.1F, .6F), p.any(.02F, .12F));
@@ -247,18 +238,6 @@ void cityNight(ScenePainter& p) {
     p.ellipse(x, p.any(.45F, 1), size, size * p.aspect(), hsv(p.any(20, 60), p.any(.2F, .8F), 1),
               .8F);
   }
-}
-
-void lampInTheDark(ScenePainter& p) {
-  const Colour glow = hsv(p.any(15, 45), p.any(.5F, .9F), 1);
-  const float x = p.any(.2F, .8F);
-  const float y = p.any(.2F, .8F);
-  const float reach = p.any(3, 20);
-  p.fill([=, &p](float u, float v) {
-    const float distance = std::hypot((u - x) * p.aspect(), v - y);
-    return glow * (std::exp(-reach * distance) + .03F * p.noise(u * 5, v * 5, 3));
-  });
-  p.ellipse(x, y, .06F, .06F * p.aspect(), {1, .98F, .9F}, .4F);
 }
 
 void darkNoise(ScenePainter& p) {
@@ -308,14 +287,12 @@ const SceneKind kDistractors[] = {
     {"wall", {}, {}, wall},
     {"room", {}, {}, room},
     {"cloth", {}, {}, cloth},
-    {"white cloth", {}, {}, whiteCloth},
     {"bricks", {}, {}, bricks},
     {"planks", {}, {}, planks},
+    {"circuit board", {}, {}, circuitBoard},
     {"portrait", {}, {}, portrait},
     {"flower", {}, {}, flower},
-    {"objects", {}, {}, objects},
     {"city at night", {}, {}, cityNight},
-    {"lamp in the dark", {}, {}, lampInTheDark},
 };
 
 }  // namespace

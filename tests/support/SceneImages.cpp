@@ -143,20 +143,6 @@ void snow(ScenePainter& p, Horizon horizon) {
   });
 }
 
-void dunes(ScenePainter& p, Horizon horizon) {
-  const float hue = p.any(24, 40);
-  const float saturation = p.any(.35F, .62F);
-  const float value = p.any(.65F, .92F);
-  const float steep = p.any(3, 6);
-  ground(p, horizon, [=, &p](float u, float v, float depth) {
-    const float slope = p.noise(u * 2 + v * 3, v * steep, 3, 3) -
-                        p.noise(u * 2 + v * 3 - .1F, v * steep - .1F, 3, 3);
-    const float ripples = p.noise(u * 12 + 3 * v, v * 60 / (.3F + depth), 2, 4) - .5F;
-    const float light = 1 - smoothStep(0, .12F, slope) * .4F + ripples * .14F;
-    return hsv(hue - 5 * (1 - light), saturation + .2F * (1 - light), value * light);
-  });
-}
-
 void beach(ScenePainter& p, float horizon) {
   sea(p, {horizon, 0});
   const float shore = horizon + (1 - horizon) * p.any(.25F, .5F);
@@ -317,13 +303,12 @@ const SceneKind kScenes[] = {
      paintTreesUnderSky},
     {"sea", {"sky", "blue_sky", "sea", "outdoor"}, {"clouds"}, landscape<daySky, sea, flat>},
     {"grey sea", {"sea"}, {"sky", "outdoor", "clouds"}, landscape<greySkyAbove, sea, flat>},
-    {"beach", {"sky", "blue_sky", "sea", "outdoor"}, {"clouds", "sand"}, paintBeach},
+    {"beach", {"sky", "blue_sky", "sea", "outdoor"}, {"clouds"}, paintBeach},
     {"snow", {"sky", "blue_sky", "snow", "outdoor"}, {}, landscape<clearSky, snow, hilly>},
     {"snow under clouds",
      {"sky", "blue_sky", "outdoor"},
      {"clouds", "snow"},
      landscape<daySky, snow, hilly>},
-    {"desert", {"sky", "blue_sky", "sand", "outdoor"}, {}, landscape<clearSky, dunes, hilly>},
     {"sunset", {"sunset_sunrise"}, {"sky", "outdoor"}, landscape<eveningSky, silhouette, hilly>},
     {"sunset at sea", {"sunset_sunrise"}, {"sky", "sea", "outdoor"}, paintEveningSea},
     {"starry night", {"night_sky"}, {"outdoor"}, landscape<stars, silhouette, hilly>},

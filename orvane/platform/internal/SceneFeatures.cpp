@@ -37,20 +37,12 @@ void measureTones(const LightPlane& light, SceneFeatures& features) {
 
 void measureColour(const RgbImage& image, SceneFeatures& features) {
   std::array<int, 256> ranges{};
-  int flat = 0;
-  const auto stride = static_cast<std::size_t>(image.width) * 3;
   const auto& pixels = image.pixels;
   for (std::size_t i = 0; i < pixels.size(); i += 3) {
     const auto [low, high] = std::minmax({pixels[i], pixels[i + 1], pixels[i + 2]});
     ++ranges[static_cast<std::size_t>(high - low)];
-    if (i + stride + 3 > pixels.size()) continue;
-    bool equal = true;
-    for (std::size_t c = i; c < i + 3; ++c)
-      equal = equal && pixels[c] == pixels[c + 3] && pixels[c] == pixels[c + stride];
-    flat += equal;
   }
   const auto count = static_cast<int>(pixels.size() / 3);
-  features.flat = share(flat, count);
   int beyond = count / 20;
   std::size_t range = 255;
   while (range > 0 && (beyond -= ranges[range]) > 0) --range;
@@ -58,44 +50,27 @@ void measureColour(const RgbImage& image, SceneFeatures& features) {
 }
 
 void measureDetail(const SceneGrid& grid, SceneFeatures& features) {
-  int detailed = 0;
-  int smooth = 0;
-  for (const auto& cell : grid.cells()) {
-    detailed += cell.detail > .015F;
-    smooth += cell.detail < .04F;
-  }
-  const auto count = static_cast<int>(grid.cells().size());
-  features.detailed = share(detailed, count);
-  features.smooth = share(smooth, count);
+  const auto& cells = grid.cells();
+  features.detailed = shareOf(cells, [](const auto& cell) { return cell.detail > .015F; });
+  features.smooth = shareOf(cells, [](const auto& cell) { return cell.detail < .04F; });
 }
 
-float median(std::vector<float>& values) {
-  if (values.empty()) return 0;
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::ranges::nth_element(values, middle);
-  return *middle;
-}
-
-/// Medians, and of the blue alone, since what is low and pale may be another thing.
+/// Of the blue alone, since what is low and pale may be another thing.
 float paling(const SceneGrid& grid, const Mask& sky) {
-  const auto isBlue = [&](int column, int row) {
-    return sky[grid.index(column, row)] && grid.at(column, row).isBlue();
-  };
   int foot = 0;
-  for (int row = 0; row < grid.rows(); ++row) {
-    for (int column = 0; column < grid.columns(); ++column)
-      if (isBlue(column, row)) foot = row + 1;
-  }
-  std::vector<float> upper;
-  std::vector<float> lower;
+  for (int column = 0; column < grid.columns(); ++column)
+    foot = std::max(foot, depthOf(grid, sky, column));
+  Distribution upper;
+  Distribution lower;
   for (int row = 0; row < foot; ++row) {
     for (int column = 0; column < grid.columns(); ++column) {
-      if (!isBlue(column, row)) continue;
-      if (row * 3 < foot) upper.push_back(grid.at(column, row).saturation);
-      if ((row + 1) * 3 > foot * 2) lower.push_back(grid.at(column, row).saturation);
+      const auto& cell = grid.at(column, row);
+      if (!sky[grid.index(column, row)] || !cell.isBlue()) continue;
+      if (row * 3 < foot) upper.add(cell.saturation);
+      if ((row + 1) * 3 > foot * 2) lower.add(cell.saturation);
     }
   }
-  return median(upper) - median(lower);
+  return upper.mean() - lower.mean();
 }
 
 /// How little of the values is alike: 0 when all are, towards 1 when each stands for itself.
@@ -141,81 +116,55 @@ void measureSky(const SceneGrid& grid, const Mask& sky, SceneFeatures& features)
                           std::max(light.deviation() * saturation.deviation(), 1e-4F);
 }
 
-/// The largest difference of a channel between two places of one column.
-int contrast(const RgbImage& image, int x, int y, int otherY) {
-  const auto at = [&](int row) {
-    return 3 * (static_cast<std::size_t>(row) * static_cast<std::size_t>(image.width) +
-                static_cast<std::size_t>(x));
-  };
-  int largest = 0;
-  for (std::size_t c = 0; c < 3; ++c)
-    largest = std::max(largest, std::abs(image.pixels[at(y) + c] - image.pixels[at(otherY) + c]));
-  return largest;
-}
-
 /// Share of the columns in which the sky ends at an edge rather than by and by. The edge may be
 /// some way below what is sky for certain.
-float skyEdge(const RgbImage& image, const SceneGrid& grid, const Mask& sky) {
-  constexpr int kReach = 10;
-  constexpr int kBelow = 32;
+float skyEdge(const SceneGrid& grid, const Mask& sky) {
+  constexpr int kBelow = 4;
+  constexpr float kEdge = .06F;
   int sharp = 0;
-  for (int x = 0; x < image.width; ++x) {
-    const int column = std::min(x / SceneGrid::kCellSide, grid.columns() - 1);
-    const int foot = depthOf(grid, sky, column) * SceneGrid::kCellSide;
+  for (int column = 0; column < grid.columns(); ++column) {
+    const int foot = depthOf(grid, sky, column);
     if (foot == 0) continue;
-    int steepest = 0;
-    int edge = 0;
-    const int end = std::min(foot + kBelow, image.height - kReach);
-    for (int y = std::max(foot - kReach, kReach); y < end; ++y) {
-      const int step = contrast(image, x, y - 1, y + 1);
-      if (step > steepest) edge = y;
-      steepest = std::max(steepest, step);
+    float steepest = 0;
+    for (int row = foot; row < std::min(foot + kBelow, grid.rows()); ++row) {
+      const auto& above = grid.at(column, row - 1);
+      const auto& below = grid.at(column, row);
+      steepest = std::max({steepest, std::abs(above.light - below.light),
+                           2 * std::abs(above.redShare - below.redShare),
+                           2 * std::abs(above.greenShare - below.greenShare),
+                           below.detail - above.detail});
     }
-    sharp += steepest > 16 && steepest * 2 > contrast(image, x, edge - kReach, edge + kReach - 1);
+    sharp += steepest > kEdge;
   }
-  return share(sharp, image.width);
+  return share(sharp, grid.columns());
+}
+
+/// How far the cells are an even surface of one tint with letters on it.
+float blankness(const std::vector<SceneCell>& cells) {
+  std::map<std::pair<int, int>, int> tints;
+  int blank = 0;
+  for (const auto& cell : cells) {
+    if (cell.detail >= .012F) continue;
+    const int alike = ++tints[{static_cast<int>(cell.redShare * kTints),
+                               static_cast<int>(cell.greenShare * kTints)}];
+    blank = std::max(blank, alike);
+  }
+  const float letters = shareOf(cells, [](const auto& cell) { return cell.detail > .05F; });
+  return std::min(share(blank, static_cast<int>(cells.size())), 2 * letters);
 }
 
 void measureGround(const SceneGrid& grid, const Mask& sky, SceneFeatures& features) {
-  int cover = 0;
-  int green = 0;
-  int white = 0;
-  int sand = 0;
-  int water = 0;
-  int dark = 0;
-  std::map<std::pair<int, int>, int> tints;
-  int blank = 0;
-  int letters = 0;
-  Distribution detail;
-  Distribution light;
+  std::vector<SceneCell> ground;
   for (int column = 0; column < grid.columns(); ++column) {
-    for (int row = depthOf(grid, sky, column); row < grid.rows(); ++row) {
-      const auto& cell = grid.at(column, row);
-      ++cover;
-      green += cell.isGreen();
-      white += cell.isWhite();
-      sand += cell.isSand();
-      water += cell.isWater();
-      dark += cell.light < .15F;
-      detail.add(cell.detail);
-      light.add(cell.light);
-      letters += cell.detail > .05F;
-      if (cell.detail < .012F) {
-        const int alike = ++tints[{static_cast<int>(cell.redShare * kTints),
-                                   static_cast<int>(cell.greenShare * kTints)}];
-        blank = std::max(blank, alike);
-      }
-    }
+    for (int row = depthOf(grid, sky, column); row < grid.rows(); ++row)
+      ground.push_back(grid.at(column, row));
   }
-  features.groundBlank = std::min(share(blank, cover), 2 * share(letters, cover));
-  features.groundCover = share(cover, static_cast<int>(grid.cells().size()));
-  features.groundDetail = detail.mean();
-  features.groundRelief = light.deviation();
-  features.groundGreen = share(green, cover);
-  features.groundWhite = share(white, cover);
-  features.groundSand = share(sand, cover);
-  features.groundWater = share(water, cover);
-  features.groundDark = share(dark, cover);
+  features.groundBlank = blankness(ground);
+  features.groundCover =
+      share(static_cast<int>(ground.size()), static_cast<int>(grid.cells().size()));
+  features.groundGreen = shareOf(ground, &SceneCell::isGreen);
+  features.groundWhite = shareOf(ground, &SceneCell::isWhite);
+  features.groundDark = shareOf(ground, [](const auto& cell) { return cell.light < .15F; });
 }
 
 void measureWater(const SceneGrid& grid, const Horizon& horizon, SceneFeatures& features) {
@@ -226,7 +175,6 @@ void measureWater(const SceneGrid& grid, const Horizon& horizon, SceneFeatures& 
   Distribution across;
   Distribution along;
   Distribution first;
-  Distribution above;
   const int end = std::min(grid.rows(), edge + 1 + std::max(2, (grid.rows() - edge) / 3));
   for (int row = edge + 1; row < end; ++row) {
     for (int column = 0; column < grid.columns(); ++column) {
@@ -238,13 +186,9 @@ void measureWater(const SceneGrid& grid, const Horizon& horizon, SceneFeatures& 
       if (row == edge + 1) first.add(cell.light);
     }
   }
-  for (int row = 0; row < edge; ++row) {
-    for (int column = 0; column < grid.columns(); ++column) above.add(grid.at(column, row).detail);
-  }
   features.waterCover = share(water, count);
   features.waterWaves = along.mean() / std::max(across.mean(), .002F);
   features.waterUneven = first.deviation();
-  features.detailAbove = above.mean();
 }
 
 void measurePlants(const SceneGrid& grid, SceneFeatures& features) {
@@ -277,11 +221,11 @@ std::optional<SceneFeatures> measureScene(const RgbImage& image) {
   const Horizon horizon = findHorizon(light);
   const Mask sky = findSky(grid, horizon);
   measureSky(grid, sky, features);
-  features.skyEdge = skyEdge(image, grid, sky);
+  features.skyEdge = skyEdge(grid, sky);
   features.skyRagged = raggedness(grid, sky);
   measureGround(grid, sky, features);
   measureWater(grid, horizon, features);
-  measureEvening(grid, light, features);
+  measureEvening(grid, features);
   measureNight(light, features);
   measurePlants(grid, features);
   return features;

@@ -16,8 +16,6 @@ struct SceneFeatures {
   float colour = 0;
   /// How many levels of light are in use: entropy in bits, from 0 to 5.
   float tones = 0;
-  /// Share of the pixels that equal their neighbours, as only drawn surfaces do.
-  float flat = 0;
   /// Shares of the cells that have some detail, and that have not as much as noise.
   float detailed = 0;
   float smooth = 0;
@@ -25,8 +23,6 @@ struct SceneFeatures {
   // Layout.
   /// The strongest straight, level edge through the picture: its share of the width.
   float horizon = 0;
-  /// Share of the columns in which something dark begins where it does in the column before.
-  float skyline = 0;
 
   // Sky: blue or cloudy, smooth, and reached from the upper edge.
   float skyCover = 0;
@@ -47,14 +43,10 @@ struct SceneFeatures {
 
   // Ground: what lies below the sky.
   float groundCover = 0;
-  float groundDetail = 0;
-  float groundRelief = 0;
   /// How far it is an even surface of one tint with letters on it.
   float groundBlank = 0;
   float groundGreen = 0;
   float groundWhite = 0;
-  float groundSand = 0;
-  float groundWater = 0;
   float groundDark = 0;
 
   // Water: what lies just below the horizon.
@@ -63,14 +55,10 @@ struct SceneFeatures {
   float waterWaves = 0;
   /// How uneven its light is along the horizon.
   float waterUneven = 0;
-  /// The detail of what is above the horizon.
-  float detailAbove = 0;
 
   // Evening.
   /// Share of the rows that glow over most of their width.
   float glowRows = 0;
-  /// How much darker the upper edge is than the brightest of these rows.
-  float glowFall = 0;
   /// How much the share of red changes between these rows and the upper edge.
   float glowTints = 0;
   /// How much of the change of light is between the rows rather than within them.
@@ -80,11 +68,10 @@ struct SceneFeatures {
 
   // Night.
   float dark = 0;
-  /// Points of light that stand alone in the upper half: their number, their share of all points
-  /// there, and the share of that half's parts that have one.
+  /// Points of light that stand alone in the upper half: their number, and their share of all
+  /// points there.
   float stars = 0;
   float starsAlone = 0;
-  float starSpread = 0;
 
   // Plants.
   float greenCover = 0;

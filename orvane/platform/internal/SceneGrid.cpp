@@ -10,7 +10,7 @@ constexpr int kSide = SceneGrid::kCellSide;
 
 struct Sums {
   float red = 0, green = 0, blue = 0;
-  float light = 0, lightSquared = 0;
+  float light = 0;
   float across = 0, along = 0, detail = 0;
 };
 
@@ -44,9 +44,7 @@ SceneCell cellAt(const RgbImage& image, const LightPlane& light, int left, int t
       sums.red += static_cast<float>(pixel[0]);
       sums.green += static_cast<float>(pixel[1]);
       sums.blue += static_cast<float>(pixel[2]);
-      const float here = light.at(x, y);
-      sums.light += here;
-      sums.lightSquared += here * here;
+      sums.light += light.at(x, y);
       addDetail(sums, light, x, y);
     }
   }
@@ -54,17 +52,15 @@ SceneCell cellAt(const RgbImage& image, const LightPlane& light, int left, int t
   const float highest = std::max({sums.red, sums.green, sums.blue});
   const float range = highest - std::min({sums.red, sums.green, sums.blue});
   const float sum = sums.red + sums.green + sums.blue;
-  const float mean = sums.light * kShare;
   return {.hue = hueOf(sums.red, sums.green, sums.blue, highest, range),
           .saturation = highest > 0 ? range / highest : 0,
           .value = highest * kShare / 255,
-          .light = mean,
+          .light = sums.light * kShare,
           .redShare = sum > 0 ? sums.red / sum : 0,
           .greenShare = sum > 0 ? sums.green / sum : 0,
           .detail = sums.detail * kShare,
           .detailAcross = sums.across * kShare,
-          .detailAlong = sums.along * kShare,
-          .spread = std::sqrt(std::max(sums.lightSquared * kShare - mean * mean, 0.0F))};
+          .detailAlong = sums.along * kShare};
 }
 
 bool within(float value, float low, float high) { return value >= low && value <= high; }
@@ -102,10 +98,6 @@ bool SceneCell::isGreen() const {
 
 bool SceneCell::isWhite() const {
   return value >= .6F && (saturation < .1F || (saturation < .33F && within(hue, 195, 250)));
-}
-
-bool SceneCell::isSand() const {
-  return within(hue, 14, 52) && within(saturation, .15F, .75F) && value >= .35F && spread < .12F;
 }
 
 bool SceneCell::isWater() const {

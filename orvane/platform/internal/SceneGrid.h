@@ -39,15 +39,12 @@ struct SceneCell {
   /// The same along one direction alone: between left and right, between above and below.
   float detailAcross = 0;
   float detailAlong = 0;
-  /// The standard deviation of the pixels' light.
-  float spread = 0;
 
   [[nodiscard]] bool isBlue() const;
   [[nodiscard]] bool isCloud() const;
   [[nodiscard]] bool isWarm() const;
   [[nodiscard]] bool isGreen() const;
   [[nodiscard]] bool isWhite() const;
-  [[nodiscard]] bool isSand() const;
   [[nodiscard]] bool isWater() const;
 };
 

@@ -6,7 +6,7 @@
 namespace orvane::platform {
 
 /// Fills in what tells an evening: the glow, its colours and the dark edge below it.
-void measureEvening(const SceneGrid& grid, const LightPlane& light, SceneFeatures& features);
+void measureEvening(const SceneGrid& grid, SceneFeatures& features);
 
 /// Fills in what tells a night: darkness, and lone points of light in the upper half.
 void measureNight(const LightPlane& light, SceneFeatures& features);

@@ -4,11 +4,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ranges>
 
 namespace orvane::platform {
 
 inline float share(int part, int whole) {
   return whole > 0 ? static_cast<float>(part) / static_cast<float>(whole) : 0;
+}
+
+/// Share of the elements for which `holds` is true.
+template <class Range, class Predicate>
+float shareOf(const Range& range, Predicate holds) {
+  return share(static_cast<int>(std::ranges::count_if(range, holds)),
+               static_cast<int>(std::ranges::size(range)));
 }
 
 /// Mean and standard deviation of what is added.
