@@ -67,9 +67,9 @@ TEST(BandwidthStatsStoreTest, KeepsTheLastSixtySamples) {
   storeSamples(list + "]");
   BandwidthStatsStore store;
   EXPECT_EQ(store.samples().size(), 70U);
-  std::vector<double> speeds(59, 300);
-  speeds.push_back(1);
   store.addSample(1);
+  std::vector<double> speeds(60, 300);
+  speeds.back() = 1;
   EXPECT_EQ(speedsIn(store), speeds);
   EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
 }

@@ -32,33 +32,34 @@ std::filesystem::path itemFile() {
          "device_uuid_v1.secret";
 }
 
+std::string uuid() { return DeviceUUID::shared().uuid(); }
+
 /// The identifier when it is looked for in the store anew.
 std::string uuidReadAgain() {
   DeviceUUID::shared().resetForTesting();
-  return DeviceUUID::shared().uuid();
+  return uuid();
 }
 
 /// Says the identifier twice and ends without writing what standard output still holds.
 const testing::ChildMain kAsker("device-uuid", [](const auto&) {
   for (int i = 0; i < 2; ++i) {
-    const auto line = DeviceUUID::shared().uuid() + "\n";
+    const auto line = uuid() + "\n";
     if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
   }
   _exit(0);
 });
 
 TEST(DeviceUUID, IsMadeOnceAndKept) {
-  auto& device = DeviceUUID::shared();
-  const auto first = device.uuid();
+  const auto first = uuid();
   EXPECT_THAT(first, MatchesRegex(kForm));
   EXPECT_EQ(testing::readFile(itemFile()), first);
   EXPECT_EQ(outputOfChild("device-uuid"), first + "\n" + first + "\n");
   EXPECT_EQ(uuidReadAgain(), first);
 
   testing::writeFile(itemFile(), "changed");
-  EXPECT_EQ(device.uuid(), first);
+  EXPECT_EQ(uuid(), first);
   std::filesystem::remove(itemFile());
-  EXPECT_EQ(device.uuid(), first);
+  EXPECT_EQ(uuid(), first);
   EXPECT_NE(uuidReadAgain(), first);
 }
 
@@ -70,9 +71,8 @@ TEST(DeviceUUID, TakesAnyStoredText) {
     EXPECT_EQ(testing::readFile(itemFile()), text);
   }
   testing::writeFile(itemFile(), "\xff not UTF-8");
-  const auto uuid = uuidReadAgain();
-  EXPECT_THAT(uuid, MatchesRegex(kForm));
-  EXPECT_EQ(testing::readFile(itemFile()), uuid);
+  EXPECT_THAT(uuidReadAgain(), MatchesRegex(kForm));
+  EXPECT_EQ(testing::readFile(itemFile()), uuid());
 }
 
 TEST(DeviceUUID, LastsAProcessWhenItCannotBeSaved) {
@@ -97,10 +97,7 @@ TEST(DeviceUUID, IsOneForThreadsThatAskAtOnce) {
   std::barrier start(std::ssize(answers));
   std::vector<std::jthread> threads;
   for (auto& answer : answers) {
-    threads.emplace_back([&answer, &start] {
-      start.arrive_and_wait();
-      answer = DeviceUUID::shared().uuid();
-    });
+    threads.emplace_back([&] { start.arrive_and_wait(), answer = uuid(); });
   }
   threads.clear();
   EXPECT_EQ(std::set(answers.begin(), answers.end()), std::set{testing::readFile(itemFile())});
@@ -132,7 +129,7 @@ TEST(DeviceUUID, IsKeptInTheStoreOfTheHostsChoiceAndLeftThereWhileItIsLocked) {
   EXPECT_NE(temporary, stored);
   service.restart();
   EXPECT_EQ(service.countItems("device_uuid_v1"), 1U);
-  EXPECT_EQ(DeviceUUID::shared().uuid(), temporary);
+  EXPECT_EQ(uuid(), temporary);
   EXPECT_EQ(uuidReadAgain(), stored);
 }
 #endif

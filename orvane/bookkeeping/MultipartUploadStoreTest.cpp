@@ -96,15 +96,5 @@ TEST(MultipartUploadStoreTest, LoadsWholeFilesOnly) {
   }
 }
 
-TEST(MultipartUploadStoreTest, FilesStatesUnderTheNamesThatItReads) {
-  testing::writeFile(file(), R"({"K":{"more":[],)" + kPlain.substr(1) + "}");
-  auto& store = MultipartUploadStore::shared();
-  EXPECT_EQ(store.state("K"), plain());
-  EXPECT_EQ(store.state("A"), std::nullopt);
-  store.remove("A");
-  EXPECT_EQ(store.allStates().size(), 1U);
-  EXPECT_EQ(readFile(file()), R"({"K":)" + kPlain + "}") << "without the unknown member";
-}
-
 }  // namespace
 }  // namespace orvane

@@ -112,8 +112,9 @@ TEST(UploadStoreTest, CountsByStatus) {
 TEST(UploadStoreTest, ChangesSelectedRecordsOnlyAndAlwaysWrites) {
   const auto tryAgain = [](UploadRecord& r) { r.status = pending, r.errorMessage = {}; };
   const auto tryAgainBelow = [=](std::int64_t limit) {
-    return
-        [=](auto& r) { return r.status == failed && r.retryCount < limit ? tryAgain(r) : void(); };
+    return [=](UploadRecord& r) {
+      if (r.status == failed && r.retryCount < limit) tryAgain(r);
+    };
   };
   const struct {
     const char* name;
@@ -176,14 +177,9 @@ TEST(UploadStoreTest, FilesRecordsUnderTheNamesThatItReads) {
 }
 
 TEST(UploadStoreTest, QueuedChangesSurviveANormalExit) {
-  std::vector<std::string> ids;
-  std::vector<UploadRecord> records;
-  for (int i = 0; i < 30; ++i) {
-    ids.push_back(std::to_string(i));
-    records.push_back(make(ids.back(), pending));
-  }
-  EXPECT_EQ(contentsAfterRestart(ids), "");
-  EXPECT_EQ(contentsAfterRestart(), linesOf(records));
+  EXPECT_EQ(contentsAfterRestart({"a", "b", "c"}), "");
+  EXPECT_EQ(contentsAfterRestart(),
+            linesOf({make("a", pending), make("b", pending), make("c", pending)}));
 }
 
 TEST(UploadStoreTest, KeepsAnUndecodableFileAside) {

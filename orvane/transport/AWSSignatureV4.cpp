@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ctime>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -17,14 +18,6 @@ using platform::sha256;
 constexpr std::string_view kAlgorithm = "AWS4-HMAC-SHA256";
 constexpr std::size_t kShortDateLength = 8;
 constexpr platform::CharacterSet kPathUnreserved{"-._~/"};
-
-void appendDigits(std::string& text, int value, int width) {
-  std::array<char, 10> digits{};
-  for (int i = width - 1; i >= 0; --i, value /= 10) {
-    digits[static_cast<std::size_t>(i)] = static_cast<char>('0' + value % 10);
-  }
-  text.append(digits.data(), static_cast<std::size_t>(width));
-}
 
 std::string canonicalUri(std::string_view encodedPath) {
   if (encodedPath.empty()) return "/";
@@ -112,21 +105,13 @@ AWSSignatureV4::Fields AWSSignatureV4::sortedFields(const Headers& headers,
 }
 
 std::string AWSSignatureV4::iso8601Formatter(TimePoint date) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(date);
-  const auto day = std::chrono::floor<std::chrono::days>(seconds);
-  const std::chrono::year_month_day calendar(day);
-  const std::chrono::hh_mm_ss time(seconds - day);
-  std::string text;
-  text.reserve(16);
-  appendDigits(text, static_cast<int>(calendar.year()), 4);
-  appendDigits(text, static_cast<int>(static_cast<unsigned>(calendar.month())), 2);
-  appendDigits(text, static_cast<int>(static_cast<unsigned>(calendar.day())), 2);
-  text.push_back('T');
-  appendDigits(text, static_cast<int>(time.hours().count()), 2);
-  appendDigits(text, static_cast<int>(time.minutes().count()), 2);
-  appendDigits(text, static_cast<int>(time.seconds().count()), 2);
-  text.push_back('Z');
-  return text;
+  const auto seconds =
+      std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(date));
+  std::tm calendar{};
+  gmtime_r(&seconds, &calendar);
+  std::array<char, 32> text{};
+  const auto length = std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &calendar);
+  return {text.data(), length};
 }
 
 std::string AWSSignatureV4::canonicalQueryString(const Url& from) {

@@ -21,10 +21,6 @@ using testing::testDirectory;
 
 const S3Config kNoUrl = configFor("http://bad host");
 
-const Error kNone("none", 0, "");
-
-Error errorOf(const auto& result) { return result ? kNone : result.error(); }
-
 Result<std::string> uploadData(std::string_view text, const S3Config& config) {
   const auto view = bytesOf(text);
   return testing::run(
@@ -43,7 +39,7 @@ Result<std::string> complete(const S3Config& config) {
 struct FileUpload {
   std::vector<std::int64_t> sent;
   std::thread::id completedOn;
-  Error error = kNone;
+  Result<void> result;
 };
 
 FileUpload upload(const std::filesystem::path& file, const S3Config& config) {
@@ -53,7 +49,7 @@ FileUpload upload(const std::filesystem::path& file, const S3Config& config) {
       file, "k", "text/plain", config,
       [&](std::int64_t sent, std::int64_t /*total*/) { upload.sent.push_back(sent); },
       [&](const Result<void>& result) {
-        upload.error = errorOf(result);
+        upload.result = result;
         upload.completedOn = std::this_thread::get_id();
         done.set_value();
       });
@@ -95,7 +91,7 @@ TEST_F(S3UploaderTest, InitiateReadsTheUploadId) {
   EXPECT_EQ(server.requests().at(0).header("Content-Length"), "0");
   for (const auto* body : {"<R/>", ""}) {
     server.queue(answer(200, body));
-    EXPECT_EQ(errorOf(initiate(config)), S3Error::serverError("Missing UploadId"));
+    EXPECT_EQ(initiate(config), std::unexpected(S3Error::serverError("Missing UploadId")));
   }
 }
 
@@ -123,23 +119,23 @@ TEST_F(S3UploaderTest, CallsReportEveryFailure) {
   for (const auto& call : calls) {
     for (const int status : {300, 403, 500}) {
       server.queue(answer(status, "<UploadId>x</UploadId>", {{"ETag", "x"}}));
-      EXPECT_EQ(errorOf(call(config)), S3Error::httpError(status));
+      EXPECT_EQ(call(config), std::unexpected(S3Error::httpError(status)));
     }
-    EXPECT_EQ(errorOf(call(configFor(resetting.url()))).code(), -1005);
-    EXPECT_EQ(errorOf(call(kNoUrl)), S3Error::invalidURL());
+    EXPECT_EQ(call(configFor(resetting.url())).error().code(), -1005);
+    EXPECT_EQ(call(kNoUrl), std::unexpected(S3Error::invalidURL()));
   }
 }
 
 TEST_F(S3UploaderTest, UploadSendsAWholeFileWithProgress) {
   testing::writeFile(file, std::string(3'000'000, 'f'));
   const auto large = upload(file, config);
-  EXPECT_EQ(large.error, kNone);
+  EXPECT_TRUE(large.result);
   EXPECT_EQ(large.sent.back(), 3'000'000);
   EXPECT_EQ(server.requests().at(0).body.size(), 3'000'000U);
   EXPECT_EQ(server.requests().at(0).header("Content-Length"), "3000000");
 
   testing::writeFile(file, "");
-  EXPECT_EQ(upload(file, config).error, kNone);
+  EXPECT_TRUE(upload(file, config).result);
   EXPECT_EQ(server.requests().at(1).header("Content-Length"), "0");
   EXPECT_EQ(server.requests().at(1).header("x-amz-content-sha256"),
             "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
@@ -147,13 +143,13 @@ TEST_F(S3UploaderTest, UploadSendsAWholeFileWithProgress) {
 }
 
 TEST_F(S3UploaderTest, UploadFailsEarlyOnTheCallersThread) {
-  const std::tuple<std::filesystem::path, S3Config, Error> cases[] = {
+  const std::tuple<std::filesystem::path, S3Config, S3Error> cases[] = {
       {testDirectory() / "missing", config, S3Error::fileReadError()},
       {testDirectory(), config, S3Error::fileReadError()},
       {testDirectory(), kNoUrl, S3Error::invalidURL()}};
   for (const auto& [path, uploadConfig, error] : cases) {
     const auto failed = upload(path, uploadConfig);
-    EXPECT_EQ(failed.error, error);
+    EXPECT_EQ(failed.result, std::unexpected(error));
     EXPECT_EQ(failed.completedOn, std::this_thread::get_id());
   }
   EXPECT_EQ(server.connectionCount(), 0U);
@@ -163,11 +159,11 @@ TEST_F(S3UploaderTest, UploadReportsFailuresAfterProgress) {
   testing::writeFile(file, std::string(1'000'000, 'f'));
   server.queue(answer(500));
   const auto refused = upload(file, config);
-  EXPECT_EQ(refused.error, S3Error::httpError(500));
+  EXPECT_EQ(refused.result, std::unexpected(S3Error::httpError(500)));
   EXPECT_FALSE(refused.sent.empty());
   EXPECT_NE(refused.completedOn, std::this_thread::get_id());
   server.queue(testing::resetAfter(200'000));
-  EXPECT_EQ(upload(file, config).error.code(), -1005);
+  EXPECT_EQ(upload(file, config).result.error().code(), -1005);
 }
 
 TEST_F(S3UploaderTest, AbortReturnsWhateverHappens) {
