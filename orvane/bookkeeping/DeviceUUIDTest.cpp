@@ -1,21 +1,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvane/bookkeeping/DeviceUUID.h>
-#include <orvane/platform/HostApplication.h>
-#include <orvane/platform/SecretServiceStore.h>
 #include <unistd.h>
 
 #include <barrier>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/ChildProcess.h"
-#include "support/SecretService.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane {
@@ -113,26 +109,6 @@ TEST(DeviceUUID, IsOneForProcessesThatAskAtOnce) {
     EXPECT_EQ(answers.size(), 1U) << "round " << round;
   }
 }
-
-#ifdef ORVANE_WITH_SECRET_SERVICE
-TEST(DeviceUUID, IsKeptInTheStoreOfTheHostsChoiceAndLeftThereWhileItIsLocked) {
-  const testing::SessionBus bus;
-  testing::SecretService service;
-  ASSERT_TRUE(HostApplication::configure({.secureStore = std::make_shared<SecretServiceStore>()}));
-  const auto stored = uuidReadAgain();
-  EXPECT_FALSE(std::filesystem::exists(itemFile()));
-  service.lock();
-  ::testing::internal::CaptureStdout();
-  const auto temporary = uuidReadAgain();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Keychain save error: -25308\n");
-  EXPECT_THAT(temporary, MatchesRegex(kForm));
-  EXPECT_NE(temporary, stored);
-  service.restart();
-  EXPECT_EQ(service.countItems("device_uuid_v1"), 1U);
-  EXPECT_EQ(uuid(), temporary);
-  EXPECT_EQ(uuidReadAgain(), stored);
-}
-#endif
 
 }  // namespace
 }  // namespace orvane
