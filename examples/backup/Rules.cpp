@@ -9,7 +9,6 @@
 #include <array>
 #include <cctype>
 #include <cmath>
-#include <optional>
 #include <random>
 #include <string>
 #include <unordered_map>
@@ -30,13 +29,13 @@ std::optional<std::int64_t> statusOf(const orvane::Error& error) {
 
 }  // namespace
 
-bool mayRetry(const orvane::Error& error, const orvane::UploadRecord& record,
-              std::int64_t retriesInRun) {
-  return RetryPolicy::isRetryable(error) && retriesInRun < RetryPolicy::maxSessionRetries &&
-         record.retryCount < RetryPolicy::maxLifetimeRetries;
-}
-
-std::chrono::duration<double> retryDelay(std::int64_t retriesInRun) {
+std::optional<std::chrono::duration<double>> retryDelay(const orvane::Error& error,
+                                                        const orvane::UploadRecord& record,
+                                                        std::int64_t retriesInRun) {
+  if (!RetryPolicy::isRetryable(error) || retriesInRun >= RetryPolicy::maxSessionRetries ||
+      record.retryCount >= RetryPolicy::maxLifetimeRetries) {
+    return std::nullopt;
+  }
   static std::minstd_rand random(std::random_device{}());
   const double delay = std::ldexp(RetryPolicy::baseDelay, static_cast<int>(retriesInRun));
   const double chance = std::uniform_real_distribution(1.0, 1.5)(random);

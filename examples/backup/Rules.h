@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,15 +16,13 @@ namespace backup {
 /// Uploads under way at the same time; images looked at at the same time.
 constexpr std::size_t kAtATime = 4;
 
-/// Whether a file whose upload has just failed is tried again in this run, after so many retries
-/// in it: the same upload must be able to succeed a little later, and neither the run's retries
-/// nor those of the file's whole life may be used up.
-[[nodiscard]] bool mayRetry(const orvane::Error& error, const orvane::UploadRecord& record,
-                            std::int64_t retriesInRun);
-
-/// How long a file waits before it is tried again: twice as long each time, and up to half as long
-/// again by chance, so that files that failed together do not come back together.
-[[nodiscard]] std::chrono::duration<double> retryDelay(std::int64_t retriesInRun);
+/// How long a file whose upload has just failed waits before it is tried again, after so many
+/// retries in this run: twice as long each time, and up to half as long again by chance, so that
+/// files that failed together do not come back together. Nothing when it is not tried again: the
+/// same upload could not succeed a little later either, or the run's retries or those of the file's
+/// whole life are used up.
+[[nodiscard]] std::optional<std::chrono::duration<double>> retryDelay(
+    const orvane::Error& error, const orvane::UploadRecord& record, std::int64_t retriesInRun);
 
 /// Whether the store cannot be reached, which no file's retries shall be spent on.
 [[nodiscard]] bool isUnreachable(const orvane::Error& error);

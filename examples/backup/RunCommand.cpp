@@ -169,7 +169,8 @@ Task Backup::upload(Item& item) {
     const Result<void> outcome = co_await transfer(uploader_, item.file, record);
     if (outcome) co_return succeed(item);
     const std::string reason = explanation(outcome.error());
-    if (!mayRetry(outcome.error(), record, retries)) {
+    const auto delay = retryDelay(outcome.error(), record, retries);
+    if (!delay) {
       setStatus(item, UploadStatus::failed, reason);
       unreachable_ = unreachable_ || isUnreachable(outcome.error());
       if (isRefused(outcome.error())) ++refused_;
@@ -177,10 +178,9 @@ Task Backup::upload(Item& item) {
     }
     if (!isUnreachable(outcome.error())) ++record.retryCount;
     setStatus(item, UploadStatus::retrying, reason);
-    const Seconds delay = retryDelay(retries);
-    display_.print("retrying", record.id(), " in " + decimal(delay.count()) + " s: " + reason,
+    display_.print("retrying", record.id(), " in " + decimal(delay->count()) + " s: " + reason,
                    std::cerr);
-    co_await pause(delay);
+    co_await pause(*delay);
     if (stopRequested()) co_return;
   }
 }

@@ -1,97 +1,24 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <orvane/platform/SceneClassifier.h>
+#include "BackupHost.h"
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <map>
 #include <set>
-#include <sstream>
 #include <thread>
 
-#include "support/ChildProcess.h"
-#include "support/FaultServer.h"
-#include "support/ObjectStore.h"
-#include "support/SceneImages.h"
-#include "support/SecretService.h"
-#include "support/TemporaryDirectory.h"
-#include "support/TestImage.h"
-
-// The example host as its user meets it: a program, a folder, a configuration file.
 namespace orvane::testing {
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-struct Outcome {
-  int status;
-  std::string output;
-};
-
-/// Starts the program in the test's folder; standard error joins its output.
-ChildProcess start(const std::vector<std::string>& arguments) {
-  std::vector<std::string> command = {"sh", "-c", "exec \"$@\" 2>&1", "sh", ORVANE_BACKUP};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return ChildProcess::start(command);
-}
-
-Outcome run(const std::vector<std::string>& arguments) {
-  auto child = start(arguments);
-  auto output = child.readAll();
-  return {child.wait(), std::move(output)};
-}
-
 std::size_t uploadsTo(const FaultServer& server) {
   return static_cast<std::size_t>(std::ranges::count_if(
       server.requests(), [](const auto& request) { return request.method() == "PUT"; }));
 }
-
-class BackupHostTest : public ::testing::Test {
- protected:
-  BackupHostTest() { fs::create_directory(folder_); }
-
-  void addFile(const std::string& name, std::string_view content) const {
-    fs::create_directories((folder_ / name).parent_path());
-    writeFile(folder_ / name, content);
-  }
-
-  void configure(const std::string& endpoint, const std::string& accessKey = "key",
-                 const std::string& secretKey = "top-secret",
-                 const std::string& prefix = "") const {
-    writeFile(config_, R"({"bucket":"photos","region":"us-east-1","accessKey":")" + accessKey +
-                           R"(","secretKey":")" + secretKey + R"(","prefix":")" + prefix +
-                           R"(","endpoint":")" + endpoint + "\"}");
-  }
-  void configure(const ObjectStore& store) const {
-    configure(store.endpoint(), store.accessKey(), store.secretKey(), store.prefix());
-  }
-
-  [[nodiscard]] std::vector<std::string> runArguments() const {
-    return {"run", folder_, "--config", config_, "--state", state_};
-  }
-  [[nodiscard]] Outcome backUp() const { return run(runArguments()); }
-  [[nodiscard]] static Outcome with(const fs::path& state, std::vector<std::string> arguments) {
-    arguments.insert(arguments.end(), {"--state", state});
-    return run(arguments);
-  }
-  [[nodiscard]] Outcome withStore(const std::string& command, const fs::path& state) const {
-    return with(state, {command, "--config", config_});
-  }
-  /// How many records are in which state.
-  [[nodiscard]] std::string status() const {
-    const auto output = run({"status", "--state", state_}).output;
-    return output.substr(0, output.find("transferred: "));
-  }
-
-  const fs::path folder_ = testDirectory() / "folder";
-  const fs::path config_ = testDirectory() / "config.json";
-  const fs::path state_ = testDirectory() / "state";
-};
 
 TEST_F(BackupHostTest, SendsWhatIsNewOrChanged) {
   const ObjectStore store;
@@ -195,21 +122,22 @@ TEST_F(BackupHostTest, OneCommandAtATimeChangesAState) {
 
 TEST_F(BackupHostTest, UnusableConfigurationIsRefused) {
   EXPECT_EQ(backUp().status, 2);  // There is none.
+  const auto expectRefused = [this](const std::string& reason) {
+    const Outcome refused = backUp();
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.output, HasSubstr(reason)) << readFile(config_);
+  };
   for (const char* text : {"", "{", "[]", R"({"bucket":"b"})"}) {
     writeFile(config_, text);
-    const Outcome refused = backUp();
-    EXPECT_EQ(refused.status, 2) << text;
-    EXPECT_THAT(refused.output, HasSubstr("config.json must be a JSON object")) << text;
+    expectRefused("config.json must be a JSON object");
   }
   for (const char* endpoint : {"", "not a URL", "ftp://x", "http://", "http://h:99999", "h:1"}) {
     configure(endpoint);
-    const Outcome refused = backUp();
-    EXPECT_EQ(refused.status, 2) << endpoint;
-    EXPECT_THAT(refused.output, HasSubstr("the endpoint must be a URL")) << endpoint;
+    expectRefused("the endpoint must be a URL");
   }
   for (const char* prefix : {"a b/", "\u00e8/", "a<b/", "a+b/", "a&b/", "50%/"}) {
     configure("http://127.0.0.1:1", "key", "secret", prefix);
-    EXPECT_THAT(backUp().output, HasSubstr("the prefix may hold")) << prefix;
+    expectRefused("the prefix may hold");
   }
   configure("http://127.0.0.1:1");
   const std::vector<std::string> wrong[] = {
@@ -247,14 +175,16 @@ TEST_F(BackupHostTest, KilledRunIsContinued) {
   EXPECT_EQ(status(), "completed: 6\n");
 }
 
-TEST_F(BackupHostTest, OnlyTransientFailuresAreRetried) {
-  const fs::path other = testDirectory() / "offline";
-  for (const char* name : {"1", "2", "3", "4", "5"}) addFile("../offline/" + std::string(name), "");
-  configure("http://127.0.0.1:1");
-  auto offline = start({"run", other, "--config", config_, "--state", other / "state"});
-  ASSERT_THAT(offline.readLine().value_or(""),
-              HasSubstr("Backing up"));  // It has read all it needs.
+/// Reads lines until one matches; the end of the output is none.
+void readUntil(ChildProcess& child, const std::string& pattern) {
+  std::string line;
+  do {
+    line = child.readLine().value_or("nothing more");
+  } while (line != "nothing more" && !::testing::Matches(ContainsRegex(pattern))(line));
+  EXPECT_THAT(line, ContainsRegex(pattern));
+}
 
+TEST_F(BackupHostTest, OnlyTransientFailuresAreRetried) {
   FaultServer server([](const RecordedRequest& request) {
     return answer(request.target() == "/photos/media/b" ? 503 : 200);
   });
@@ -265,15 +195,28 @@ TEST_F(BackupHostTest, OnlyTransientFailuresAreRetried) {
   EXPECT_EQ(uploadsTo(server), 1U);
 
   addFile("b", "b");
-  const Outcome retried = backUp();
-  EXPECT_EQ(retried.status, 1);
-  EXPECT_THAT(retried.output, AllOf(ContainsRegex("retrying  b in [23].[0-9] s: HTTP error 503"),
-                                    HasSubstr("failed    b: HTTP error 503")));
-  EXPECT_EQ(uploadsTo(server), 1U + 1U + 4U);  // Once, and three times more in one run.
-  EXPECT_THAT(offline.readAll(), HasSubstr("every file would fail: 1 file left"));
-  EXPECT_EQ(offline.wait(), 1);
-  EXPECT_THAT(readFile(other / "state/Application Support/upload_records_v1.json"),
-              Not(ContainsRegex("\"retryCount\":[1-9]")));
+  auto retrying = start(runArguments());
+  readUntil(retrying, "retrying  b in [23].[0-9] s: HTTP error 503");
+  readUntil(retrying, "retrying  b in [456].[0-9] s: HTTP error 503");
+  retrying.kill(SIGINT);
+  EXPECT_EQ(retrying.wait(), 130);
+  EXPECT_EQ(uploadsTo(server), 1U + 1U + 2U);
+  EXPECT_THAT(readFile(records_), HasSubstr("\"retryCount\":2"));
+}
+
+TEST_F(BackupHostTest, AnUnreachableStoreCostsNoRetriesAndEndsTheRun) {
+  configure("http://127.0.0.1:1");
+  for (const char* name : {"1", "2", "3", "4", "5"}) addFile(name, "");
+  auto offline = start(runArguments());
+  readUntil(offline, "retrying  . in ");
+  offline.kill(SIGINT);
+  EXPECT_EQ(offline.wait(), 130);
+  EXPECT_THAT(readFile(records_), Not(ContainsRegex("\"retryCount\":[1-9]")));
+
+  setRetryCounts(15);  // None left, so that nothing waits for them.
+  const Outcome givenUp = backUp();
+  EXPECT_EQ(givenUp.status, 1);
+  EXPECT_THAT(givenUp.output, HasSubstr("every file would fail: 1 file left"));
 }
 
 TEST_F(BackupHostTest, RetriesOfALifetimeAreLimited) {
@@ -282,11 +225,8 @@ TEST_F(BackupHostTest, RetriesOfALifetimeAreLimited) {
   addFile("a", "a");
   server.queue(answer(400));
   EXPECT_EQ(backUp().status, 1);
-  const auto records = state_ / "Application Support/upload_records_v1.json";
-  std::string text = readFile(records);
-  const std::string none = "\"retryCount\":0";
-  writeFile(records, text.replace(text.find(none), none.size(), "\"retryCount\":14"));
 
+  setRetryCounts(14);
   for (int i = 0; i < 2; ++i) server.queue(answer(503));
   EXPECT_EQ(backUp().status, 1);
   EXPECT_EQ(uploadsTo(server), 3U);
@@ -372,131 +312,6 @@ TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostAndRepairsIt) {
   EXPECT_EQ(withStore("verify", state_).status, 0);
   EXPECT_EQ(store.get(media + "lost").value() + store.get(media + "overwritten").value(),
             "lostoverwritten");
-}
-
-bool showsSky(const fs::path& photo) {
-  const auto seen = SceneClassifier().classify(photo).value();
-  return std::ranges::any_of(seen, [](const ClassificationObservation& one) {
-    return one.identifier == "sky" && one.confidence >= 0.7F;
-  });
-}
-
-class TaggingHostTest : public BackupHostTest {
- protected:
-  enum Motif { sky, nothing };
-
-  void addPhoto(const std::string& name, Motif motif) const {
-    static const auto photos = std::pair(paintedSky(), painted(distractors(), "flat colour", 1));
-    writeFile(folder_ / name, motif == sky ? photos.first : photos.second);
-  }
-
- private:
-  static std::string painted(std::span<const SceneKind> kinds, std::string_view name,
-                             std::uint32_t seed) {
-    const fs::path file = testDirectory() / "painted.png";
-    writeImage(file, paint(*std::ranges::find(kinds, name, &SceneKind::name), seed));
-    return readFile(file);
-  }
-  /// Of the painted skies, the first one that the built-in classifier is sure of.
-  static std::string paintedSky() {
-    for (std::uint32_t seed = 1;; ++seed) {
-      auto photo = painted(scenes(), "cumulus", seed);
-      if (showsSky(testDirectory() / "painted.png")) return photo;
-    }
-  }
-};
-
-/// The lines that say that a photo was tagged.
-std::set<std::string> taggedIn(const std::string& output) {
-  std::set<std::string> lines;
-  std::istringstream stream(output);
-  for (std::string line; std::getline(stream, line);) {
-    if (line.starts_with("tagged")) lines.insert(line);
-  }
-  return lines;
-}
-
-TEST_F(TaggingHostTest, KilledTaggingGoesOnWhereItWas) {
-  FaultServer server;
-  configure(server.url());
-  for (int i = 0; i < 200; ++i) addPhoto(std::to_string(i) + ".png", i % 2 == 0 ? sky : nothing);
-  addFile("notes.txt", "no photo");
-  ASSERT_EQ(backUp().status, 0);
-
-  auto killed = start({"tag", "--state", state_});
-  const auto firstLine = killed.readLine().value_or("");
-  killed.kill(SIGKILL);
-  const auto first = taggedIn(firstLine + '\n' + killed.readAll());
-  const Outcome rest = with(state_, {"tag"});
-  EXPECT_EQ(rest.status, 0);
-  EXPECT_THAT(rest.output, HasSubstr("200 of 200 photos looked at"));
-  for (const auto& line : taggedIn(rest.output)) EXPECT_FALSE(first.contains(line)) << line;
-  EXPECT_THAT(with(state_, {"search", "CIEL"}).output, HasSubstr("100 photos"));
-
-  EXPECT_THAT(with(state_, {"tag"}).output, "200 of 200 photos looked at, 0 of them now\n");
-  EXPECT_THAT(with(state_, {"status"}).output, HasSubstr("looked at: 200 of 200 photos"));
-  addPhoto("0.png", nothing);  // Another photo under this name is looked at when it is backed up.
-  ASSERT_EQ(backUp().status, 0);
-  EXPECT_THAT(with(state_, {"tag"}).output, HasSubstr("looked at, 1 of them now"));
-  fs::rename(folder_, testDirectory() / "moved");
-  EXPECT_EQ(with(state_, {"tag"}).status, 2);
-  EXPECT_THAT(with(state_, {"tag", "--again", testDirectory() / "moved"}).output,
-              HasSubstr("looked at, 200 of them now"));
-}
-
-TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
-  const ObjectStore store;
-  configure(store);
-  addPhoto("you & me <3.png", sky);
-  addPhoto("wall.png", nothing);
-  const fs::path other = testDirectory() / "other device";
-  ASSERT_EQ(with(other, {"run", folder_, "--config", config_}).status, 0);
-  ASSERT_EQ(backUp().status, 0);
-  EXPECT_EQ(withStore("sync", other).status, 0) << "nobody has published anything yet";
-
-  ASSERT_EQ(with(state_, {"tag"}).status, 0);
-  EXPECT_EQ(withStore("sync", state_).status, 0);
-  EXPECT_EQ(withStore("sync", other).status, 0);
-  const Outcome found = with(other, {"search", "cielo"});
-  EXPECT_EQ(found.output, with(state_, {"search", "cielo"}).output);
-  EXPECT_THAT(found.output, AllOf(HasSubstr("you & me <3.png: "), HasSubstr("1 photo\n")));
-  EXPECT_THAT(with(other, {"top"}).output, ContainsRegex("cielo .*█ 1\n"));
-  EXPECT_THAT(with(other, {"tags", "you & me <3.png"}).output, HasSubstr("cielo"));
-  EXPECT_EQ(with(other, {"tags", "wall.png"}).output, "no tags\n");
-  EXPECT_THAT(with(other, {"tags", "nothing"}).output, HasSubstr("no such photo: nothing"));
-  EXPECT_EQ(withStore("verify", other).status, 0);
-
-  fs::remove_all(state_ / "Documents");  // The own tags come back from the bucket.
-  EXPECT_THAT(withStore("sync", state_).output, HasSubstr("Restored"));
-  EXPECT_THAT(with(state_, {"search", "cielo"}).output, HasSubstr("1 photo\n"));
-  fs::remove_all(state_ / "Documents");  // Or are found again, lest too few of them be published.
-  addPhoto("new.png", sky);
-  ASSERT_EQ(backUp().status, 0);
-  EXPECT_THAT(with(state_, {"tag"}).output, HasSubstr("3 photos looked at, 3 of them now"));
-  EXPECT_THAT(withStore("sync", state_).output, HasSubstr("Published the tags of 2 photos"));
-  fs::remove(config_);
-  EXPECT_EQ(withStore("sync", state_).status, 2);
-}
-
-TEST_F(TaggingHostTest, KeyringHoldsTheIdentityWhenItIsThere) {
-  FaultServer server;
-  configure(server.url());
-  addPhoto("a.png", sky);
-  ASSERT_EQ(backUp().status, 0);
-  setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nowhere", 1);
-  EXPECT_EQ(with(state_, {"tag", "--keyring"}).status, 2);
-  writeFile(state_ / "Secrets", "no folder");
-  for (const Outcome& unusable : {with(state_, {"tag"}), withStore("sync", state_)}) {
-    EXPECT_EQ(unusable.status, 2);
-    EXPECT_THAT(unusable.output, HasSubstr("the device's identity: "));
-  }
-  fs::remove(state_ / "Secrets");
-#ifdef ORVANE_WITH_SECRET_SERVICE
-  const SessionBus bus;
-  const SecretService service;
-  EXPECT_EQ(with(state_, {"tag", "--keyring"}).status, 0);
-  EXPECT_FALSE(fs::exists(state_ / "Secrets"));
-#endif
 }
 
 }  // namespace
