@@ -10,17 +10,15 @@
 #include <map>
 #include <mutex>
 #include <ostream>
-#include <set>
 #include <stop_token>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace orvane::soak {
 
-/// Lines of text that two sides should agree on.
-using Lines = std::multiset<std::string>;
+/// What was acknowledged and must be there in the end: a name for each thing, and its content.
+using Ledger = std::map<std::string, std::string>;
 
 /// What a run has met. Any thread may call.
 class Findings {
@@ -30,13 +28,13 @@ class Findings {
   void countFailure(const std::string& operation, const Error& error);
   /// Unless `right`, the soak has failed; `problem` says why.
   void expect(bool right, const std::string& problem);
-  /// For each line that only one side has.
-  void expectSame(const Lines& expected, const Lines& found);
+  /// For each entry that only one side has.
+  void expectSame(const Ledger& expected, const Ledger& found);
   /// Must have been counted.
   void expectSome(const std::string& what);
 
-  [[nodiscard]] bool good() const;
-  void print(std::ostream& output) const;
+  /// Prints everything. Whether there was no problem.
+  [[nodiscard]] bool report(std::ostream& output) const;
 
  private:
   mutable std::mutex mutex_;
@@ -44,8 +42,8 @@ class Findings {
   std::vector<std::string> problems_;
 };
 
-/// Lets others have the machine between two turns; ends early when a stop is requested.
-void pause(const std::stop_token& stop);
+/// Lets others have the machine between two turns.
+inline void pause() { std::this_thread::sleep_for(std::chrono::milliseconds(2)); }
 
 /// Runs `operation(retries)` again as `RetryPolicy` says, but with milliseconds for its seconds, so
 /// that the time is spent on work.

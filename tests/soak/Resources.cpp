@@ -22,13 +22,6 @@ constexpr double kResidentMargin = 20;
 constexpr double kHeapMargin = 0.25;
 constexpr double kDescriptorMargin = 4;
 
-// What the sanitizers keep for themselves grows by design; leaks are what they look for anyway.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMemoryIsOurs = false;
-#else
-constexpr bool kMemoryIsOurs = true;
-#endif
-
 double residentMemory() {
   std::ifstream figures("/proc/self/statm");
   double total = 0;
@@ -69,7 +62,7 @@ void Resources::judge(Findings& findings, bool memory) const {
   const auto before = quarter(1);
   const auto after = quarter(3);
   findings.expect(after.descriptors <= before.descriptors + kDescriptorMargin, "descriptors grow");
-  if (!memory || !kMemoryIsOurs) return;
+  if (!memory) return;
   findings.expect(after.resident <= before.resident + kResidentMargin, "resident memory grows");
   findings.expect(after.heap <= before.heap + kHeapMargin, "allocated memory grows");
 }

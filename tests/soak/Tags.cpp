@@ -14,56 +14,33 @@
 namespace orvane::soak {
 namespace {
 
-constexpr int kTags = 40;
-
 // By and by each asset has each tag, in ever other confidences. No tag contains another one.
-int assetOf(int turn) { return turn * 5 % kAssets; }
-std::string tagOf(int turn) { return "etichetta " + std::to_string(100 + turn * 7 % kTags); }
+constexpr int kTags = 41;
+std::string tagOf(int turn) { return "etichetta " + std::to_string(100 + turn % kTags); }
 double confidenceOf(int turn) { return turn % 1'000 / 1'000.0; }
 
-std::string tagLine(const std::string& deviceUUID, const std::string& asset, const std::string& tag,
-                    double confidence) {
-  return deviceUUID + " " + asset + " " + tag + " " + std::to_string(confidence);
-}
-
-/// The form that devices exchange.
-Bytes tagObject(const TagLedger& tags) {
-  std::string text;
-  for (const auto& [key, confidence] : tags) {
-    text += R"({"s3_key":")" + objectName(key.first) + R"(","tags":[{"tag":")" + key.second +
-            R"(","confidence":)" + std::to_string(confidence) + "}]}\n";
-  }
-  const auto bytes = bytesOf(text);
-  return {bytes.begin(), bytes.end()};
+void enter(Ledger& ledger, const std::string& deviceUUID, const std::string& asset,
+           const std::string& tag, double confidence) {
+  ledger["tag " + deviceUUID + " " + asset + " " + tag] = std::to_string(confidence);
 }
 
 }  // namespace
 
-Lines expectedTags(const std::string& deviceUUID, const TagLedger& tags) {
-  Lines lines;
-  for (const auto& [key, confidence] : tags) {
-    lines.insert(tagLine(deviceUUID, assetId(key.first), key.second, confidence));
-  }
-  return lines;
-}
-
-Lines storedTags(const std::string& deviceUUID) {
+Ledger storedTags(const std::string& deviceUUID) {
   const auto tagsByAsset = TagDatabase::shared().exportAllTagsForDevice(deviceUUID).value();
-  Lines lines;
+  Ledger ledger;
   for (const auto& [asset, tags] : tagsByAsset) {
-    for (const auto& [tag, confidence] : tags) {
-      lines.insert(tagLine(deviceUUID, asset, tag, confidence));
-    }
+    for (const auto& [tag, confidence] : tags) enter(ledger, deviceUUID, asset, tag, confidence);
   }
-  return lines;
+  return ledger;
 }
 
-TagLedger writeTags(Findings& findings, const std::stop_token& stop) {
+Ledger writeTags(Findings& findings, const std::stop_token& stop) {
   auto& database = TagDatabase::shared();
   const auto own = DeviceUUID::shared().uuid();
-  TagLedger ledger;
-  for (int turn = 0; !stop.stop_requested(); ++turn, pause(stop)) {
-    const auto asset = assetId(assetOf(turn));
+  Ledger ledger;
+  for (int turn = 0; !stop.stop_requested(); ++turn, pause()) {
+    const auto asset = assetId(turn);
     std::vector<TagWithConfidence> tags = {{tagOf(turn), confidenceOf(turn)}};
     if (turn % 2 == 0) tags.push_back({tagOf(turn + 1), confidenceOf(turn)});
     const auto written = retried(findings, "tag writes", [&](std::int64_t) {
@@ -71,7 +48,7 @@ TagLedger writeTags(Findings& findings, const std::stop_token& stop) {
                            : database.upsertTag(asset, tags[0].tag, tags[0].confidence, own);
     });
     if (!written) continue;
-    for (const auto& [tag, confidence] : tags) ledger[{assetOf(turn), tag}] = confidence;
+    for (const auto& [tag, confidence] : tags) enter(ledger, own, asset, tag, confidence);
 
     const auto found = retried(findings, "tag searches", [&](std::int64_t) {
       return database.searchAssetsByTag(tagOf(turn));
@@ -82,7 +59,7 @@ TagLedger writeTags(Findings& findings, const std::stop_token& stop) {
   return ledger;
 }
 
-void exchangeTagsOnce(Findings& findings, const S3Config& config) {
+void exchangeTags(Findings& findings, const S3Config& config) {
   auto& service = TagSyncService::shared();
   static_cast<void>(retried(findings, "tag uploads", [&](std::int64_t) {
     return testing::run(service.uploadTagsToS3(config));
@@ -93,19 +70,20 @@ void exchangeTagsOnce(Findings& findings, const S3Config& config) {
   if (applied && *applied > 0) findings.count("tag downloads that brought tags");
 }
 
-void exchangeTags(Findings& findings, const S3Config& config, const std::stop_token& stop) {
-  for (; !stop.stop_requested(); pause(stop)) exchangeTagsOnce(findings, config);
-}
-
-TagLedger playSecondDevice(Findings& findings, const S3Config& config,
-                           const std::string& deviceUUID, const std::stop_token& stop) {
-  TagLedger ledger;
-  for (int turn = 0; !stop.stop_requested(); ++turn, pause(stop)) {
-    ledger[{assetOf(turn), tagOf(turn)}] = confidenceOf(turn);
+Ledger playSecondDevice(Findings& findings, const S3Config& config, const std::stop_token& stop) {
+  Ledger ledger;
+  for (int turn = 0; !stop.stop_requested(); ++turn, pause()) {
+    std::string object;
+    for (int i = 0; i < kAssets * kTags; ++i) {
+      object += R"({"s3_key":")" + objectName(i) + R"(","tags":[{"tag":")" + tagOf(i) +
+                R"(","confidence":)" + std::to_string(confidenceOf(turn)) + "}]}\n";
+      enter(ledger, kSecondDevice, assetId(i), tagOf(i), confidenceOf(turn));
+    }
+    const auto bytes = bytesOf(object);
     static_cast<void>(retried(findings, "tag objects of the second device", [&](std::int64_t) {
-      return testing::run(S3Uploader::uploadData(tagObject(ledger),
-                                                 "tags/" + deviceUUID + "/tags.jsonl",
-                                                 "application/x-jsonlines", config));
+      return testing::run(S3Uploader::uploadData(
+          {bytes.begin(), bytes.end()}, std::string("tags/") + kSecondDevice + "/tags.jsonl",
+          "application/x-jsonlines", config));
     }));
   }
   return ledger;
