@@ -40,9 +40,7 @@ TEST(S3Config, FromJsonTakesWholeConfigurationsOnly) {
       R"({"bucket":"b","region":"r","accessKey":"a","secretKey":"s","endpoint":"e")";
   for (const std::string rest :
        {R"(,"prefix":""})", R"(,"prefix":"","tenantName":null,"more":[1,{"x":2}]} )",
-        R"(,"prefix":"","bucket":"last one counts"})",
-        R"(,"prefix":"","tenantName":"x","tenantName":null})",
-        R"(,"prefix":"","more":[123456789012345678901234567890,1e400]})"}) {
+        R"(,"prefix":"","tenantName":"x","tenantName":null})"}) {
     EXPECT_TRUE(S3Config::fromJson(members + rest)) << rest;
   }
   for (const std::string rest :

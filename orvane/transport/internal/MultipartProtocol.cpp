@@ -20,6 +20,18 @@ HttpRequest signedNow(const AWSSignatureV4& signer, std::string_view method, con
   return signer.signedRequest(method, url, headers, body, false, std::chrono::system_clock::now());
 }
 
+/// Parts in ascending order of their numbers.
+std::string completeMultipartUploadXml(MultipartParts parts) {
+  std::ranges::stable_sort(parts, {}, &MultipartParts::value_type::first);
+  std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CompleteMultipartUpload>\n";
+  for (const auto& [number, etag] : parts) {
+    xml.append("  <Part>\n    <PartNumber>").append(std::to_string(number));
+    xml.append("</PartNumber>\n    <ETag>").append(etag).append("</ETag>\n  </Part>\n");
+  }
+  xml.append("</CompleteMultipartUpload>");
+  return xml;
+}
+
 }  // namespace
 
 RequestWithBody putObjectRequest(const AWSSignatureV4& signer, const Url& object,
@@ -61,17 +73,6 @@ std::optional<HttpRequest> abortRequest(const AWSSignatureV4& signer, const Url&
   const auto url = object.withQuery({{"uploadId", uploadId}});
   if (!url) return std::nullopt;
   return signedNow(signer, "DELETE", *url, {});
-}
-
-std::string completeMultipartUploadXml(MultipartParts parts) {
-  std::ranges::stable_sort(parts, {}, &MultipartParts::value_type::first);
-  std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<CompleteMultipartUpload>\n";
-  for (const auto& [number, etag] : parts) {
-    xml.append("  <Part>\n    <PartNumber>").append(std::to_string(number));
-    xml.append("</PartNumber>\n    <ETag>").append(etag).append("</ETag>\n  </Part>\n");
-  }
-  xml.append("</CompleteMultipartUpload>");
-  return xml;
 }
 
 Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer) {

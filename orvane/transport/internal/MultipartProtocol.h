@@ -42,9 +42,6 @@ struct RequestWithBody {
 [[nodiscard]] std::optional<HttpRequest> abortRequest(const AWSSignatureV4& signer,
                                                       const Url& object, std::string_view uploadId);
 
-/// The CompleteMultipartUpload document, parts in ascending order of their numbers.
-[[nodiscard]] std::string completeMultipartUploadXml(MultipartParts parts);
-
 /// The answer itself, or `httpError` for a status of 300 or more, or the transport's error.
 [[nodiscard]] Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer);
 
