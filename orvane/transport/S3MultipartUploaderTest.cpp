@@ -197,8 +197,8 @@ TEST(S3MultipartUploader, AFileThatChangesMeanwhileHasTheStatedOutcome) {
 std::future<Outcome> uploadOutlivingItsUploader(FaultServer& server, std::size_t number) {
   const testing::Gate gate;
   for (std::size_t i = 1; i < number; ++i) server.queue(answer(200, "<UploadId>id</UploadId>"));
-  server.queue({.answer = answerText(200, "<UploadId>id</UploadId>", {{"ETag", "t"}}),
-                .sendHold = Reaction::Hold{.at = 0, .gate = gate}});
+  server.queue(
+      {.answer = answerText(200, "<UploadId>id</UploadId>", {{"ETag", "t"}}), .gate = gate});
   auto uploader = std::make_optional<S3MultipartUploader>(configFor(server.url()));
   auto outcome = start(*uploader, fileOfSize(kChunk + 1));
   server.waitForRequests(number);

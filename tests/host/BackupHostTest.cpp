@@ -100,9 +100,8 @@ TEST_F(BackupHostTest, StateServesOneFolderAndOneStore) {
 
 TEST_F(BackupHostTest, OneCommandAtATimeChangesAState) {
   const Gate gate;
-  FaultServer server([&](const RecordedRequest&) {
-    return Reaction{.answer = answerText(200), .sendHold = Reaction::Hold{.at = 0, .gate = gate}};
-  });
+  FaultServer server(
+      [&](const RecordedRequest&) { return Reaction{.answer = answerText(200), .gate = gate}; });
   configure(server.url());
   addFile("a.jpg", "no photo");
   auto first = start(runArguments());
@@ -259,9 +258,8 @@ TEST_F(BackupHostTest, UnspeakableNamesAreReported) {
 
 TEST_F(BackupHostTest, FirstSignalWaitsForUploadsUnderWay) {
   const Gate gate;
-  FaultServer server([&](const RecordedRequest&) {
-    return Reaction{.answer = answerText(200), .sendHold = Reaction::Hold{.at = 0, .gate = gate}};
-  });
+  FaultServer server(
+      [&](const RecordedRequest&) { return Reaction{.answer = answerText(200), .gate = gate}; });
   configure(server.url());
   for (const char* name : {"a", "b", "c", "d", "e", "f"}) addFile(name, name);
   const auto interrupted = [&] {

@@ -1,5 +1,3 @@
-#include "Tags.h"
-
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/TagSyncService.h>
@@ -8,7 +6,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "Uploads.h"
+#include "Work.h"
 #include "support/Run.h"
 
 namespace orvane::soak {
@@ -43,16 +41,15 @@ Ledger writeTags(Findings& findings, const std::stop_token& stop) {
     const auto asset = assetId(turn);
     std::vector<TagWithConfidence> tags = {{tagOf(turn), confidenceOf(turn)}};
     if (turn % 2 == 0) tags.push_back({tagOf(turn + 1), confidenceOf(turn)});
-    const auto written = retried(findings, "tag writes", [&](std::int64_t) {
+    const auto written = retried(findings, "tag writes", [&] {
       return turn % 2 == 0 ? database.upsertTags(asset, tags, own)
                            : database.upsertTag(asset, tags[0].tag, tags[0].confidence, own);
     });
     if (!written) continue;
     for (const auto& [tag, confidence] : tags) enter(ledger, own, asset, tag, confidence);
 
-    const auto found = retried(findings, "tag searches", [&](std::int64_t) {
-      return database.searchAssetsByTag(tagOf(turn));
-    });
+    const auto found =
+        retried(findings, "tag searches", [&] { return database.searchAssetsByTag(tagOf(turn)); });
     findings.expect(found && std::ranges::find(*found, asset) != found->end(),
                     asset + " is not found by " + tagOf(turn));
   }
@@ -61,12 +58,10 @@ Ledger writeTags(Findings& findings, const std::stop_token& stop) {
 
 void exchangeTags(Findings& findings, const S3Config& config) {
   auto& service = TagSyncService::shared();
-  static_cast<void>(retried(findings, "tag uploads", [&](std::int64_t) {
-    return testing::run(service.uploadTagsToS3(config));
-  }));
-  const auto applied = retried(findings, "tag downloads", [&](std::int64_t) {
-    return testing::run(service.downloadAllRemoteTags(config));
-  });
+  static_cast<void>(retried(findings, "tag uploads",
+                            [&] { return testing::run(service.uploadTagsToS3(config)); }));
+  const auto applied = retried(findings, "tag downloads",
+                               [&] { return testing::run(service.downloadAllRemoteTags(config)); });
   if (applied && *applied > 0) findings.count("tag downloads that brought tags");
 }
 
@@ -80,7 +75,7 @@ Ledger playSecondDevice(Findings& findings, const S3Config& config, const std::s
       enter(ledger, kSecondDevice, assetId(i), tagOf(i), confidenceOf(turn));
     }
     const auto bytes = bytesOf(object);
-    static_cast<void>(retried(findings, "tag objects of the second device", [&](std::int64_t) {
+    static_cast<void>(retried(findings, "tag objects of the second device", [&] {
       return testing::run(S3Uploader::uploadData(
           {bytes.begin(), bytes.end()}, std::string("tags/") + kSecondDevice + "/tags.jsonl",
           "application/x-jsonlines", config));

@@ -1,18 +1,17 @@
-#include "Uploads.h"
-
 #include <orvane/bookkeeping/BandwidthStatsStore.h>
-#include <orvane/bookkeeping/MultipartUploadStore.h>
 #include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
 #include <orvane/transport/TalvexAPIService.h>
 
 #include <algorithm>
-#include <chrono>
+#include <filesystem>
 #include <future>
 #include <random>
 #include <utility>
 #include <vector>
 
+#include "Work.h"
 #include "support/Run.h"
 #include "support/TemporaryDirectory.h"
 
@@ -21,10 +20,7 @@ namespace {
 
 constexpr const char* kContentType = "image/jpeg";
 
-// In turns: the bytes in memory, the whole file, the uploader, which sends every third file in
-// parts.
-enum class Way { data, file, uploader };
-Way wayOf(std::int64_t turn) { return static_cast<Way>(turn % 3); }
+// In turns: the bytes in memory, the whole file, the uploader. It sends every third one in parts.
 bool isLarge(std::int64_t turn) { return turn % 9 == 2; }
 
 std::string contentOf(std::int64_t turn) {
@@ -42,23 +38,28 @@ std::vector<UploadRecord> completedRecords() {
   return records;
 }
 
-}  // namespace
-
-std::string assetId(int turn) { return "asset-" + std::to_string(turn % kAssets); }
-std::string objectName(int turn) { return "media/IMG " + std::to_string(turn % kAssets) + ".jpg"; }
-
-Uploads::Uploads(Findings& findings, S3Config config)
-    : findings_(findings), config_(std::move(config)), file_(testing::testDirectory() / "file") {
-  for (int i = 0; i < kAssets; ++i) file({assetId(i), objectName(i), UploadStatus::pending, 0, 0});
-}
-
-void Uploads::run(const std::stop_token& stop) {
-  for (int turn = 0; !stop.stop_requested();) {
-    // Sessions come and go with their connections.
-    S3MultipartUploader uploader(config_);
-    for (int i = 0; i < kAssets && !stop.stop_requested(); ++i) upload(turn++, uploader);
+class Uploads {
+ public:
+  Uploads(Findings& findings, const S3Config& config) : findings_(findings), config_(config) {
+    for (int i = 0; i < kAssets; ++i) {
+      file({assetId(i), objectName(i), UploadStatus::pending, 0, 0});
+    }
   }
-}
+
+  void upload(int turn, S3MultipartUploader& uploader);
+  [[nodiscard]] const Ledger& ledger() const { return ledger_; }
+
+ private:
+  void file(const UploadRecord& record);
+  Result<void> send(const UploadRecord& record, const std::string& content,
+                    S3MultipartUploader& uploader);
+
+  Findings& findings_;
+  const S3Config& config_;
+  const std::filesystem::path file_ = testing::testDirectory() / "file";
+  Ledger ledger_;
+  std::int64_t bytesCounted_ = 0;
+};
 
 void Uploads::file(const UploadRecord& record) {
   ledger_["record " + record.id()] = record.encodeJson().value();
@@ -71,19 +72,16 @@ void Uploads::upload(int turn, S3MultipartUploader& uploader) {
   testing::writeFile(file_, content);
   UploadRecord record(assetId(turn), objectName(turn), UploadStatus::uploading, 0, size);
   record.tagsVersion = turn;  // Tells the content.
-  const auto begun = std::chrono::steady_clock::now();
-  const auto result = retried(findings_, "uploads", [&](std::int64_t retries) {
-    record.retryCount = retries;
-    if (retries > 0) record.status = UploadStatus::retrying;
+  const auto result = retried(findings_, "uploads", [&] {
     file(record);
+    record.status = UploadStatus::retrying;
+    ++record.retryCount;
     return send(record, content, uploader);
   });
-  const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begun;
   record.status = result ? UploadStatus::completed : UploadStatus::failed;
   if (result) {
     ledger_["bytes"] = std::to_string(bytesCounted_ += size);
     BandwidthStatsStore::shared().addCompletedBytes(size);
-    BandwidthStatsStore::shared().addSample(static_cast<double>(size) / time.count());
   } else {
     record.errorMessage = result.error().description();
   }
@@ -92,8 +90,7 @@ void Uploads::upload(int turn, S3MultipartUploader& uploader) {
 
 Result<void> Uploads::send(const UploadRecord& record, const std::string& content,
                            S3MultipartUploader& uploader) {
-  const auto way = wayOf(record.tagsVersion);
-  if (way == Way::data) {
+  if (record.tagsVersion % 3 == 0) {
     const auto bytes = bytesOf(content);
     const auto eTag = testing::run(S3Uploader::uploadData(
         {bytes.begin(), bytes.end()}, record.filename(), kContentType, config_));
@@ -102,23 +99,24 @@ Result<void> Uploads::send(const UploadRecord& record, const std::string& conten
   }
   std::promise<Result<void>> done;
   const auto completion = [&done](Result<void> result) { done.set_value(std::move(result)); };
-  if (way == Way::file) {
+  if (record.tagsVersion % 3 == 1) {
     S3Uploader::upload(file_, record.filename(), kContentType, config_, {}, completion);
   } else {
-    const auto progress = [&](std::int64_t sent, std::int64_t) {
-      if (isLarge(record.tagsVersion)) partsSent(record, sent);
-    };
-    uploader.upload(file_, record.filename(), kContentType, progress, completion);
+    uploader.upload(file_, record.filename(), kContentType, {}, completion);
   }
   return done.get_future().get();
 }
 
-void Uploads::partsSent(const UploadRecord& record, std::int64_t bytes) {
-  MultipartState state(record.id(), "unknown", record.filename(), kContentType, 2,
-                       record.totalBytes, {{"1", ""}});
-  if (bytes == record.totalBytes) state.completedParts["2"] = "";
-  ledger_["parts " + record.id()] = std::to_string(state.completedParts.size());
-  MultipartUploadStore::shared().save(std::move(state));
+}  // namespace
+
+Ledger uploadFiles(Findings& findings, const S3Config& config, const std::stop_token& stop) {
+  Uploads uploads(findings, config);
+  for (int turn = 0; !stop.stop_requested();) {
+    // Sessions come and go with their connections.
+    S3MultipartUploader uploader(config);
+    for (int i = 0; i < kAssets && !stop.stop_requested(); ++i) uploads.upload(turn++, uploader);
+  }
+  return uploads.ledger();
 }
 
 Ledger storedUploads() {
@@ -126,9 +124,6 @@ Ledger storedUploads() {
       {"bytes", std::to_string(BandwidthStatsStore::shared().totalBytesTransferred())}};
   for (const auto& record : UploadStore::shared().allRecords()) {
     ledger["record " + record.id()] = record.encodeJson().value();
-  }
-  for (const auto& state : MultipartUploadStore::shared().allStates()) {
-    ledger["parts " + state.assetId()] = std::to_string(state.completedParts.size());
   }
   return ledger;
 }
@@ -146,7 +141,7 @@ void expectObjects(Findings& findings, const testing::ObjectStore& store) {
 void listObjects(Findings& findings, const S3Config& config, const std::stop_token& stop) {
   for (; !stop.stop_requested(); pause()) {
     const auto records = completedRecords();
-    const auto listed = retried(findings, "listings", [&](std::int64_t) {
+    const auto listed = retried(findings, "listings", [&] {
       return TalvexAPIService::shared().listObjects(config, config.prefix);
     });
     if (!listed) continue;

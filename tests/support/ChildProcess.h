@@ -31,7 +31,6 @@ class ChildProcess {
   ChildProcess& operator=(ChildProcess&&) = delete;
   ~ChildProcess();
 
-  [[nodiscard]] pid_t pid() const { return pid_; }
   void kill(int signal) const;
   /// The next line of the output without its line feed; nothing at the end.
   std::optional<std::string> readLine();

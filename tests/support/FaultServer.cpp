@@ -40,18 +40,15 @@ void pause(milliseconds time, const std::stop_token& stop) {
 
 /// Calls `move(position, count)` for one piece after the other until `total` bytes are done.
 template <class Move>
-bool inPieces(std::size_t total, const Reaction::Pace& pace,
-              const std::optional<Reaction::Hold>& hold, const std::stop_token& stop, Move move) {
-  for (std::size_t done = 0;;) {
-    if (hold && hold->at == done) hold->gate.wait(stop);
-    if (stop.stop_requested()) return false;
-    if (done == total) return true;
-    std::size_t count = std::min(pace.piece, total - done);
-    if (hold && done < hold->at) count = std::min(count, hold->at - done);
-    if (!move(done, count)) return false;
+bool inPieces(std::size_t total, const Reaction::Pace& pace, const std::stop_token& stop,
+              Move move) {
+  for (std::size_t done = 0; done < total;) {
+    const std::size_t count = std::min(pace.piece, total - done);
+    if (stop.stop_requested() || !move(done, count)) return false;
     done += count;
     if (done < total) pause(pace.pause, stop);
   }
+  return !stop.stop_requested();
 }
 
 std::size_t contentLength(const RecordedRequest& request) {
@@ -90,8 +87,8 @@ std::optional<std::string> RecordedRequest::header(std::string_view name) const 
 /// One accepted connection and the thread that serves it.
 class FaultServer::Connection {
  public:
-  Connection(FaultServer& server, platform::FileDescriptor socket, std::size_t number)
-      : server_(server), socket_(std::move(socket)), number_(number) {
+  Connection(FaultServer& server, platform::FileDescriptor socket)
+      : server_(server), socket_(std::move(socket)) {
     thread_ = std::jthread([this](const std::stop_token& stop) { serve(stop); });
   }
   ~Connection() {
@@ -108,7 +105,7 @@ class FaultServer::Connection {
  private:
   void serve(const std::stop_token& stop) {
     while (const auto head = receiveHead()) {
-      const RecordedRequest request{.head = *head, .body = {}, .connection = number_};
+      const RecordedRequest request{.head = *head, .body = {}};
       const auto [index, reaction] = server_.accept(request);
       if (!react(index, contentLength(request), reaction, stop)) break;
     }
@@ -126,8 +123,9 @@ class FaultServer::Connection {
     };
     const std::size_t read = std::min(bodySize, reaction.readAtMost);
     const std::size_t sent = std::min(reaction.answer.size(), reaction.sendAtMost);
-    if (!inPieces(read, reaction.readPace, reaction.readHold, stop, readBody)) return false;
-    if (!inPieces(sent, reaction.sendPace, reaction.sendHold, stop, sendAnswer)) return false;
+    if (!inPieces(read, reaction.readPace, stop, readBody)) return false;
+    if (reaction.gate) reaction.gate->wait(stop);
+    if (!inPieces(sent, reaction.sendPace, stop, sendAnswer)) return false;
     return finish(reaction.end, bodySize - read, stop);
   }
 
@@ -207,7 +205,6 @@ class FaultServer::Connection {
 
   FaultServer& server_;
   platform::FileDescriptor socket_;
-  const std::size_t number_;
   std::mutex closing_;
   std::string received_;
   std::jthread thread_;
@@ -245,8 +242,7 @@ void FaultServer::acceptConnections() {
     if (!socket && errno == ECONNABORTED) continue;
     if (!socket) return;
     const std::lock_guard lock(mutex_);
-    connections_.push_back(
-        std::make_unique<Connection>(*this, std::move(socket), connections_.size() + 1));
+    connections_.push_back(std::make_unique<Connection>(*this, std::move(socket)));
   }
 }
 

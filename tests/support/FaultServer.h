@@ -24,7 +24,6 @@ namespace orvane::testing {
 struct RecordedRequest {
   std::string head;  ///< Request line and header lines with the empty line that ends them.
   std::string body;  ///< What was read of the body before the answer.
-  std::size_t connection = 0;  ///< The connection it came on; the first one is 1.
 
   [[nodiscard]] std::string method() const;
   /// Path and query as sent.

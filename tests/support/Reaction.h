@@ -50,19 +50,13 @@ struct Reaction {
     std::size_t piece = kAll;
     std::chrono::milliseconds pause{0};
   };
-  /// Waits at `gate` when `at` bytes are done, the last ones included.
-  struct Hold {
-    std::size_t at = 0;
-    Gate gate = {};
-  };
 
   std::string answer = {};
   std::size_t readAtMost = kAll;  ///< Bytes of the body that are read before the answer.
   Pace readPace = {};
-  std::optional<Hold> readHold = {};
+  std::optional<Gate> gate = {};  ///< Where the answer waits.
   std::size_t sendAtMost = kAll;  ///< Bytes of `answer` that are sent.
   Pace sendPace = {};
-  std::optional<Hold> sendHold = {};
   End end = End::keepOpen;
 };
 
