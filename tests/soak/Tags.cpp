@@ -46,12 +46,13 @@ Ledger writeTags(Findings& findings, const std::stop_token& stop) {
                            : database.upsertTag(asset, tags[0].tag, tags[0].confidence, own);
     });
     if (!written) continue;
-    for (const auto& [tag, confidence] : tags) enter(ledger, own, asset, tag, confidence);
-
     const auto found =
-        retried(findings, "tag searches", [&] { return database.searchAssetsByTag(tagOf(turn)); });
-    findings.expect(found && std::ranges::find(*found, asset) != found->end(),
-                    asset + " is not found by " + tagOf(turn));
+        retried(findings, "tag reads", [&] { return database.getTagsForAsset(asset); });
+    for (const auto& tag : tags) {
+      enter(ledger, own, asset, tag.tag, tag.confidence);
+      findings.expect(found && std::ranges::find(*found, tag) != found->end(),
+                      asset + " has lost " + tag.tag);
+    }
   }
   return ledger;
 }

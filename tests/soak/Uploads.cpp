@@ -62,8 +62,10 @@ class Uploads {
 };
 
 void Uploads::file(const UploadRecord& record) {
-  ledger_["record " + record.id()] = record.encodeJson().value();
+  auto& text = ledger_["record " + record.id()] = record.encodeJson().value();
   UploadStore::shared().upsert(record);
+  const auto stored = UploadStore::shared().record(record.id());
+  findings_.expect(stored && stored->encodeJson() == text, record.id() + " is not as filed");
 }
 
 void Uploads::upload(int turn, S3MultipartUploader& uploader) {

@@ -33,7 +33,7 @@ inline void pause() { std::this_thread::sleep_for(std::chrono::milliseconds(2));
 Ledger uploadFiles(Findings& findings, const S3Config& config, const std::stop_token& stop);
 /// Lists: whatever a record calls completed must be in the bucket.
 void listObjects(Findings& findings, const S3Config& config, const std::stop_token& stop);
-/// Writes this device's tags and looks for them.
+/// Writes this device's tags and reads them back.
 Ledger writeTags(Findings& findings, const std::stop_token& stop);
 /// Exchanges tags with other devices, once: one upload and one download.
 void exchangeTags(Findings& findings, const S3Config& config);
