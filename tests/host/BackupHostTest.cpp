@@ -266,8 +266,7 @@ TEST_F(BackupHostTest, FirstSignalWaitsForUploadsUnderWay) {
     auto child = start(runArguments());
     server.waitForRequests(server.requests().size() + 4);
     child.kill(SIGINT);
-    while (!child.readLine().value_or("stopping").starts_with("stopping")) {
-    }
+    readUntil(child, "^stopping");
     return child;
   };
 

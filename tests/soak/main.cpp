@@ -153,6 +153,7 @@ bool soak(int seconds) {
 int main(int argc, char** argv) {
   using namespace orvane;
   if (const auto status = testing::runAsChild(argc, argv)) return *status;
+  if (argc != 2) return 2;
   const testing::TemporaryDirectory directory;
   setenv("ORVANE_TEST_DIRECTORY", directory.path().c_str(), 1);
   setenv("no_proxy", "127.0.0.1", 1);
