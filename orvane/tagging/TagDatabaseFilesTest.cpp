@@ -3,7 +3,6 @@
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagging/internal/TagBatch.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -26,7 +25,6 @@ using platform::Database;
 using testing::ChildMain;
 using testing::ChildProcess;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using testing::otherConnection;
 using testing::tagDatabaseFile;
 using testing::tagDatabaseRows;
@@ -35,24 +33,24 @@ constexpr int kTags = 5;
 
 fs::path folder() { return tagDatabaseFile().parent_path(); }
 
-Result<void> executeAll(Database& database, const std::vector<std::string>& statements) {
-  for (const auto& statement : statements) {
-    if (auto done = database.execute(statement); !done) return done;
-  }
-  return {};
-}
-
 /// Makes the file by plain SQL.
 void build(const std::vector<std::string>& statements) {
   fs::create_directories(folder());
-  const auto queue = otherConnection();
-  const auto built =
-      queue->write([&](Database& database) { return executeAll(database, statements); });
+  const auto built = otherConnection()->write([&](Database& database) -> Result<void> {
+    for (const auto& statement : statements) {
+      if (auto done = database.execute(statement); !done) return done;
+    }
+    return {};
+  });
   ASSERT_TRUE(built) << built.error().description();
 }
 
 std::vector<std::string> applied() {
   return tagDatabaseRows("SELECT identifier FROM grdb_migrations ORDER BY rowid");
+}
+
+std::vector<std::string> tables() {
+  return tagDatabaseRows("SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name");
 }
 
 const std::string kRecords = "CREATE TABLE grdb_migrations (identifier TEXT NOT NULL PRIMARY KEY)";
@@ -62,7 +60,6 @@ const std::string kOldOffsets =
     " byte_offset INTEGER NOT NULL DEFAULT 0, last_sync_at INTEGER NOT NULL DEFAULT 0,"
     " remote_etag TEXT NOT NULL DEFAULT '')";
 const std::string kOldRow = "INSERT INTO tag_sync_offsets VALUES ('A', 0, 5, 'etag')";
-const std::string kOtherTags = "CREATE TABLE asset_tags (anything)";
 
 TEST(TagDatabaseFiles, ANewFileHasTheWholeLayout) {
   ASSERT_TRUE(TagDatabase::shared().initialize());
@@ -86,22 +83,17 @@ TEST(TagDatabaseFiles, ANewFileHasTheWholeLayout) {
       ElementsAre("CREATE INDEX idx_asset_tags_tag ON asset_tags(tag)",
                   "CREATE INDEX idx_asset_tags_asset ON asset_tags(asset_id)"));
   EXPECT_TRUE(fs::exists(tagDatabaseFile().string() + "-wal"));
-  struct stat status{};
-  ASSERT_EQ(stat(tagDatabaseFile().c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777U, 0600U);
-  ASSERT_EQ(stat(folder().c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777U, 0700U);
+  EXPECT_EQ(fs::status(tagDatabaseFile()).permissions(), fs::perms{0600});
+  EXPECT_EQ(fs::status(folder()).permissions(), fs::perms{0700});
 }
 
-TEST(TagDatabaseFiles, AnOlderFileGetsTheMissingColumn) {
+TEST(TagDatabaseFiles, AnOlderFileGetsTheMissingColumnAlone) {
   build({kRecords, kRecordV1, kOldOffsets, kOldRow});
   ASSERT_TRUE(TagDatabase::shared().initialize());
   EXPECT_EQ(TagDatabase::shared().getLastSeenTimestamp("A").value(), 0);
   EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
   EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
-  EXPECT_THAT(tagDatabaseRows("SELECT name FROM sqlite_master WHERE name = 'asset_tags'"),
-              IsEmpty())
-      << "the first step is not run again";
+  EXPECT_THAT(tables(), ElementsAre("grdb_migrations", "tag_sync_offsets"));
 }
 
 TEST(TagDatabaseFiles, AFileOfTheExchangeAloneGetsTheRest) {
@@ -110,27 +102,23 @@ TEST(TagDatabaseFiles, AFileOfTheExchangeAloneGetsTheRest) {
   EXPECT_EQ(TagDatabase::shared().getLastSeenTimestamp("A").value(), 0);
   EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
   EXPECT_TRUE(TagDatabase::shared().upsertTag("a", "mare", 1, "A"));
-  EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
 }
 
-TEST(TagDatabaseFiles, WhatIsRecordedIsNotRunAgain) {
+TEST(TagDatabaseFiles, WithoutTheTableThereIsNoColumnToAdd) {
   build({kRecords, kRecordV1});
   ASSERT_TRUE(TagDatabase::shared().initialize());
-  ASSERT_TRUE(TagDatabase::shared().initialize());
   EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
-  EXPECT_THAT(tagDatabaseRows("SELECT name FROM sqlite_master WHERE type = 'table'"),
-              ElementsAre("grdb_migrations"));
+  EXPECT_THAT(tables(), ElementsAre("grdb_migrations"));
 }
 
 TEST(TagDatabaseFiles, AFailedStepLeavesTheStoreOpen) {
-  build({kOtherTags, kOldOffsets, kOldRow});
-  const auto before = tagDatabaseRows("SELECT coalesce(sql, '') FROM sqlite_master");
+  build({"CREATE TABLE asset_tags (anything)", kOldOffsets, kOldRow});
   const auto failed = TagDatabase::shared().initialize();
   ASSERT_FALSE(failed);
   EXPECT_EQ(failed.error().domain(), Error::kDatabase);
   EXPECT_THAT(failed.error().description(), ::testing::HasSubstr("asset_tags already exists"));
-  EXPECT_EQ(tagDatabaseRows("SELECT coalesce(sql, '') FROM sqlite_master"), before);
-  EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag") << "the store is open";
+  EXPECT_THAT(tables(), ElementsAre("asset_tags", "tag_sync_offsets"));
+  EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
 }
 
 TEST(TagDatabaseFiles, AFileThatIsNoDatabaseIsLeftAlone) {
@@ -146,47 +134,20 @@ TEST(TagDatabaseFiles, AFileThatIsNoDatabaseIsLeftAlone) {
     EXPECT_THAT(failed.error().code() & 0xff, ::testing::AnyOf(11, 26));
     EXPECT_TRUE(testing::readFile(tagDatabaseFile()) == content) << content.size();
   }
+}
 
-  fs::remove(tagDatabaseFile());
+TEST(TagDatabaseFiles, WhatCannotBeOpenedLeavesTheStoreAsItWas) {
   auto& db = TagDatabase::shared();
+  fs::create_directories(folder().parent_path());
+  testing::writeFile(folder(), "in the way");
+  EXPECT_EQ(db.initialize().error().domain(), Error::kDatabase);
+  fs::remove(folder());
   ASSERT_TRUE(db.initialize() && db.upsertTag("a", "mare", 1, "A"));
   fs::remove(tagDatabaseFile());
   fs::create_directory(tagDatabaseFile());
   EXPECT_EQ(db.initialize().error().code() & 0xff, 14);
-  EXPECT_THAT(db.tagsForAsset("a").value(), ElementsAre("mare")) << "the store stays as it was";
+  EXPECT_THAT(db.tagsForAsset("a").value(), ElementsAre("mare"));
 }
-
-/// Prints what came of `initialize` in a process without the rights of root.
-const ChildMain kUnprivileged("unprivileged-initialize", [](const auto&) {
-  if (geteuid() == 0 && setuid(65534) != 0) return 1;
-  const auto done = TagDatabase::shared().initialize();
-  const auto line =
-      done ? "ok" : done.error().domain() + ' ' + std::to_string(done.error().code() & 0xff);
-  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
-  _exit(0);  // The leak check could not look into a process that has changed its user.
-});
-
-TEST(TagDatabaseFiles, AFolderThatCannotBeWrittenIsAnError) {
-  const auto initialize = [] { return testing::outputOfChild("unprivileged-initialize"); };
-  fs::create_directories(folder().parent_path());
-  fs::permissions(testing::testDirectory(), fs::perms{0755});
-  fs::permissions(folder().parent_path(), fs::perms{0555});
-  EXPECT_EQ(initialize(), "Database 14");
-
-  fs::permissions(folder().parent_path(), fs::perms{0755});
-  fs::create_directory(folder());
-  fs::permissions(folder(), fs::perms{0555});
-  EXPECT_EQ(initialize(), "Database 14");
-
-  fs::permissions(folder(), fs::perms{0755});
-  build({kRecords});
-  fs::permissions(tagDatabaseFile(), fs::perms{0444});
-  fs::permissions(folder(), fs::perms{0555});
-  EXPECT_EQ(initialize(), "Database 8");
-  fs::permissions(folder(), fs::perms{0755});
-}
-
-constexpr int kHopelessAssets = 4;
 
 /// Writes until the "disk" is full, then goes on when there is room again.
 const ChildMain kFullDisk("full-disk", [](const auto&) {
@@ -202,16 +163,15 @@ const ChildMain kFullDisk("full-disk", [](const auto&) {
   while (done) done = db.upsertTags(std::to_string(++stored), tags, "A");
   internal::TagBatch batch(db, "A");
   const std::vector<TagWithConfidence> many(5000, tags.front());
-  for (int asset = 0; asset < kHopelessAssets; ++asset) batch.add("hopeless", many);
-  if (batch.finish() != kHopelessAssets * std::ssize(many)) return 6;
+  for (int asset = 0; asset < 4; ++asset) batch.add("hopeless", many);
+  if (batch.finish() != 20'000) return 6;
   setrlimit(RLIMIT_FSIZE, &former);
   const auto code = done.error().code() & 0xff;
   if (done.error().domain() != Error::kDatabase || (code != 10 && code != 13)) return 2;
-  if (db.exportAllTagsForDevice("A").value().size() != stored || stored == 0) return 3;
+  if (stored == 0 || db.exportAllTagsForDevice("A").value().size() != stored) return 3;
   if (!db.upsertTags("later", tags, "A")) return 4;
-  const auto found = db.exportAllTagsForDevice("A").value();
-  for (const auto& [asset, all] : found) {
-    if (all.size() != 2) return 5;
+  for (const auto& [asset, all] : db.exportAllTagsForDevice("A").value()) {
+    if (all != tags) return 5;
   }
   return 0;
 });
@@ -223,13 +183,12 @@ TEST(TagDatabaseFiles, AFullDiskFailsTheWriteAlone) {
 /// Holds the write lock until it is killed.
 const ChildMain kLockHolder("lock-holder", [](const auto&) {
   const auto queue = otherConnection();
-  return queue->write([](Database& database) -> Result<void> {
-                if (auto done = database.execute("DELETE FROM asset_tags"); !done) return done;
-                if (write(STDOUT_FILENO, "locked\n", 7) < 0) return {};
-                for (;;) pause();
-              }).has_value()
-             ? 0
-             : 1;
+  static_cast<void>(queue->write([](Database& database) -> Result<void> {
+    if (auto done = database.execute("DELETE FROM asset_tags"); !done) return done;
+    if (write(STDOUT_FILENO, "locked\n", 7) < 0) return {};
+    for (;;) pause();
+  }));
+  return 1;
 });
 
 TEST(TagDatabaseFiles, WaitsThreeSecondsForAnotherProcess) {
@@ -254,10 +213,9 @@ TEST(TagDatabaseFiles, WaitsThreeSecondsForAnotherProcess) {
 const ChildMain kTagger("tagger", [](const auto&) {
   auto& db = TagDatabase::shared();
   if (!db.initialize()) return 1;
-  const auto first = static_cast<int>(db.exportAllTagsForDevice("A").value().size());
-  for (int asset = first;; ++asset) {
-    std::vector<TagWithConfidence> tags;
-    for (int i = 0; i < kTags; ++i) tags.push_back({std::to_string(i) + std::string(500, 't'), 1});
+  std::vector<TagWithConfidence> tags;
+  for (int i = 0; i < kTags; ++i) tags.push_back({std::to_string(i) + std::string(500, 't'), 1});
+  for (auto asset = db.exportAllTagsForDevice("A").value().size();; ++asset) {
     if (!db.upsertTags(std::to_string(asset), tags, "A")) return 1;
     const auto line = std::to_string(asset) + '\n';
     if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;

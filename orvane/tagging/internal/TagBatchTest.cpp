@@ -47,10 +47,11 @@ std::vector<std::size_t> transactionsFor(std::vector<TagWithConfidence> tags) {
   return other
       ->read([&](Database& database) -> Result<std::vector<std::size_t>> {
         EXPECT_TRUE(database.fetchInteger("SELECT COUNT(*) FROM asset_tags"));
-        const auto count = static_cast<std::int64_t>(tags.size());
+        const auto count = tags.size();
         TagBatch batch(TagDatabase::shared(), "A");
         batch.add("asset", std::move(tags));
-        EXPECT_EQ(batch.finish(), count);
+        EXPECT_EQ(batch.finish(), std::int64_t(count));
+        EXPECT_EQ(TagDatabase::shared().tagsForAsset("asset")->size(), count);
         return transactionsIn(testing::readFile(testing::tagDatabaseFile().string() + "-wal"));
       })
       .value();
