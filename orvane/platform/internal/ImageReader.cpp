@@ -186,62 +186,22 @@ std::vector<float> reduced(const Image& image, const Layout& layout) {
 
 // -- Colours
 
-/// What the samples of an image mean.
-struct Colours {
-  VipsInterpretation interpretation;
-  VipsBandFormat format;
-  int bands;        ///< All of them.
-  int colourBands;  ///< Those at the front that are converted.
-  float opaque;     ///< What the last band holds where nothing shines through; 0 without one.
-};
-
-Colours coloursOf(VipsImage* image) {
-  Colours colours{.interpretation = vips_image_guess_interpretation(image),
-                  .format = image->BandFmt,
-                  .bands = image->Bands,
-                  .colourBands = 1,
-                  .opaque = 0};
-  const bool isCmyk = colours.interpretation == VIPS_INTERPRETATION_CMYK;
-  if (vips_image_hasalpha(image)) {
-    colours.opaque = 255;
-    if (colours.format == VIPS_FORMAT_USHORT) colours.opaque = 65535;
-    if (colours.interpretation == VIPS_INTERPRETATION_scRGB) colours.opaque = 1;
-  }
-  const int available = colours.bands - (colours.opaque > 0 ? 1 : 0);
-  if (available >= 3) colours.colourBands = isCmyk ? 4 : 3;
-  return colours;
+/// What the last band holds where nothing shines through; 0 without such a band.
+double opaqueValue(VipsImage* image) {
+  if (!vips_image_hasalpha(image)) return 0;
+  if (vips_image_guess_interpretation(image) == VIPS_INTERPRETATION_scRGB) return 1;
+  return image->BandFmt == VIPS_FORMAT_USHORT ? 65535 : 255;
 }
 
 /// The image in samples that `reduced` takes, its colours weighted by their opacity.
-Image prepared(const Image& image, const Colours& colours) {
-  if (colours.opaque > 0) {
-    return operate(operate(image, vips_premultiply, "max_alpha", double{colours.opaque}), vips_cast,
+Image prepared(const Image& image) {
+  if (const double opaque = opaqueValue(image.get()); opaque > 0) {
+    return operate(operate(image, vips_premultiply, "max_alpha", opaque), vips_cast,
                    VIPS_FORMAT_FLOAT);
   }
-  const bool asItIs = colours.format == VIPS_FORMAT_UCHAR || colours.format == VIPS_FORMAT_USHORT;
-  return operate(image, vips_cast, asItIs ? colours.format : VIPS_FORMAT_FLOAT);
-}
-
-struct Separated {
-  std::vector<float> colours;
-  std::vector<float> opacity;  ///< 0 to 1, one for each pixel; empty when all is opaque.
-};
-
-Separated separated(const std::vector<float>& samples, const Colours& colours) {
-  Separated result;
-  const auto bands = static_cast<std::size_t>(colours.bands);
-  for (std::size_t pixel = 0; pixel < samples.size(); pixel += bands) {
-    float opacity = 1;
-    if (colours.opaque > 0) {
-      opacity = std::clamp(samples[pixel + bands - 1] / colours.opaque, 0.0F, 1.0F);
-      result.opacity.push_back(opacity);
-    }
-    for (int band = 0; band < colours.colourBands; ++band) {
-      const float weighted = samples[pixel + static_cast<std::size_t>(band)];
-      result.colours.push_back(opacity > 0 ? weighted / opacity : 0);
-    }
-  }
-  return result;
+  const auto format = image->BandFmt;
+  const bool asItIs = format == VIPS_FORMAT_UCHAR || format == VIPS_FORMAT_USHORT;
+  return operate(image, vips_cast, asItIs ? format : VIPS_FORMAT_FLOAT);
 }
 
 Image inSrgb(const Image& image, VipsImage* original) {
@@ -257,59 +217,45 @@ Image inSrgb(const Image& image, VipsImage* original) {
   return operate(image, vips_colourspace, VIPS_INTERPRETATION_sRGB);
 }
 
-/// The pixels of `samples`, which are of the meaning that `colours` says and belong to `original`.
-std::optional<RgbImage> converted(const std::vector<float>& samples, AreaAverage::Size size,
-                                  const Colours& colours, VipsImage* original) {
-  const auto [values, opacity] = separated(samples, colours);
-  Image image(vips_image_new_from_memory_copy(values.data(), values.size() * sizeof(float),
-                                              size.width, size.height, colours.colourBands,
+/// Red, green and blue on white; further bands say nothing that can be seen.
+Image onWhite(const Image& image) {
+  if (!image) return nullptr;
+  Image opaque = operate(image, vips_copy);
+  if (vips_image_hasalpha(image.get())) {
+    VipsArrayDouble* white = vips_array_double_newv(1, 255.0);
+    opaque = operate(image, vips_flatten, "background", white);
+    vips_area_unref(VIPS_AREA(white));
+  }
+  return operate(opaque, vips_extract_band, 0, "n", 3);
+}
+
+/// The reduced `samples` of `original` as the colours that they mean, seen the right way up.
+Image finished(const std::vector<float>& samples, AreaAverage::Size size, VipsImage* original,
+               int orientation) {
+  Image image(vips_image_new_from_memory_copy(samples.data(), samples.size() * sizeof(float),
+                                              size.width, size.height, original->Bands,
                                               VIPS_FORMAT_FLOAT));
-  if (colours.format != VIPS_FORMAT_FLOAT) image = operate(image, vips_rint);
-  image = operate(image, vips_cast, colours.format);
-  image = operate(image, vips_copy, "interpretation", colours.interpretation);
+  if (const double opaque = opaqueValue(original); opaque > 0) {
+    image = operate(image, vips_unpremultiply, "max_alpha", opaque);
+  }
+  if (original->BandFmt != VIPS_FORMAT_FLOAT) image = operate(image, vips_rint);
+  image = operate(image, vips_cast, original->BandFmt);
+  image = operate(image, vips_copy, "interpretation", vips_image_guess_interpretation(original));
+  if (!image) return nullptr;
+  image = operate(onWhite(inSrgb(image, original)), vips_cast, VIPS_FORMAT_UCHAR);
+  if (!image) return nullptr;
+  vips_image_set_int(image.get(), VIPS_META_ORIENTATION, orientation);
+  return operate(image, vips_autorot);
+}
+
+std::optional<RgbImage> pixelsOf(const Image& image) {
   if (!image) return std::nullopt;
-  image = operate(inSrgb(image, original), vips_cast, VIPS_FORMAT_UCHAR);
-  if (!image || image->Bands != 3) return std::nullopt;
   const VipsHandle<VipsRegion> region(vips_region_new(image.get()));
   std::size_t length = 0;
   const std::unique_ptr<VipsPel, decltype(&g_free)> pixels(
-      vips_region_fetch(region.get(), 0, 0, size.width, size.height, &length), g_free);
+      vips_region_fetch(region.get(), 0, 0, image->Xsize, image->Ysize, &length), g_free);
   if (!pixels) return std::nullopt;
-  RgbImage result{size.width, size.height, {pixels.get(), pixels.get() + length}};
-  for (std::size_t i = 0; i < length && !opacity.empty(); ++i) {
-    const float share = opacity[i / 3];
-    const float blended = static_cast<float>(result.pixels[i]) * share + 255 * (1 - share);
-    result.pixels[i] = static_cast<std::uint8_t>(std::lround(blended));
-  }
-  return result;
-}
-
-// -- Orientation
-
-bool isSideways(int orientation) { return orientation >= 5; }
-
-/// Turns the image as its EXIF orientation (1 to 8) says.
-RgbImage upright(RgbImage image, int orientation) {
-  if (orientation <= 1 || orientation > 8) return image;
-  const bool sideways = isSideways(orientation);
-  const bool fromRight = orientation == 2 || orientation == 3 || orientation >= 7;
-  const bool fromBottom =
-      orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7;
-  RgbImage result{.width = image.width, .height = image.height, .pixels = {}};
-  if (sideways) std::swap(result.width, result.height);
-  result.pixels.reserve(image.pixels.size());
-  for (int y = 0; y < result.height; ++y) {
-    for (int x = 0; x < result.width; ++x) {
-      const int across = sideways ? y : x;
-      const int down = sideways ? x : y;
-      const int column = fromRight ? image.width - 1 - across : across;
-      const int row = fromBottom ? image.height - 1 - down : down;
-      const auto pixel = std::ptrdiff_t{row} * image.width + column;
-      const auto begin = image.pixels.begin() + pixel * 3;
-      result.pixels.insert(result.pixels.end(), begin, begin + 3);
-    }
-  }
-  return result;
+  return RgbImage{image->Xsize, image->Ysize, {pixels.get(), pixels.get() + length}};
 }
 
 Result<RgbImage> decode(ImageFile& file, Box box) {
@@ -318,7 +264,7 @@ Result<RgbImage> decode(ImageFile& file, Box box) {
   auto image = file.load(*format, 1);
   if (!image) return failure(ImageProblem::damaged);
   const int orientation = vips_image_get_orientation(image.get());
-  if (isSideways(orientation)) std::swap(box.width, box.height);
+  if (orientation >= 5) std::swap(box.width, box.height);
 
   const double reduction = reductionFor(*image, box);
   Image embedded;
@@ -333,12 +279,11 @@ Result<RgbImage> decode(ImageFile& file, Box box) {
   if (!image) return failure(ImageProblem::damaged);
 
   const auto layout = layoutOf(*image, box);
-  const auto colours = coloursOf(image.get());
-  const auto samples = reduced(prepared(image, colours), layout);
+  const auto samples = reduced(prepared(image), layout);
   if (samples.empty()) return failure(ImageProblem::damaged);
-  auto pixels = converted(samples, layout.size, colours, image.get());
+  auto pixels = pixelsOf(finished(samples, layout.size, image.get(), orientation));
   if (!pixels) return failure(ImageProblem::damaged);
-  return upright(std::move(*pixels), orientation);
+  return std::move(*pixels);
 }
 
 }  // namespace
