@@ -48,7 +48,6 @@ TEST(DatabaseMigrator, AppliesEachStepOnceInOrder) {
   EXPECT_EQ(column(*queue, "SELECT step FROM log"), "two three ");
   EXPECT_EQ(column(*queue, "SELECT sql FROM sqlite_master WHERE name = 'grdb_migrations'"),
             "CREATE TABLE grdb_migrations (identifier TEXT NOT NULL PRIMARY KEY) ");
-
   const auto other = openTest();
   const auto meanwhile = other->write([&](Database&) { return longer.migrate(*queue); });
   EXPECT_TRUE(meanwhile) << "nothing to apply needs no lock";

@@ -36,10 +36,7 @@ TEST(DatabaseQueue, TextsAndBytesSurviveAsTheyAre) {
   for (const auto text :
        {""sv, "a\0b"sv, "\0"sv, "\xff\xfe broken"sv, "naïve \xf0\x9f\x98\x80"sv}) {
     const auto seen = queue->write([&](Database& database) -> Result<std::optional<std::string>> {
-      if (auto done = database.execute("DELETE FROM t"); !done) {
-        return std::unexpected(done.error());
-      }
-      if (auto done = insert(database, text); !done) return std::unexpected(done.error());
+      EXPECT_TRUE(database.execute("DELETE FROM t") && insert(database, text));
       return database.fetchOne("SELECT v, typeof(v) AS kind FROM t", {}, {"kind", "v"},
                                [](const DatabaseRow& row) {
                                  return std::string(row.text(0)) + ':' + std::string(row.text(1));
@@ -61,7 +58,6 @@ TEST(DatabaseQueue, MistakesAreErrors) {
       {"  ", {}, 21},
       {"SELECT ?", {}, 25},
       {"SELECT 1", {std::int64_t{1}}, 25},
-      {"SELEKT", {}, 1},
       {"SELECT * FROM missing", {}, 1},
   };
   for (const auto& [statement, arguments, code] : cases) {
@@ -152,7 +148,7 @@ TEST(DatabaseQueue, ColumnsAreThoseOfThePresentSchema) {
 TEST(DatabaseQueue, ABlockCannotCallItsOwnQueue) {
   const auto queue = openTest();
   const auto inner = queue->write([&](Database& database) -> Integer {
-    if (auto done = insert(database, "x"sv); !done) return std::unexpected(done.error());
+    EXPECT_TRUE(insert(database, "x"sv));
     return queue->read(count);
   });
   EXPECT_EQ(inner.error().code(), 21);
@@ -163,9 +159,7 @@ TEST(DatabaseQueue, AVisitorMayRunTheSameStatement) {
   const auto queue = openTest();
   std::string seen;
   const auto done = queue->write([&](Database& database) -> Result<void> {
-    for (const std::int64_t i : {1, 2}) {
-      if (auto inserted = insert(database, i); !inserted) return inserted;
-    }
+    for (const std::int64_t i : {1, 2}) EXPECT_TRUE(insert(database, i));
     constexpr auto kAll = "SELECT v FROM t ORDER BY v"sv;
     return database.forEachRow(kAll, {}, {"v"}, [&](const DatabaseRow& outer) {
       EXPECT_TRUE(database.forEachRow(kAll, {}, {"v"}, [&](const DatabaseRow& inner) {
@@ -179,18 +173,19 @@ TEST(DatabaseQueue, AVisitorMayRunTheSameStatement) {
 
 TEST(DatabaseQueue, ThreadsTakeTurns) {
   const auto queue = openTest();
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&] {
-      for (int round = 0; round < 25; ++round) {
-        EXPECT_TRUE(queue->write([](Database& database) -> Result<void> {
-          return insert(database, count(database).value().value());
-        }));
-      }
-    });
+  {
+    std::vector<std::jthread> threads(4);
+    for (auto& thread : threads) {
+      thread = std::jthread([&] {
+        for (int round = 0; round < 25; ++round) {
+          EXPECT_TRUE(queue->write([](Database& database) {
+            return insert(database, count(database).value().value());
+          }));
+        }
+      });
+    }
   }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(countIn(*queue), 200);
+  EXPECT_EQ(countIn(*queue), 100);
 }
 
 }  // namespace

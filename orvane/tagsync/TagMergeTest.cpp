@@ -1,0 +1,173 @@
+#include <gmock/gmock.h>
+#include <orvane/tagsync/TagSyncError.h>
+
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/use_future.hpp>
+#include <future>
+#include <thread>
+#include <utility>
+
+#include "TagSyncServiceTest.h"
+
+namespace orvane::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+using ::testing::UnorderedElementsAre;
+using Tags = std::vector<TagWithConfidence>;
+using TagMergeTest = TagSyncServiceTest;
+
+TEST_F(TagMergeTest, MergesOtherDevicesByObjectName) {
+  UploadStore::shared().upsertBatch({{"mine-2", "k2", UploadStatus::failed, 1, 1},
+                                     {"nameless", "", UploadStatus::completed, 1, 1}});
+  list({"ONE", "TWO", "NONE"});
+  answerObject("NONE", line("k9", "no"));
+  answerObject("ONE", line("k", "mare") + line("k9", "no") + line("", "no") +
+                          "{}\n{\"s3_key\":\"k\",\"tags\":[]}\n" +
+                          R"({"s3_key":"k2","ts":"any","tags":[{"tag":"a","confidence":1},)" +
+                          R"({"tag":1},{"tag":"b","confidence":2}]})");
+  answerObject("TWO", line("k", "mare"));
+  EXPECT_EQ(merge(), 4);
+  EXPECT_EQ(server_.requests().at(0).target(), "/photos?list-type=2&prefix=p/tags/&max-keys=1000");
+  EXPECT_THAT(database_.tagsForAsset("mine").value(), ElementsAre("mare", "mare"));
+  EXPECT_THAT(database_.exportAllTagsForDevice("ONE").value(),
+              UnorderedElementsAre(std::pair("mine", Tags{{"mare", 0.5}}),
+                                   std::pair("mine-2", Tags{{"a", 1}, {"b", 2}})));
+  EXPECT_THAT(database_.exportAllTagsForDevice(own_).value(), IsEmpty());
+  EXPECT_EQ(database_.getRemoteETag("NONE").value(), "e-NONE");
+  EXPECT_THAT(log_.lines(),
+              ElementsAre("[TagSync] Starting cross-device tag download",
+                          "[TagSync] Found 3 remote tag files (excluding own device)",
+                          "[TagSync] Remote device ONE: applied 3 tags",
+                          "[TagSync] Remote device TWO: applied 1 tags",
+                          "[TagSync] Remote device NONE: applied 0 tags",
+                          "[TagSync] Cross-device download complete: 4 total tags applied"));
+}
+
+TEST_F(TagMergeTest, AnObjectIsReadAgainUnlessItsETagIsKnown) {
+  answerObject("ONE", line("k", "mare"));
+  list({"ONE"});
+  EXPECT_EQ(merge(), 1);
+  EXPECT_EQ(merge(), 0);
+  EXPECT_EQ(log_.lines().at(6), "[TagSync] Skipping ONE: ETag unchanged");
+  EXPECT_EQ(log_.lines().at(7), "[TagSync] Cross-device download complete: 0 total tags applied");
+  answerListing(answer(200, "<Contents><Key>p/tags/ONE/tags.jsonl</Key></Contents>"));
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(merge(), 1);  // No ETag is none to compare.
+  EXPECT_EQ(database_.getRemoteETag("ONE").value(), "");
+  execute("DROP TABLE tag_sync_offsets");
+  list({"ONE"});
+  EXPECT_EQ(merge(), 1);
+}
+
+TEST_F(TagMergeTest, TheListPrefixIsEncodedAndKeysAreNot) {
+  auto elsewhere = config();
+  elsewhere.prefix = "p \u00f2/";
+  answerListing(answer(200, "<Contents><Key>p \u00f2/tags/U/tags.jsonl</Key></Contents>"));
+  EXPECT_EQ(run(service_.downloadAllRemoteTags(elsewhere)), 0);
+  EXPECT_EQ(server_.requests().at(0).target(),
+            "/photos?list-type=2&prefix=p%20%C3%B2/tags/&max-keys=1000");
+  EXPECT_EQ(log_.lines().at(2), "[TagSync] Skipping device U: Tag download failed: Invalid URL");
+}
+
+TEST_F(TagMergeTest, ADeviceThatFailsIsPassedOver) {
+  const std::vector<std::string> failing = {"GONE", "RESET", "HALF", "EMPTY", "BYTES"};
+  auto all = failing;
+  all.emplace_back("GOOD");
+  list(all);
+  auto half = answer(200, line("k", "no") + line("k", "no"));
+  half.sendAtMost = half.answer.size() - line("k", "no").size();
+  half.end = Reaction::End::reset;
+  answerObject("HALF", half);
+  answerObject("RESET", resetAfter(0));
+  answerObject("EMPTY", "");
+  answerObject("BYTES", line("k", "no") + "\xff");
+  answerObject("GOOD", line("k", "mare"));
+  EXPECT_EQ(merge(), 1);
+  EXPECT_THAT(database_.tagsForAsset("mine").value(), ElementsAre("mare"));
+  for (const auto& uuid : failing) {
+    EXPECT_EQ(database_.getRemoteETag(uuid).value(), std::nullopt) << uuid;
+  }
+  EXPECT_THAT(log_.lines(),
+              ElementsAre("[TagSync] Starting cross-device tag download",
+                          "[TagSync] Found 6 remote tag files (excluding own device)",
+                          "[TagSync] Skipping device GONE: Tag download failed: HTTP error: 404",
+                          StartsWith("[TagSync] Skipping device RESET: "),
+                          StartsWith("[TagSync] Skipping device HALF: "),
+                          "[TagSync] Remote device GOOD: applied 1 tags",
+                          "[TagSync] Cross-device download complete: 1 total tags applied"));
+}
+
+TEST_F(TagMergeTest, AListingThatFailsEndsTheRun) {
+  for (const int status : {300, 403}) {
+    answerListing(answer(status, "<Contents>"));
+    EXPECT_EQ(errorOf(merge()),
+              TagSyncError::downloadFailed("ListObjects HTTP " + std::to_string(status)));
+  }
+  answerListing(answer(200, "<Contents>\xff</Contents>"));
+  EXPECT_EQ(errorOf(merge()), TagSyncError::parseError("Invalid UTF-8 in ListObjects response"));
+  answerListing(resetAfter(0));
+  EXPECT_EQ(errorOf(merge()).code(), -1005);
+  EXPECT_EQ(log_.lines().size(), 4U);
+}
+
+TEST_F(TagMergeTest, TagsThatCannotBeWrittenCountAndTheOthersStay) {
+  // The last one takes a whole transaction with it.
+  for (const std::string how : {"ABORT", "FAIL", "ROLLBACK"}) {
+    execute("CREATE TRIGGER \"" + how + "\" BEFORE INSERT ON asset_tags WHEN NEW.tag = '" + how +
+            "' BEGIN SELECT RAISE(" + how + ", 'refused'); END");
+  }
+  std::string object;
+  for (const std::string tag : {"a", "ABORT", "b", "FAIL", "c", "ROLLBACK", "d", "ROLLBACK",
+                                "ROLLBACK", "e", "ROLLBACK", "ROLLBACK", "ROLLBACK", "f"}) {
+    object += line("k", tag);
+  }
+  std::string hopeless;
+  for (int i = 0; i < 100; ++i) hopeless += line("k", "ROLLBACK");
+  list({"ONE", "TWO"});
+  answerObject("ONE", object);
+  answerObject("TWO", hopeless + line("k", "g"));
+  EXPECT_EQ(merge(), 115);
+  EXPECT_THAT(database_.tagsForAsset("mine").value(),
+              UnorderedElementsAre("a", "b", "c", "d", "e", "f", "g"));
+}
+
+TEST_F(TagMergeTest, ALockedDatabaseLosesTagsAndIsAskedAgain) {
+  list({"ONE"});
+  answerObject("ONE", line("k", "mare"));
+  EXPECT_TRUE(otherConnection()->write([&](platform::Database&) -> Result<void> {
+    EXPECT_EQ(merge(), 1);
+    return {};
+  }));
+  EXPECT_EQ(database_.getRemoteETag("ONE").value(), std::nullopt);
+  EXPECT_EQ(merge(), 1);
+  EXPECT_THAT(database_.tagsForAsset("mine").value(), ElementsAre("mare"));
+}
+
+TEST_F(TagMergeTest, CancellingEndsTheRun) {
+  answerObject("STALLED", stallAfter(0));
+  for (const auto& devices : {std::vector<std::string>{"STALLED", "NEXT"}, {"STALLED"}}) {
+    list(devices);
+    const auto before = server_.requests().size();
+    boost::asio::io_context host;
+    boost::asio::cancellation_signal cancel;
+    auto result = boost::asio::co_spawn(
+        host, service_.downloadAllRemoteTags(config()),
+        boost::asio::bind_cancellation_slot(cancel.slot(), boost::asio::use_future));
+    std::thread runner([&] { host.run(); });
+    server_.waitForRequests(before + 2);
+    boost::asio::post(host, [&] { cancel.emit(boost::asio::cancellation_type::terminal); });
+    runner.join();
+    EXPECT_EQ(errorOf(result.get()).code(), -999);
+    EXPECT_EQ(server_.requests().size(), before + 2);
+    EXPECT_THAT(log_.lines().back(), StartsWith("[TagSync] Found "));
+  }
+}
+
+}  // namespace
+}  // namespace orvane::testing
