@@ -177,7 +177,6 @@ TEST(ImageTagger, TheCallerIsSuspendedNotBlockedAndCancellingHasNoEffect) {
   }));
   asio::io_context context(1);
   std::vector<std::string> events;
-  std::thread::id resumedOn;
   asio::co_spawn(
       context,
       [&]() -> asio::awaitable<void> {
@@ -187,13 +186,11 @@ TEST(ImageTagger, TheCallerIsSuspendedNotBlockedAndCancellingHasNoEffect) {
           release.release();
         });
         const auto tags = co_await tagger.tagImage("image.jpg");
-        resumedOn = std::this_thread::get_id();
         events.push_back(tags.at(0).tag);
       },
       asio::bind_cancellation_slot(cancel.slot(), asio::detached));
   context.run();
   EXPECT_THAT(events, ElementsAre("other work", "cielo"));
-  EXPECT_EQ(resumedOn, std::this_thread::get_id());
 }
 
 TEST(ImageTagger, ManyCallsDoNotMixUp) {
