@@ -96,6 +96,8 @@ TEST(DatabaseQueue, AWriteIsAllOrNothing) {
     return insert(database, one);
   });
   EXPECT_EQ(failed.error().code(), 2067) << "the extended code";
+  EXPECT_TRUE(openTest()->write([](Database& there) { return there.execute("DELETE FROM t"); }))
+      << "the lock is free";
   EXPECT_EQ(countIn(*queue), 0);
 
   const auto passedOver = queue->write([&](Database& database) -> Result<void> {

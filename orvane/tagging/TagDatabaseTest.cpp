@@ -155,6 +155,7 @@ TEST_F(TagDatabaseTest, ABackfillIsOneRow) {
 
 TEST_F(TagDatabaseTest, ThreadsWriteAndReadWhileItIsOpenedAnew) {
   std::vector<std::jthread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([this, device = std::to_string(i)] {
       for (std::size_t asset = 0; asset < 25; ++asset) {

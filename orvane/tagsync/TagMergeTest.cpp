@@ -119,8 +119,10 @@ TEST_F(TagMergeTest, AListingThatFailsEndsTheRun) {
 TEST_F(TagMergeTest, TagsThatCannotBeWrittenCountAndTheOthersStay) {
   // The last one takes a whole transaction with it.
   for (const std::string how : {"ABORT", "FAIL", "ROLLBACK"}) {
-    execute("CREATE TRIGGER \"" + how + "\" BEFORE INSERT ON asset_tags WHEN NEW.tag = '" + how +
-            "' BEGIN SELECT RAISE(" + how + ", 'refused'); END");
+    const auto quoted = "'" + how + "'";
+    std::string trigger = "CREATE TRIGGER " + quoted;
+    trigger.append(" BEFORE INSERT ON asset_tags WHEN NEW.tag = ").append(quoted);
+    execute(trigger.append(" BEGIN SELECT RAISE(").append(how).append(", 'refused'); END"));
   }
   std::string object;
   for (const std::string tag : {"a", "ABORT", "b", "FAIL", "c", "ROLLBACK", "d", "ROLLBACK",
