@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <numeric>
+#include <set>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -28,6 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::AllOf;
 using testing::configFor;
+using ::testing::Each;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -93,10 +96,16 @@ class Device {
   [[nodiscard]] std::string key() const {
     return ObjectStore().prefix() + "tags/" + uuid_ + "/tags.jsonl";
   }
+  [[nodiscard]] const std::string& uuid() const { return uuid_; }
   /// Does all that in a process of its own, and returns what it prints.
   [[nodiscard]] std::string does(std::vector<std::string> words) const {
     words.insert(words.begin(), folder_);
     return testing::outputOfChild("device", words);
+  }
+  /// The same, without waiting.
+  [[nodiscard]] testing::ChildProcess starts(std::vector<std::string> words) const {
+    words.insert(words.begin(), folder_);
+    return testing::ChildProcess::run("device", words);
   }
   void loseDatabase() const {
     for (const std::string end : {"", "-wal", "-shm"}) {
@@ -133,6 +142,30 @@ TEST(TagSyncStore, TagsReachTheSameAssetOnOtherDevices) {
   EXPECT_EQ(a.does({"merge", "show", "a1", "show", "a2"}), "1\ncitt\u00e0 mare onda \nneve \n");
   EXPECT_THAT(a.does({"tag", "a1", "luna", "upload", "merge"}), EndsWith("\n0\n"));
   EXPECT_EQ(b.does({"merge", "show", "b1"}), "3\ncitt\u00e0 luna mare onda \n");
+}
+
+TEST(TagSyncStore, DevicesWorkAtTheSameTime) {
+  const std::vector<Device> devices = {Device("a"), Device("b"), Device("c")};
+  const auto all = [&](const std::vector<std::string>& words) {
+    std::vector<testing::ChildProcess> running;
+    for (const auto& device : devices) {
+      auto own = words;
+      std::ranges::replace(own, "OWN", device.uuid().substr(0, 8));
+      running.push_back(device.starts(own));
+    }
+    std::vector<std::string> outputs;
+    for (auto& child : running) {
+      outputs.push_back(child.readAll());
+      EXPECT_EQ(child.wait(), 0);
+    }
+    return outputs;
+  };
+  all({"record", "OWN", "media/1.jpg", "tag", "OWN", "OWN", "upload"});
+  EXPECT_THAT(all({"merge"}), Each("2\n"));
+  std::set<std::string> tags;
+  for (const auto& device : devices) tags.insert(device.uuid().substr(0, 8) + " ");
+  const auto everyone = std::accumulate(tags.begin(), tags.end(), std::string()) + "\n";
+  EXPECT_THAT(all({"show", "OWN", "merge"}), Each(everyone + "0\n"));
 }
 
 TEST(TagSyncStore, ALostDatabaseIsRestored) {
