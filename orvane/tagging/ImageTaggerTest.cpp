@@ -118,7 +118,10 @@ TEST(ImageTagger, AFileThatCannotBeClassifiedGivesOneLine) {
   LogLines log;
   testing::writeFile(testDirectory() / "text.jpg", "Dear diary");
   testing::writeImage(testDirectory() / "whole.jpg", 320, 240, {10, 120, 200});
-  for (const auto* name : {"missing.jpg", "text.jpg", "."}) {
+  testing::writeFile(testDirectory() / "empty.png", "");
+  const auto whole = testing::readFile(testDirectory() / "whole.jpg");
+  testing::writeFile(testDirectory() / "half.jpg", whole.substr(0, whole.size() / 2));
+  for (const auto* name : {"missing.jpg", "text.jpg", "empty.png", "half.jpg", "."}) {
     EXPECT_TRUE(tagsOf(ImageTagger::shared(), testDirectory() / name).empty());
     EXPECT_THAT(log.take(), ElementsAre(StartsWith("[ImageTagger] Vision classify failed: ")))
         << name;

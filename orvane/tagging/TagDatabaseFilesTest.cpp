@@ -149,6 +149,36 @@ TEST(TagDatabaseFiles, WhatCannotBeOpenedLeavesTheStoreAsItWas) {
   EXPECT_THAT(db.tagsForAsset("a").value(), ElementsAre("mare"));
 }
 
+/// Prints what came of `initialize` in a process without the rights of root.
+const ChildMain kUnprivileged("unprivileged-initialize", [](const auto&) {
+  if (geteuid() == 0 && setuid(65534) != 0) return 1;
+  const auto done = TagDatabase::shared().initialize();
+  const auto line =
+      done ? "ok" : done.error().domain() + ' ' + std::to_string(done.error().code() & 0xff);
+  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
+  _exit(0);  // The leak check could not look into a process that has changed its user.
+});
+
+TEST(TagDatabaseFiles, AFolderThatCannotBeWrittenIsAnError) {
+  const auto initialize = [] { return testing::outputOfChild("unprivileged-initialize"); };
+  fs::create_directories(folder().parent_path());
+  fs::permissions(testing::testDirectory(), fs::perms{0755});
+  fs::permissions(folder().parent_path(), fs::perms{0555});
+  EXPECT_EQ(initialize(), "Database 14");
+
+  fs::permissions(folder().parent_path(), fs::perms{0755});
+  fs::create_directory(folder());
+  fs::permissions(folder(), fs::perms{0555});
+  EXPECT_EQ(initialize(), "Database 14");
+
+  fs::permissions(folder(), fs::perms{0755});
+  build({kRecords});
+  fs::permissions(tagDatabaseFile(), fs::perms{0444});
+  fs::permissions(folder(), fs::perms{0555});
+  EXPECT_EQ(initialize(), "Database 8");
+  fs::permissions(folder(), fs::perms{0755});
+}
+
 /// Writes until the "disk" is full, then goes on when there is room again.
 const ChildMain kFullDisk("full-disk", [](const auto&) {
   auto& db = TagDatabase::shared();
