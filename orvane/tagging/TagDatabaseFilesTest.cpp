@@ -200,7 +200,8 @@ const ChildMain kFullDisk("full-disk", [](const auto&) {
   if (done.error().domain() != Error::kDatabase || (code != 10 && code != 13)) return 2;
   if (stored == 0 || db.exportAllTagsForDevice("A").value().size() != stored) return 3;
   if (!db.upsertTags("later", tags, "A")) return 4;
-  for (const auto& [asset, all] : db.exportAllTagsForDevice("A").value()) {
+  const auto found = db.exportAllTagsForDevice("A").value();
+  for (const auto& [asset, all] : found) {
     if (all != tags) return 5;
   }
   return 0;
