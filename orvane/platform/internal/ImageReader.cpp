@@ -217,14 +217,19 @@ Image inSrgb(const Image& image, VipsImage* original) {
   return operate(image, vips_colourspace, VIPS_INTERPRETATION_sRGB);
 }
 
-/// Red, green and blue on white; further bands say nothing that can be seen.
+/// Red, green and blue on white; further bands say nothing that can be seen. White is what is added
+/// to black: any other background would have libvips start threads.
 Image onWhite(const Image& image) {
   if (!image) return nullptr;
   Image opaque = operate(image, vips_copy);
   if (vips_image_hasalpha(image.get())) {
-    VipsArrayDouble* white = vips_array_double_newv(1, 255.0);
-    opaque = operate(image, vips_flatten, "background", white);
-    vips_area_unref(VIPS_AREA(white));
+    const auto black = operate(image, vips_flatten);
+    const auto opacity = operate(image, vips_extract_band, image->Bands - 1);
+    const auto missing = operate(opacity, vips_linear1, -1.0, 255.0);
+    if (!black || !missing) return nullptr;
+    VipsImage* sum = nullptr;
+    vips_add(black.get(), missing.get(), &sum, nullptr);
+    opaque.reset(sum);
   }
   return operate(opaque, vips_extract_band, 0, "n", 3);
 }
