@@ -97,15 +97,16 @@ const ChildMain kWriter("preferences-writer", [](const auto& arguments) {
 TEST(Preferences, ThreadsAndProcessesWriteAtTheSameTime) {
   const std::vector<std::string> processes = {"a", "b", "c", "d"};
   const std::vector<std::string> threads = {"e", "f", "g", "h"};
-  std::set<Bytes> everyWriter;
+  std::set<std::string, std::less<>> everyWriter;
   std::vector<ChildProcess> children;
   for (const auto& name : processes) {
-    everyWriter.insert(bytesFrom(name));
+    everyWriter.insert(name);
     children.push_back(ChildProcess::run("preferences-writer", {name}));
   }
-  for (const auto& name : threads) everyWriter.insert(bytesFrom(name));
+  everyWriter.insert(threads.begin(), threads.end());
   const auto sharedIsWhole = [&everyWriter] {
-    return everyWriter.contains(Preferences::shared().bytes("shared").value_or(Bytes()));
+    const auto written = Preferences::shared().bytes("shared").value_or(Bytes());
+    return everyWriter.contains(textOf(written));
   };
   {
     std::vector<std::jthread> running;
@@ -119,7 +120,7 @@ TEST(Preferences, ThreadsAndProcessesWriteAtTheSameTime) {
   EXPECT_TRUE(sharedIsWhole());
   for (const auto& writer : everyWriter) {
     for (int key = 0; key < kKeys; ++key) {
-      const auto name = std::string(textOf(writer)) + '/' + std::to_string(key);
+      const auto name = writer + '/' + std::to_string(key);
       EXPECT_EQ(Preferences::shared().integer(name), key) << name;
     }
   }

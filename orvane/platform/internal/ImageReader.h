@@ -38,9 +38,9 @@ enum class ImageProblem {
 ///
 /// As far as the format allows, only the size needed is decoded, row by row. An image of more than
 /// 500 megapixels or with a side above 65,535 is refused, and so is one for which more than 512 MiB
-/// would be held at once:
-/// about 90 megapixels where the coding is kept whole (progressive JPEG, interlaced PNG, WebP,
-/// HEIF; 170 for TIFF). So what cameras take passes, and panoramas of the usual codings do.
+/// would be held at once: about 90 megapixels where the coding is kept whole (progressive JPEG,
+/// interlaced PNG, WebP, HEIF; 170 for TIFF). So what cameras take passes, and panoramas of the
+/// usual codings do.
 ///
 /// Fails with a POSIX error when the file cannot be read or is not a regular one, else with the
 /// domain "Image". Blocks for reading and computing, all on the calling thread, at its priority.
