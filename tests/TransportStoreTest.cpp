@@ -10,8 +10,8 @@
 #include <orvane/transport/XmlText.h>
 
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <random>
 #include <string>
@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/MemoryGrowth.h"
 #include "support/ObjectStore.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
@@ -163,27 +164,16 @@ TEST(TransportStore, ListsPageAfterPage) {
   EXPECT_EQ(TalvexAPIService::shared().listObjects(stranger, "").error().code(), 403);
 }
 
-/// A figure of /proc/self/status in KiB.
-long memoryFigure(const std::string& name) {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with(name + ":")) return std::stol(line.substr(name.size() + 1));
-  }
-  return -1;
-}
-
 const testing::ChildMain kUploadAndMeasure("uploadAndMeasure", [](const auto& arguments) {
   const auto config = configFor(ObjectStore());
-  const long before = memoryFigure("VmRSS");
+  const testing::MemoryGrowth growth;
   if (!uploadFile(config, arguments.at(0), "large")) return 1;
-  std::printf("%ld\n", memoryFigure("VmHWM") - before);
+  std::printf("%ld\n", growth.kibibytes());
   return 0;
 });
 
 TEST(TransportStore, AGibibyteTakesNoMoreMemoryThanAPart) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "sanitizers keep memory of their own";
-#endif
+  if (!testing::kMemoryIsTheProgramsOwn) GTEST_SKIP() << "sanitizers keep memory of their own";
   const ObjectStore store;
   const auto file = testing::testDirectory() / "large";
   testing::writeFile(file, randomText(1'000'000));

@@ -6,13 +6,14 @@
 #include <orvane/tagsync/internal/TagObject.h>
 
 #include <cmath>
-#include <fstream>
 #include <iostream>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/MemoryGrowth.h"
 
 namespace orvane::internal {
 namespace {
@@ -151,15 +152,6 @@ TEST(TagObject, SkipsLinesThatAreNoJsonObject) {
   EXPECT_TRUE(TagObjectReader("{}\n\u00e8").isUtf8());
 }
 
-/// A figure of /proc/self/status in KiB.
-long memoryFigure(const std::string& name) {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with(name + ":")) return std::stol(line.substr(name.size() + 1));
-  }
-  return -1;
-}
-
 constexpr std::size_t kLarge = 100'000'000;
 constexpr std::size_t kMerged = 10'000'000;  ///< Every tag has to be written.
 
@@ -198,7 +190,7 @@ const testing::ChildMain kReadLarge("readLarge", [](const auto& arguments) {
   if (!TagDatabase::shared().initialize()) return 1;
   const auto& object = kLargeObjects[std::stoul(arguments.at(0))];
   auto body = object.text();
-  const long before = memoryFigure("VmRSS");
+  const testing::MemoryGrowth growth;
   TagObjectReader reader(std::move(body));
   if (!reader.isUtf8()) return 1;
   std::int64_t count = 0;
@@ -207,14 +199,12 @@ const testing::ChildMain kReadLarge("readLarge", [](const auto& arguments) {
   } else {
     for (TagLine line; reader.next(line);) ++count;
   }
-  std::cout << memoryFigure("VmHWM") - before << ' ' << count << '\n';
+  std::cout << growth.kibibytes() << ' ' << count << '\n';
   return 0;
 });
 
 TEST(TagObject, LargeObjectsTakeMemoryInProportion) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "sanitizers keep memory of their own";
-#endif
+  if (!testing::kMemoryIsTheProgramsOwn) GTEST_SKIP() << "sanitizers keep memory of their own";
   for (std::size_t i = 0; i < std::size(kLargeObjects); ++i) {
     const auto& object = kLargeObjects[i];
     std::istringstream output(testing::outputOfChild("readLarge", {std::to_string(i)}));
