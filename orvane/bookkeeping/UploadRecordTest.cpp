@@ -154,10 +154,12 @@ TEST(UploadRecordTest, AbsentNullAndUnknownMembersChangeNothing) {
 
 TEST(UploadRecordTest, RefusesWhatIsNotARecord) {
   const std::string valid = "{" + kRequired + "}";
+  const std::string mark = "\xEF\xBB\xBF";
   ASSERT_TRUE(UploadRecord::decodeJson(valid));
+  EXPECT_TRUE(UploadRecord::decodeJson(mark + valid));
   for (const std::string& text :
        {std::string(), std::string("null"), std::string("[]"), "[" + valid + "]", valid + ",",
-        valid + valid, valid + std::string(1, '\0'), "\xEF\xBB\xBF" + valid, "," + valid,
+        valid + valid, valid + std::string(1, '\0'), mark + mark + valid, mark, "," + valid,
         valid.substr(0, valid.size() - 1)}) {
     EXPECT_FALSE(UploadRecord::decodeJson(text)) << text;
   }

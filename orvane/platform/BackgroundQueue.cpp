@@ -1,4 +1,3 @@
-#include <linux/ioprio.h>
 #include <orvane/platform/BackgroundQueue.h>
 #include <orvane/platform/internal/BlockedSignals.h>
 #include <sys/resource.h>
@@ -23,14 +22,18 @@ boost::asio::thread_pool& newPool(std::size_t minimumThreads) {
       std::max(minimumThreads, std::size_t{std::thread::hardware_concurrency()}));
 }
 
+/// The arguments of ioprio_set(2). The C library does not declare them, and some releases of the
+/// kernel's own header, <linux/ioprio.h>, are no C++.
+constexpr int kIoprioWhoProcess = 1;
+constexpr int kIoprioLowestBestEffort = 2 << 13 | 7;  // class << 13 | level
+
 /// Lowers the calling thread's priority, which cannot be raised again. In Linux it is each
 /// thread's own, under the thread's number.
 bool lowerPriority() {
   constexpr int kSteps = 10;
   const auto thread = static_cast<id_t>(gettid());
   setpriority(PRIO_PROCESS, thread, getpriority(PRIO_PROCESS, thread) + kSteps);
-  syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, thread,
-          IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, IOPRIO_BE_NR - 1));
+  syscall(SYS_ioprio_set, kIoprioWhoProcess, thread, kIoprioLowestBestEffort);
   return true;
 }
 

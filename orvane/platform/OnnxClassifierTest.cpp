@@ -25,7 +25,7 @@ const std::string kSmallest = R"("model": "m.onnx", "labels": "l.txt", "width": 
 void writeModel() {
   writeFile(testDirectory() / "m.onnx",
             testing::onnxModelOfMeans({{1, 0, 0}, {0, 0, 1}, {1, 1, -1}}, {0, 0.25, -0.5}, 6, 8));
-  writeFile(testDirectory() / "l.txt", "sky\r\n Water Body, lake \nNIGHT_sky");
+  writeFile(testDirectory() / "l.txt", "\xEF\xBB\xBFsky\r\n Water Body, lake \nNIGHT_sky");
 }
 
 auto openWith(const std::string& members) {

@@ -1,6 +1,5 @@
 #include "support/FaultServer.h"
 
-#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <orvane/platform/Ascii.h>
@@ -152,7 +151,7 @@ class FaultServer::Connection {
   void reset(const std::stop_token& stop) {
     // A reset throws away what has not been acknowledged.
     int unacknowledged = 0;
-    while (ioctl(socket_.get(), SIOCOUTQ, &unacknowledged) == 0 && unacknowledged > 0 &&
+    while (ioctl(socket_.get(), TIOCOUTQ, &unacknowledged) == 0 && unacknowledged > 0 &&
            !stop.stop_requested()) {
       pause(milliseconds(1), stop);
     }

@@ -130,6 +130,14 @@ bool readNull(ondemand::value& value) {
 
 bool readAnything(ondemand::value& value) { return readAnything(value, 0); }
 
+simdjson::padded_string_view withoutByteOrderMark(simdjson::padded_string_view text) {
+  const auto rest = platform::withoutByteOrderMark(text);
+  const bool marked = platform::withoutByteOrderMark(rest).size() != rest.size();
+  const auto skipped = static_cast<std::size_t>(rest.data() - text.data());
+  return simdjson::padded_string_view(rest.data(), marked ? 0 : rest.size(),
+                                      text.capacity() - skipped);
+}
+
 std::optional<std::string_view> nameOf(ondemand::field& field) {
   std::string_view name;
   if (field.unescaped_key().get(name) || !isText(name)) return std::nullopt;

@@ -39,14 +39,18 @@ namespace ondemand = simdjson::ondemand;
 /// The member's name; the view lives as long as the parser and its text. Once for each field.
 [[nodiscard]] std::optional<std::string_view> nameOf(ondemand::field& field);
 
-/// Reads a text that is one object, or one array, and nothing else; `readRoot` gets it as a
-/// `Root&`. A parser that reads many texts keeps its memory in between.
+/// The text without the byte order mark before it. Empty, which is no JSON, when another mark
+/// follows: only newer versions of simdjson skip that one.
+[[nodiscard]] simdjson::padded_string_view withoutByteOrderMark(simdjson::padded_string_view text);
+
+/// Reads a text that is one object, or one array, and nothing else but a byte order mark before it;
+/// `readRoot` gets it as a `Root&`. A parser that reads many texts keeps its memory in between.
 template <class Root = ondemand::object, class ReadRoot>
 [[nodiscard]] bool readDocument(ondemand::parser& parser, simdjson::padded_string_view text,
                                 ReadRoot&& readRoot) {
   ondemand::document document;
   Root root;
-  return !parser.iterate(text).get(document) && !document.get(root) && readRoot(root) &&
+  return !parser.iterate(withoutByteOrderMark(text)).get(document) && !document.get(root) && readRoot(root) &&
          document.current_location().error() == simdjson::error_code::OUT_OF_BOUNDS;
 }
 

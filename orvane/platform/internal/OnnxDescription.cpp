@@ -137,7 +137,7 @@ std::string labelOf(std::string_view line) {
 std::optional<Error> readLabelFile(const fs::path& file, std::vector<std::string>& labels) {
   const auto content = readNamed(file);
   if (!content) return content.error();
-  std::string_view rest = textOf(content->view());
+  std::string_view rest = platform::withoutByteOrderMark(textOf(content->view()));
   if (!platform::isUtf8(rest)) return onnxError(OnnxProblem::description, file, "not UTF-8");
   while (!rest.empty()) {
     const auto end = rest.find('\n');

@@ -139,7 +139,7 @@ TEST(TagObject, SkipsLinesThatAreNoJsonObject) {
                              R"({"x":)" + deep + "}",
                              R"({"tags":)" + deep,
                              R"({"x":)" + std::string(600, '[') + std::string(600, ']') + "}",
-                             "\xef\xbb\xbf" + good,
+                             "\xef\xbb\xbf\xef\xbb\xbf" + good,
                              "{\"asset_id\":\"\xff\"}"};
   for (const auto& line : bad) {
     EXPECT_EQ(linesOf(line).size(), 0U) << line.substr(0, 80);
@@ -147,7 +147,7 @@ TEST(TagObject, SkipsLinesThatAreNoJsonObject) {
     among.append(line).append("\n\n").append(good);
     EXPECT_EQ(linesOf(among).size(), 2U) << line.substr(0, 80);
   }
-  EXPECT_EQ(linesOf(" { } \r\n{}\n").size(), 2U);
+  EXPECT_EQ(linesOf("\xef\xbb\xbf { } \r\n\xef\xbb\xbf{}\n").size(), 2U);
   EXPECT_FALSE(TagObjectReader("{}\n\xff").isUtf8());
   EXPECT_TRUE(TagObjectReader("{}\n\u00e8").isUtf8());
 }
