@@ -47,8 +47,9 @@ class Transfer {
   /// use the memory again. Only the first call has an effect.
   void report(Result<HttpResponse> result);
 
-  /// Leaves the transfer unreported when the process exits before it has ended.
-  void forgetAtExit() noexcept { reportsAtExit_ = false; }
+  /// Has the transfer reported, as cancelled, when the process exits before it has ended: somebody
+  /// waits for it. Others are left unreported, since whoever takes the report may be gone.
+  void reportAtExit() noexcept { reportsAtExit_ = true; }
   [[nodiscard]] bool reportsAtExit() const noexcept { return reportsAtExit_; }
 
   /// How often `hasStalled` wants to be asked.
@@ -85,7 +86,7 @@ class Transfer {
   std::unique_ptr<curl_slist, ListDeleter> headers_;
   std::string answer_;
   bool answerTooLong_ = false;
-  bool reportsAtExit_ = true;
+  bool reportsAtExit_ = false;
   std::size_t headerLines_ = 0;
   bool headIsInterim_ = false;
   bool headComplete_ = false;  ///< Up to its empty line, and not of an interim answer.
