@@ -14,11 +14,12 @@ namespace orvane {
 /// neither fills nor reads it: what an upload has reached is the host's to save and to remove.
 ///
 /// A map from asset identifier to state, kept in memory and in the file
-/// "multipart_upload_states_v1.json" of the application-support folder. Changes, failures and
-/// threads are as with `UploadStore`: changes return at once and each one rewrites the file as a
-/// whole; nothing reports a failure, a file with any unreadable part makes an empty store and is
-/// kept beside as "multipart_upload_states_v1.json.undecodable"; any thread may call anything, and
-/// an operation that reads waits for the changes queued before it. What is returned is a copy.
+/// "multipart_upload_states_v1.json" of the application-support folder. Changes, failures,
+/// threads, processes and the exit are as with `UploadStore`: changes return at once and each one
+/// rewrites the file as a whole; nothing reports a failure, a file with any unreadable part makes
+/// an empty store and is kept beside as "multipart_upload_states_v1.json.undecodable"; any thread
+/// may call anything, and an operation that reads waits for the changes queued before it. What is
+/// returned is a copy.
 ///
 ///     auto& store = MultipartUploadStore::shared();
 ///     store.save(state);

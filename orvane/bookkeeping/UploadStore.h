@@ -25,7 +25,9 @@ std::vector<std::string> filenamesIn(UploadStore& store,
 /// A map from asset identifier to record, kept in memory and in the file "upload_records_v1.json"
 /// of the application-support folder. Changes return at once and are made in the order of the
 /// calls; each one rewrites the file as a whole, so that after a crash or a power cut it holds the
-/// state before or after a change. A normal exit of the process first finishes the changes queued.
+/// state before or after a change. A normal exit of the process first finishes the changes queued;
+/// a change that is made later, while static objects are destroyed, or for which no thread can be
+/// started, is written by its caller.
 ///
 /// Nothing reports a failure. A file that is missing or has any unreadable part makes an empty
 /// store; what could not be decoded is kept beside it, as "upload_records_v1.json.undecodable",
@@ -35,6 +37,10 @@ std::vector<std::string> filenamesIn(UploadStore& store,
 ///
 /// Threads: any thread may call anything. An operation that reads waits for the changes queued
 /// before it and sees them. What is returned is a copy.
+///
+/// Processes: one at a time should use the store. A second one does not see the changes of the
+/// first and overwrites them with its own map; the file stays whole. A child that was forked after
+/// the first use must not use the store; it may exec, and exit as it likes.
 ///
 ///     auto& store = UploadStore::shared();
 ///     store.upsert(record);

@@ -29,7 +29,12 @@ namespace orvane::platform {
 /// do `Transfer-Encoding` and credentials in the URL; nothing is sent. A request that finds its
 /// kept connection broken before any answer is sent once more on a fresh one.
 ///
-/// Any thread may use a session. Destroying it does not disturb transfers under way.
+/// Where threads or descriptors have run out, requests fail with a POSIX error, and may succeed
+/// later.
+///
+/// Any thread may use a session. Destroying it does not disturb transfers under way. Processes
+/// share nothing. A child that was forked after the first use must start no request; it may destroy
+/// sessions, exec, and exit as it likes.
 class HttpSession {
  public:
   using Completion = std::move_only_function<void(Result<HttpResponse>)>;
@@ -46,6 +51,7 @@ class HttpSession {
   /// be empty) after parts of the body have left, the latest figure only when the queue is busy;
   /// then `completion`, exactly once, unless the process exits before. Neither may throw, and
   /// neither may wait for another callback: the threads they run on are shared by all sessions.
+  /// Where no thread can be started for them, `completion` is called before this returns.
   void start(HttpRequest request, SharedBytes body, Progress progress, Completion completion);
 
   /// Sends the request and blocks until the answer is complete. Needs no thread but the I/O

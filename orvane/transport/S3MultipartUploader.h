@@ -41,6 +41,7 @@ class S3MultipartUploader {
   /// the end of a small file, after each part of a larger one. `completion` is called once, after
   /// every `progress`. Both run on the uploader's own queue, at most 4 callbacks at a time, one at
   /// a time for one upload; failures before anything is sent are reported on the calling thread.
+  /// What happens when the process exits, and more about callbacks, stands in UploadCallbacks.h.
   ///
   /// Errors: `S3Error::invalidURL`; `S3Error::fileReadError` when the file cannot be read, also
   /// while it is being uploaded; `S3Error::httpError` for an answer of 300 or more;

@@ -20,7 +20,8 @@ namespace orvane {
 ///
 /// Errors they share: `S3Error::invalidURL` when configuration and key make no URL (nothing is
 /// sent), `S3Error::httpError` for an answer of 300 or more, and the HTTP client's own errors
-/// (domain `Error::kUrlLoading`) unchanged.
+/// (domain `Error::kUrlLoading`, or `Error::kPosix` where threads or descriptors have run out)
+/// unchanged.
 struct S3Uploader {
   S3Uploader() = delete;
 
@@ -35,9 +36,10 @@ struct S3Uploader {
   /// Puts a local file as one object. The file is read whole into memory and hashed before this
   /// returns; meant for files of moderate size (see `S3MultipartUploader`).
   ///
-  /// `completion` is called exactly once, after any `progress`: at once on the calling thread with
-  /// `invalidURL` or `fileReadError`, otherwise on a queue of this upload's own. `progress` (may be
-  /// empty) gets bytes of the body sent so far and its length.
+  /// `completion` is called exactly once (see UploadCallbacks.h for the exit), after any
+  /// `progress`: at once on the calling thread with `invalidURL` or `fileReadError`, otherwise on a
+  /// queue of this upload's own. `progress` (may be empty) gets bytes of the body sent so far and
+  /// its length.
   static void upload(const std::filesystem::path& fileURL, std::string_view key,
                      std::string_view contentType, const S3Config& config, UploadProgress progress,
                      UploadCompletion completion);

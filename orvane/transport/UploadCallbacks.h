@@ -11,6 +11,17 @@ namespace orvane {
 // engine's blocking calls, but must not wait for another callback: with every thread waiting, none
 // is left to run it. They must not throw.
 //
+// Those threads block every signal but SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP and SIGSYS, and so
+// do all others that the engine or its libraries start: handlers of the host run on the host's own
+// threads, but for handlers of faults, which run where the fault was. A program that a callback
+// starts inherits the mask, and would not heed SIGTERM: start it with a mask of its own
+// (POSIX_SPAWN_SETSIGMASK, or `pthread_sigmask` between fork and exec), or from a thread of the
+// host.
+//
+// Where no thread can be started to run callbacks, `completion` is called at once on the calling
+// thread, with the POSIX error EAGAIN. Where the first request finds no descriptor left, it gets
+// the POSIX error EMFILE. Both may pass.
+//
 // Where a callback is promised "exactly once", that ends with the process: once `main` has returned
 // or `exit` has been called, no callback begins, and uploads under way are left where they are.
 // The exit waits for callbacks that are running, ten seconds at most, before static objects are
