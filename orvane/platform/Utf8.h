@@ -10,6 +10,9 @@ namespace orvane::platform {
 /// U+10FFFF.
 [[nodiscard]] bool isUtf8(std::string_view bytes) noexcept;
 
+/// The bytes with U+FFFD in place of each one that belongs to no well-formed character.
+[[nodiscard]] std::string repairedUtf8(std::string_view bytes);
+
 /// The text without the byte order mark that some editors write before it; one mark, not more.
 [[nodiscard]] constexpr std::string_view withoutByteOrderMark(std::string_view text) noexcept {
   constexpr std::string_view kMark = "\xEF\xBB\xBF";

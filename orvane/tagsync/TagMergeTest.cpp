@@ -129,14 +129,16 @@ TEST_F(TagMergeTest, TagsThatCannotBeWrittenCountAndTheOthersStay) {
                                 "ROLLBACK", "e", "ROLLBACK", "ROLLBACK", "ROLLBACK", "f"}) {
     object += line("k", tag);
   }
+  const std::string longest(1024, 'l');
+  object += line("k", longest + "l") + line("k", longest);
   std::string hopeless;
   for (int i = 0; i < 100; ++i) hopeless += line("k", "ROLLBACK");
   list({"ONE", "TWO"});
   answerObject("ONE", object);
   answerObject("TWO", hopeless + line("k", "g"));
-  EXPECT_EQ(merge(), 115);
+  EXPECT_EQ(merge(), 117);
   EXPECT_THAT(database_.tagsForAsset("mine").value(),
-              UnorderedElementsAre("a", "b", "c", "d", "e", "f", "g"));
+              UnorderedElementsAre("a", "b", "c", "d", "e", "f", "g", longest));
 }
 
 TEST_F(TagMergeTest, ALockedDatabaseLosesTagsAndIsAskedAgain) {
