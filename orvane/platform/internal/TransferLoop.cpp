@@ -211,11 +211,10 @@ void TransferLoop::endCompleted() {
     Transfer* transfer = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
     const CURLcode code = message->data.result;
-    if (transfer->foundClosedConnection(code)) {
-      CURL* easy = transfer->easy();
-      curl_multi_remove_handle(multi_, easy);
-      curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
-      if (curl_multi_add_handle(multi_, easy) == CURLM_OK) continue;
+    if (transfer->maySendAgain(code)) {
+      curl_multi_remove_handle(multi_, transfer->easy());
+      transfer->prepareSecondSend();
+      if (curl_multi_add_handle(multi_, transfer->easy()) == CURLM_OK) continue;
     }
     end(*transfer, transfer->result(code));
   }
