@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <orvane/platform/FileDescriptor.h>
 #include <orvane/platform/HttpSession.h>
 #include <orvane/platform/UrlError.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <atomic>
@@ -105,6 +108,46 @@ TEST(HttpSession, MapsWhatGoesWrongBeforeAnAnswer) {
   for (const auto& [url, code] : cases) {
     EXPECT_EQ(codeOf(HttpSession::shared().sendAndWait(requestTo(url))), code) << url;
   }
+}
+
+/// A port of 127.0.0.2 where connecting gets no answer at all, since nobody accepts.
+class SilentPort {
+ public:
+  explicit SilentPort(std::uint16_t port) {
+    auto* const address = reinterpret_cast<sockaddr*>(&address_);
+    address_.sin_family = AF_INET;
+    address_.sin_port = htons(port);
+    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    EXPECT_EQ(bind(newSocket(), address, sizeof address_), 0);
+    EXPECT_EQ(listen(sockets_.front().get(), 0), 0);
+    for (int i = 0; i < 3; ++i) connect(newSocket(), address, sizeof address_);
+  }
+
+ private:
+  int newSocket() {
+    sockets_.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    return sockets_.back().get();
+  }
+
+  sockaddr_in address_{};
+  std::vector<FileDescriptor> sockets_;
+};
+
+TEST(HttpSession, TriesEveryAddressOfAName) {
+  FaultServer server;
+  const SilentPort silent(server.port());
+  testing::setAddresses("two.example", {"127.0.0.2", "127.0.0.1"});
+  const auto host = "http://two.example:" + std::to_string(server.port());
+  for (const auto& [proxy, url] :
+       {std::pair<std::string, std::string>{"", host + "/"}, {host, "http://elsewhere.example/"}}) {
+    setenv("http_proxy", proxy.c_str(), 1);
+    HttpSession session(1);
+    auto request = requestTo(url);
+    request.timeout = 2s;
+    EXPECT_EQ(codeOf(session.sendAndWait(request)), 0) << url;
+  }
+  unsetenv("http_proxy");
+  EXPECT_EQ(server.requests().size(), 2U);
 }
 
 TEST(HttpSession, RefusesACertificateThatNobodyVouchesFor) {

@@ -197,15 +197,6 @@ std::uint64_t Transfer::bytesMoved() const {
          onWire.received;
 }
 
-void Transfer::setWatched(curl_socket_t socket, bool watched) {
-  std::erase(watched_, socket);
-  if (watched) watched_.push_back(socket);
-}
-
-curl_socket_t Transfer::connectingSocket() const {
-  return connection_ || watched_.empty() ? CURL_SOCKET_BAD : watched_.front();
-}
-
 std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count,
                                void* self) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);

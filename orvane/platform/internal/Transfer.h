@@ -60,10 +60,7 @@ class Transfer {
   /// Whether the time limit has passed without a byte moving in either direction.
   [[nodiscard]] bool hasStalled(Clock::time_point now);
 
-  /// Takes note that the library watches `socket` for this transfer, or no longer does.
-  void setWatched(curl_socket_t socket, bool watched);
-  /// A socket of a transfer that is still connecting; CURL_SOCKET_BAD if there is none.
-  [[nodiscard]] curl_socket_t connectingSocket() const;
+  [[nodiscard]] bool isConnecting() const noexcept { return connection_ == nullptr; }
 
  private:
   struct ListDeleter {
@@ -101,8 +98,7 @@ class Transfer {
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 
-  std::vector<curl_socket_t> opened_;  ///< For this transfer, the failed ones too.
-  std::vector<curl_socket_t> watched_;
+  std::vector<curl_socket_t> opened_;           ///< For this transfer, the failed ones too.
   std::shared_ptr<WireConnection> connection_;  ///< None before it is connected.
   WireConnection::Bytes movedBefore_;           ///< By earlier requests.
   bool libraryBeganAnew_ = false;

@@ -222,17 +222,22 @@ void TransferLoop::endCompleted() {
 
 void TransferLoop::endStalled(Clock::time_point now) {
   nextStallCheck_ = Clock::time_point::max();
+  bool isConnecting = false;
   std::vector<Transfer*> stalled;
   for (const auto& transfer : active_) {
     if (transfer->hasStalled(now)) {
       stalled.push_back(transfer.get());
     } else {
       nextStallCheck_ = std::min(nextStallCheck_, now + transfer->checkInterval());
+      isConnecting |= transfer->isConnecting();
     }
   }
   for (const auto* transfer : stalled) {
     end(*transfer, std::unexpected(urlError(UrlErrorCode::timedOut)));
   }
+  // Between the addresses of a name the library has neither a socket nor an alarm to wake it.
+  int running = 0;
+  if (isConnecting) curl_multi_perform(multi_, &running);
 }
 
 /// Wakes the I/O thread in time; an alarm that comes too early finds nothing to do, which is
