@@ -226,6 +226,20 @@ TEST(HttpSession, TreatsHalfAnAnswerAsALostConnection) {
   }
 }
 
+TEST(HttpSession, HearsAnEarlyRefusal) {
+  int unheard = 0;
+  for (int i = 0; i < 600; ++i) {
+    FaultServer server;
+    server.queue({.answer = answerText(403, "no"),
+                  .readAtMost = static_cast<std::size_t>(i) * 10'000,
+                  .end = Reaction::End::reset});
+    const auto response =
+        HttpSession::shared().sendAndWait(requestTo(server.url(), "PUT"), bodyOf(8'000'000));
+    if (!response || response->status != 403) ++unheard;
+  }
+  EXPECT_EQ(unheard, 0);
+}
+
 TEST(HttpSession, TakesNoAnswerThatEndsTooSoon) {
   FaultServer server;
   for (const auto& whole : {answerText(200, "body", {{"ETag", "\"abc\""}}),
