@@ -26,8 +26,11 @@ namespace orvane::platform {
 ///
 /// Errors: the domain `Error::kUrlLoading` with a code of `UrlErrorCode`. Any status is a success
 /// here. A method or header field that holds CR, LF or NUL fails with badURL, and so
-/// do `Transfer-Encoding` and credentials in the URL; nothing is sent. A request that finds its
-/// kept connection broken before any answer is sent once more on a fresh one.
+/// do `Transfer-Encoding` and credentials in the URL; nothing is sent.
+///
+/// A request is sent once. A second time, on a fresh connection, it is sent only when its kept
+/// connection turns out to have been closed before the server could read any of it; a POST not even
+/// then. Otherwise a connection that ends without an answer is the error networkConnectionLost.
 ///
 /// Any thread may use a session. Destroying it does not disturb transfers under way.
 class HttpSession {

@@ -92,14 +92,16 @@ class FaultServer::Connection {
   }
   ~Connection() {
     thread_.request_stop();
-    {
-      const std::lock_guard lock(closing_);
-      if (socket_) shutdown(socket_.get(), SHUT_RDWR);
-    }
+    end();
     thread_.join();
   }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
+
+  void end() {
+    const std::lock_guard lock(closing_);
+    if (socket_) shutdown(socket_.get(), SHUT_RDWR);
+  }
 
  private:
   void serve(const std::stop_token& stop) {
@@ -286,6 +288,11 @@ std::vector<RecordedRequest> FaultServer::waitForRequests(std::size_t count) con
 std::size_t FaultServer::connectionCount() const {
   const std::lock_guard lock(mutex_);
   return connections_.size();
+}
+
+void FaultServer::closeConnections() {
+  const std::lock_guard lock(mutex_);
+  for (const auto& connection : connections_) connection->end();
 }
 
 }  // namespace orvane::testing

@@ -2,7 +2,7 @@
 #include <orvane/platform/UrlError.h>
 #include <orvane/platform/internal/CurlError.h>
 #include <orvane/platform/internal/Transfer.h>
-#include <orvane/platform/internal/WireProgress.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <new>
@@ -85,7 +85,9 @@ void Transfer::attach(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
   curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, &Transfer::onConnected);
   curl_easy_setopt(easy, CURLOPT_PREREQDATA, this);
-  watchSockets(easy);
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &Transfer::onOpen);
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+  WireConnection::watchClosing(easy);
   setBody();
   setHeaders();
 }
@@ -129,10 +131,22 @@ void Transfer::addHeader(const std::string& line) {
   headers_.reset(longer);
 }
 
-bool Transfer::foundClosedConnection(CURLcode code) const {
-  long connectionsMade = 0;
-  curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &connectionsMade);
-  return code == CURLE_SEND_ERROR && connectionsMade == 0 && headerLines_ == 0;
+bool Transfer::maySendAgain(CURLcode code) const {
+  const bool keptConnection = connection_ && opened_.empty();
+  if (code == CURLE_OK || !keptConnection || sentTwice_ || request_.method == "POST") return false;
+  // All that a peer sends, its close too, acknowledges what has reached it by then. If something
+  // came, and it acknowledged nothing, the peer had closed before any of the request was there. A
+  // reset alone proves nothing: the peer may have read everything and not acknowledged it yet.
+  const auto moved = connection_->moved();
+  return headerLines_ == 0 && moved.acknowledged == movedBefore_.acknowledged &&
+         moved.received > movedBefore_.received;
+}
+
+void Transfer::prepareSecondSend() {
+  sentTwice_ = true;
+  libraryBeganAnew_ = false;
+  connection_ = nullptr;
+  curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, 1L);
 }
 
 Result<HttpResponse> Transfer::result(CURLcode code) {
@@ -140,6 +154,7 @@ Result<HttpResponse> Transfer::result(CURLcode code) {
   // The library is content with a head that breaks off.
   if (code == CURLE_OK && !headComplete_) code = CURLE_PARTIAL_FILE;
   if (code == CURLE_OK) return takeResponse();
+  if (libraryBeganAnew_) code = CURLE_GOT_NOTHING;
   long osError = 0;
   curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &osError);
   return std::unexpected(errorOf(code, osError));
@@ -177,7 +192,9 @@ bool Transfer::hasStalled(Clock::time_point now) {
 }
 
 std::uint64_t Transfer::bytesMoved() const {
-  return static_cast<std::uint64_t>(bytesSent_ + bytesReceived_) + bytesOnWire(localPort_);
+  const auto onWire = connection_ ? connection_->moved() : WireConnection::Bytes{};
+  return static_cast<std::uint64_t>(bytesSent_ + bytesReceived_) + onWire.acknowledged +
+         onWire.received;
 }
 
 std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count,
@@ -209,10 +226,40 @@ std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count, vo
   return 0;
 }
 
-int Transfer::onConnected(void* self, char* /*remoteAddress*/, char* /*localAddress*/,
-                          int /*remotePort*/, int localPort) noexcept {
-  static_cast<Transfer*>(self)->localPort_ = localPort;
+curl_socket_t Transfer::onOpen(void* self, curlsocktype /*purpose*/,
+                               curl_sockaddr* address) noexcept try {
+  auto& transfer = *static_cast<Transfer*>(self);
+  if (transfer.connection_) {
+    transfer.libraryBeganAnew_ = true;
+    return CURL_SOCKET_BAD;
+  }
+  transfer.opened_.reserve(transfer.opened_.size() + 1);
+  const int opened = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  if (opened >= 0) transfer.opened_.push_back(opened);
+  return opened;
+} catch (const std::bad_alloc&) {
+  return CURL_SOCKET_BAD;
+}
+
+/// Runs before each sending of the request. The library begins anew by itself, up to six times,
+/// when a kept connection ends without an answer, whatever the server has read by then; here it is
+/// kept from that.
+int Transfer::onConnected(void* self, char* remoteAddress, char* localAddress, int remotePort,
+                          int localPort) noexcept try {
+  auto& transfer = *static_cast<Transfer*>(self);
+  if (transfer.connection_) {
+    transfer.libraryBeganAnew_ = true;
+    return CURL_PREREQFUNC_ABORT;
+  }
+  transfer.connection_ = WireConnection::between({.localAddress = localAddress,
+                                                  .localPort = localPort,
+                                                  .remoteAddress = remoteAddress,
+                                                  .remotePort = remotePort},
+                                                 transfer.opened_);
+  transfer.movedBefore_ = transfer.connection_->moved();
   return CURL_PREREQFUNC_OK;
+} catch (const std::bad_alloc&) {
+  return CURL_PREREQFUNC_ABORT;
 }
 
 int Transfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_off_t received,

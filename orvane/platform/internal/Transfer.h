@@ -6,6 +6,7 @@
 #include <orvane/platform/HttpRequest.h>
 #include <orvane/platform/HttpResponse.h>
 #include <orvane/platform/internal/ConnectionCache.h>
+#include <orvane/platform/internal/WireConnection.h>
 
 #include <chrono>
 #include <cstdint>
@@ -13,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace orvane::platform {
 
@@ -36,9 +38,10 @@ class Transfer {
   void attach(CURL* easy);
   [[nodiscard]] CURL* easy() const noexcept { return easy_; }
 
-  /// Whether a transfer that ended with `code` found its kept connection closed: the library begins
-  /// such a request anew by itself, but not when the close came while it was sending.
-  [[nodiscard]] bool foundClosedConnection(CURLcode code) const;
+  /// Whether the request may be sent a second time, on a fresh connection: not a POST, only once,
+  /// and only when its kept connection was closed before the server could read any of it.
+  [[nodiscard]] bool maySendAgain(CURLcode code) const;
+  void prepareSecondSend();
 
   /// The outcome, once the client library says that the transfer has ended with `code`.
   [[nodiscard]] Result<HttpResponse> result(CURLcode code);
@@ -57,6 +60,8 @@ class Transfer {
   /// Whether the time limit has passed without a byte moving in either direction.
   [[nodiscard]] bool hasStalled(Clock::time_point now);
 
+  [[nodiscard]] bool isConnecting() const noexcept { return connection_ == nullptr; }
+
  private:
   struct ListDeleter {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -70,6 +75,7 @@ class Transfer {
 
   static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* self) noexcept;
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept;
+  static curl_socket_t onOpen(void* self, curlsocktype purpose, curl_sockaddr* address) noexcept;
   static int onConnected(void* self, char* remoteAddress, char* localAddress, int remotePort,
                          int localPort) noexcept;
   static int onProgress(void* self, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
@@ -92,7 +98,12 @@ class Transfer {
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 
-  int localPort_ = 0;
+  std::vector<curl_socket_t> opened_;           ///< For this transfer, the failed ones too.
+  std::shared_ptr<WireConnection> connection_;  ///< None before it is connected.
+  WireConnection::Bytes movedBefore_;           ///< By earlier requests.
+  bool libraryBeganAnew_ = false;
+  bool sentTwice_ = false;
+
   std::uint64_t bytesAtLastMove_ = 0;
   Clock::time_point lastMove_;
 };
