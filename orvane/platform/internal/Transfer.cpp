@@ -1,5 +1,6 @@
 #include <orvane/platform/Ascii.h>
 #include <orvane/platform/UrlError.h>
+#include <orvane/platform/Utf8.h>
 #include <orvane/platform/internal/CurlError.h>
 #include <orvane/platform/internal/Transfer.h>
 #include <sys/socket.h>
@@ -20,6 +21,10 @@ constexpr long kUploadBufferSize = 512L * 1024;
 /// More fields than any store sends; combining them takes time that grows with the square.
 constexpr std::size_t kMaximumHeaderLines = 1000;
 constexpr long kReceiveBufferSize = 64L * 1024;
+/// Errors begin here.
+constexpr int kFirstFailureStatus = 300;
+/// So much is kept of a body that nobody needs whole: enough for any text that explains an error.
+constexpr std::size_t kBodyKept = std::size_t{1} << 20;
 
 bool isToken(std::string_view text) {
   constexpr std::string_view kAllowed =
@@ -151,6 +156,7 @@ void Transfer::prepareSecondSend() {
 
 Result<HttpResponse> Transfer::result(CURLcode code) {
   if (answerTooLong_) return std::unexpected(urlError(UrlErrorCode::dataLengthExceedsMaximum));
+  if (answerIsEnough_) code = CURLE_OK;
   // The library is content with a head that breaks off.
   if (code == CURLE_OK && !headComplete_) code = CURLE_PARTIAL_FILE;
   if (code == CURLE_OK) return takeResponse();
@@ -168,15 +174,20 @@ void Transfer::report(Result<HttpResponse> result) {
 
 HttpResponse Transfer::takeResponse() {
   HttpResponse response;
-  long status = 0;
-  curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
-  response.status = static_cast<int>(status);
+  response.status = status();
   curl_header* field = nullptr;
   while ((field = curl_easy_nextheader(easy_, CURLH_HEADER, -1, field)) != nullptr) {
     response.headers.append(field->name, field->value);
   }
+  if (answer_.size() < bodyBytes_) answer_.resize(wholeCharacters(answer_).size());
   response.body = std::move(answer_);
   return response;
+}
+
+int Transfer::status() const {
+  long status = 0;
+  curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+  return static_cast<int>(status);
 }
 
 std::chrono::milliseconds Transfer::checkInterval() const {
@@ -215,15 +226,23 @@ std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count,
 
 std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept
     try {
-  auto& transfer = *static_cast<Transfer*>(self);
-  const std::size_t length = size * count;
-  transfer.answerTooLong_ = length > transfer.request_.maximumAnswerSize - transfer.answer_.size();
-  if (transfer.answerTooLong_) return 0;
-  transfer.answer_.append(data, length);
-  return length;
+  const std::string_view piece(data, size * count);
+  return static_cast<Transfer*>(self)->receive(piece) ? piece.size() : 0;
 } catch (const std::bad_alloc&) {
   static_cast<Transfer*>(self)->answerTooLong_ = true;
   return 0;
+}
+
+bool Transfer::receive(std::string_view piece) {
+  const bool neededWhole = request_.needsWholeAnswer && status() < kFirstFailureStatus;
+  bodyBytes_ += piece.size();
+  if (bodyBytes_ > request_.maximumAnswerSize) {
+    (neededWhole ? answerTooLong_ : answerIsEnough_) = true;
+    return false;
+  }
+  answer_.append(neededWhole ? piece
+                             : piece.substr(0, kBodyKept - std::min(kBodyKept, answer_.size())));
+  return true;
 }
 
 curl_socket_t Transfer::onOpen(void* self, curlsocktype /*purpose*/,

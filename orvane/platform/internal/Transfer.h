@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvane::platform {
@@ -70,6 +71,9 @@ class Transfer {
   void setHeaders();
   void setBody();
   void addHeader(const std::string& line);
+  [[nodiscard]] int status() const;
+  /// Takes a piece of the body; false when the transfer is to end there.
+  [[nodiscard]] bool receive(std::string_view piece);
   [[nodiscard]] HttpResponse takeResponse();
   [[nodiscard]] std::uint64_t bytesMoved() const;
 
@@ -90,7 +94,9 @@ class Transfer {
   CURL* easy_ = nullptr;
   std::unique_ptr<curl_slist, ListDeleter> headers_;
   std::string answer_;
-  bool answerTooLong_ = false;
+  std::size_t bodyBytes_ = 0;    ///< Received so far, those that were dropped included.
+  bool answerTooLong_ = false;   ///< Longer than allowed, although it is needed whole.
+  bool answerIsEnough_ = false;  ///< Ended early: longer than allowed, and not needed whole.
   bool reportsAtExit_ = true;
   std::size_t headerLines_ = 0;
   bool headIsInterim_ = false;
