@@ -5,8 +5,7 @@
 
 namespace orvane::platform {
 
-/// The URL-loading error for a failed transfer; `osError` is the errno value of its last system
-/// call, or 0.
-[[nodiscard]] Error errorOf(CURLcode code, long osError);
+/// The URL-loading error for a transfer that ended with `code`, which is a failure.
+[[nodiscard]] Error errorOf(CURL* easy, CURLcode code);
 
 }  // namespace orvane::platform

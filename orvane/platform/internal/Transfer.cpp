@@ -3,6 +3,7 @@
 #include <orvane/platform/Utf8.h>
 #include <orvane/platform/internal/CurlError.h>
 #include <orvane/platform/internal/Transfer.h>
+#include <orvane/platform/internal/TrustedAuthorities.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -93,6 +94,7 @@ void Transfer::attach(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &Transfer::onOpen);
   curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
   WireConnection::watchClosing(easy);
+  setTrustedAuthorities(easy);
   setBody();
   setHeaders();
 }
@@ -161,9 +163,7 @@ Result<HttpResponse> Transfer::result(CURLcode code) {
   if (code == CURLE_OK && !headComplete_) code = CURLE_PARTIAL_FILE;
   if (code == CURLE_OK) return takeResponse();
   if (libraryBeganAnew_) code = CURLE_GOT_NOTHING;
-  long osError = 0;
-  curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &osError);
-  return std::unexpected(errorOf(code, osError));
+  return std::unexpected(errorOf(easy_, code));
 }
 
 void Transfer::report(Result<HttpResponse> result) {
