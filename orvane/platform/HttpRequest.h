@@ -15,7 +15,8 @@ struct HttpRequest {
   Url url;
   HttpHeaders headers;
 
-  /// How long the transfer may go without progress; it may take longer in all.
+  /// How long the transfer may go without progress; it may take longer in all. At least 1 ms; more
+  /// than 24 days count as 24.
   std::chrono::milliseconds timeout = std::chrono::seconds(60);
 
   /// More of an answer's body is never read. A longer one fails with dataLengthExceedsMaximum if

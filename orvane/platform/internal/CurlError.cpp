@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <string>
+#include <system_error>
 
 namespace orvane::platform {
 namespace {
@@ -88,18 +89,49 @@ const char* certificateFault(long verification) {
   }
 }
 
-std::string detailOf(CURL* easy, CURLcode code) {
-  if (code == CURLE_SSL_CACERT_BADFILE) return "the system has no bundle of authorities";
-  if (code != CURLE_PEER_FAILED_VERIFICATION) return curl_easy_strerror(code);
-  const long proxy = figure(easy, CURLINFO_PROXY_SSL_VERIFYRESULT);
-  if (proxy != X509_V_OK) return std::string("of the proxy: ") + certificateFault(proxy);
-  return certificateFault(figure(easy, CURLINFO_SSL_VERIFYRESULT));
+std::string detailOf(CURL* easy, CURLcode code, int osError) {
+  switch (code) {
+    case CURLE_COULDNT_CONNECT:
+      return osError != 0 ? std::generic_category().message(osError) : curl_easy_strerror(code);
+    case CURLE_LOGIN_DENIED:
+      return "the URL holds a user name or a password";
+    case CURLE_SSL_CACERT_BADFILE:
+      return "the system has no bundle of authorities";
+    case CURLE_PEER_FAILED_VERIFICATION: {
+      const long proxy = figure(easy, CURLINFO_PROXY_SSL_VERIFYRESULT);
+      if (proxy != X509_V_OK) return std::string("of the proxy: ") + certificateFault(proxy);
+      return certificateFault(figure(easy, CURLINFO_SSL_VERIFYRESULT));
+    }
+    default:
+      return curl_easy_strerror(code);
+  }
 }
 
 }  // namespace
 
-Error errorOf(CURL* easy, CURLcode code) {
-  return urlError(codeOf(code, figure(easy, CURLINFO_OS_ERRNO)), detailOf(easy, code));
+Error errorOf(CURL* easy, CURLcode code, int openFailure) {
+  constexpr long kFirstFailureStatus = 300;
+  constexpr long kProxyAuthenticationRequired = 407;
+  const long proxyStatus = figure(easy, CURLINFO_HTTP_CONNECTCODE);
+  if (proxyStatus == kProxyAuthenticationRequired) {
+    return urlError(UrlErrorCode::userAuthenticationRequired);
+  }
+  if (proxyStatus >= kFirstFailureStatus) {
+    return urlError(UrlErrorCode::cannotConnectToHost,
+                    "the proxy answers " + std::to_string(proxyStatus));
+  }
+  const int osError =
+      openFailure != 0 ? openFailure : static_cast<int>(figure(easy, CURLINFO_OS_ERRNO));
+  return urlError(codeOf(code, osError), detailOf(easy, code, osError));
+}
+
+bool isLineTooLong(CURL* easy, CURLcode code) {
+#if LIBCURL_VERSION_NUM >= 0x080600
+  if (code == CURLE_TOO_LARGE) return true;
+#endif
+  curl_off_t answeredAfter = 0;
+  curl_easy_getinfo(easy, CURLINFO_STARTTRANSFER_TIME_T, &answeredAfter);
+  return code == CURLE_OUT_OF_MEMORY && answeredAfter > 0;
 }
 
 }  // namespace orvane::platform

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -19,8 +20,8 @@ using namespace std::chrono_literals;
 /// Above this the client library sends the body apart from the head, in pieces of its buffer.
 constexpr std::size_t kSmallBody = std::size_t{64} * 1024;
 constexpr long kUploadBufferSize = 512L * 1024;
-/// More fields than any store sends; combining them takes time that grows with the square.
-constexpr std::size_t kMaximumHeaderLines = 1000;
+/// The client library counts the milliseconds in an int.
+constexpr std::chrono::milliseconds kLongestTimeout = std::chrono::days(24);
 constexpr long kReceiveBufferSize = 64L * 1024;
 /// Errors begin here.
 constexpr int kFirstFailureStatus = 300;
@@ -46,7 +47,9 @@ Transfer::Transfer(std::shared_ptr<ConnectionCache> connections, HttpRequest req
       request_(std::move(request)),
       body_(std::move(body)),
       sent_(std::move(sent)),
-      finished_(std::move(finished)) {}
+      finished_(std::move(finished)) {
+  request_.timeout = std::clamp(request_.timeout, 1ms, kLongestTimeout);
+}
 
 std::optional<Error> Transfer::refusal() const {
   if (!isToken(request_.method)) return urlError(UrlErrorCode::badURL, "method");
@@ -145,7 +148,7 @@ bool Transfer::maySendAgain(CURLcode code) const {
   // came, and it acknowledged nothing, the peer had closed before any of the request was there. A
   // reset alone proves nothing: the peer may have read everything and not acknowledged it yet.
   const auto moved = connection_->moved();
-  return headerLines_ == 0 && moved.acknowledged == movedBefore_.acknowledged &&
+  return !head_.hasBegun() && moved.acknowledged == movedBefore_.acknowledged &&
          moved.received > movedBefore_.received;
 }
 
@@ -157,13 +160,15 @@ void Transfer::prepareSecondSend() {
 }
 
 Result<HttpResponse> Transfer::result(CURLcode code) {
-  if (answerTooLong_) return std::unexpected(urlError(UrlErrorCode::dataLengthExceedsMaximum));
+  if (answerTooLong_ || (!head_.isComplete() && isLineTooLong(easy_, code))) {
+    return std::unexpected(urlError(UrlErrorCode::dataLengthExceedsMaximum));
+  }
   if (answerIsEnough_) code = CURLE_OK;
   // The library is content with a head that breaks off.
-  if (code == CURLE_OK && !headComplete_) code = CURLE_PARTIAL_FILE;
+  if (code == CURLE_OK && !head_.isComplete()) code = CURLE_PARTIAL_FILE;
   if (code == CURLE_OK) return takeResponse();
   if (libraryBeganAnew_) code = CURLE_GOT_NOTHING;
-  return std::unexpected(errorOf(easy_, code));
+  return std::unexpected(errorOf(easy_, code, openFailure_));
 }
 
 void Transfer::report(Result<HttpResponse> result) {
@@ -175,10 +180,7 @@ void Transfer::report(Result<HttpResponse> result) {
 HttpResponse Transfer::takeResponse() {
   HttpResponse response;
   response.status = status();
-  curl_header* field = nullptr;
-  while ((field = curl_easy_nextheader(easy_, CURLH_HEADER, -1, field)) != nullptr) {
-    response.headers.append(field->name, field->value);
-  }
+  response.headers = head_.takeHeaders();
   if (answer_.size() < bodyBytes_) answer_.resize(wholeCharacters(answer_).size());
   response.body = std::move(answer_);
   return response;
@@ -208,20 +210,14 @@ std::uint64_t Transfer::bytesMoved() const {
          onWire.received;
 }
 
-std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count,
-                               void* self) noexcept {
+std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count, void* self) noexcept
+    try {
   auto& transfer = *static_cast<Transfer*>(self);
-  const std::string_view line(data, size * count);
-  // An interim answer (100 to 199) is followed by the head of another one; after 101, which no
-  // request here asks for, the library takes what comes for a body, and the answer stays
-  // incomplete.
-  if (line.starts_with("HTTP/")) {
-    transfer.headIsInterim_ = line.substr(line.find(' ') + 1).starts_with('1');
-  } else if (line == "\r\n" || line == "\n") {
-    transfer.headComplete_ = !transfer.headIsInterim_;
-  }
-  transfer.answerTooLong_ = ++transfer.headerLines_ > kMaximumHeaderLines;
+  transfer.answerTooLong_ = !transfer.head_.read({data, size * count});
   return transfer.answerTooLong_ ? 0 : size * count;
+} catch (const std::bad_alloc&) {
+  static_cast<Transfer*>(self)->answerTooLong_ = true;
+  return 0;
 }
 
 std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept
@@ -254,6 +250,7 @@ curl_socket_t Transfer::onOpen(void* self, curlsocktype /*purpose*/,
   }
   transfer.opened_.reserve(transfer.opened_.size() + 1);
   const int opened = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  transfer.openFailure_ = opened < 0 ? errno : 0;
   if (opened >= 0) transfer.opened_.push_back(opened);
   return opened;
 } catch (const std::bad_alloc&) {

@@ -6,6 +6,7 @@
 #include <orvane/platform/HttpRequest.h>
 #include <orvane/platform/HttpResponse.h>
 #include <orvane/platform/internal/ConnectionCache.h>
+#include <orvane/platform/internal/ResponseHead.h>
 #include <orvane/platform/internal/WireConnection.h>
 
 #include <chrono>
@@ -98,12 +99,11 @@ class Transfer {
   bool answerTooLong_ = false;   ///< Longer than allowed, although it is needed whole.
   bool answerIsEnough_ = false;  ///< Ended early: longer than allowed, and not needed whole.
   bool reportsAtExit_ = true;
-  std::size_t headerLines_ = 0;
-  bool headIsInterim_ = false;
-  bool headComplete_ = false;  ///< Up to its empty line, and not of an interim answer.
+  ResponseHead head_;
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 
+  int openFailure_ = 0;  ///< The errno value with which the last attempt to open a socket failed.
   std::vector<curl_socket_t> opened_;           ///< For this transfer, the failed ones too.
   std::shared_ptr<WireConnection> connection_;  ///< None before it is connected.
   WireConnection::Bytes movedBefore_;           ///< By earlier requests.
