@@ -1,5 +1,6 @@
 #include <orvane/platform/Utf8.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -76,6 +77,16 @@ std::string repairedUtf8(std::string_view bytes) {
     text.append("\xEF\xBF\xBD");
     bytes.remove_prefix(length + 1);
   }
+}
+
+std::string_view wholeCharacters(std::string_view text) noexcept {
+  constexpr std::size_t kLongestCut = 3;
+  for (std::size_t length = 1; length <= std::min(kLongestCut, text.size()); ++length) {
+    const auto end = text.substr(text.size() - length);
+    if (isWithin(static_cast<unsigned char>(end.front()), 0x80, 0xBF)) continue;
+    return sequenceLength(end) == 0 ? text.substr(0, text.size() - length) : text;
+  }
+  return text;
 }
 
 std::string utf8Of(std::uint32_t codePoint) {

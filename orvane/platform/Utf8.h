@@ -19,6 +19,9 @@ namespace orvane::platform {
   return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
 }
 
+/// The text without the incomplete character at its end, if it was cut within one.
+[[nodiscard]] std::string_view wholeCharacters(std::string_view text) noexcept;
+
 /// The UTF-8 form of one code point; empty for surrogates and above U+10FFFF.
 [[nodiscard]] std::string utf8Of(std::uint32_t codePoint);
 

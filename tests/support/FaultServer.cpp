@@ -126,7 +126,9 @@ class FaultServer::Connection {
     const std::size_t sent = std::min(reaction.answer.size(), reaction.sendAtMost);
     if (!inPieces(read, reaction.readPace, stop, readBody)) return false;
     if (reaction.gate) reaction.gate->wait(stop);
-    if (!inPieces(sent, reaction.sendPace, stop, sendAnswer)) return false;
+    do {
+      if (!inPieces(sent, reaction.sendPace, stop, sendAnswer)) return false;
+    } while (reaction.end == Reaction::End::repeat);
     return finish(reaction.end, bodySize - read, stop);
   }
 
@@ -145,6 +147,8 @@ class FaultServer::Connection {
         return false;
       case Reaction::End::stall:
         Gate().wait(stop);
+        return false;
+      case Reaction::End::repeat:
         return false;
     }
     return false;

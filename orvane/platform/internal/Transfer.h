@@ -6,6 +6,7 @@
 #include <orvane/platform/HttpRequest.h>
 #include <orvane/platform/HttpResponse.h>
 #include <orvane/platform/internal/ConnectionCache.h>
+#include <orvane/platform/internal/ResponseHead.h>
 #include <orvane/platform/internal/WireConnection.h>
 
 #include <chrono>
@@ -14,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvane::platform {
@@ -70,6 +72,9 @@ class Transfer {
   void setHeaders();
   void setBody();
   void addHeader(const std::string& line);
+  [[nodiscard]] int status() const;
+  /// Takes a piece of the body; false when the transfer is to end there.
+  [[nodiscard]] bool receive(std::string_view piece);
   [[nodiscard]] HttpResponse takeResponse();
   [[nodiscard]] std::uint64_t bytesMoved() const;
 
@@ -90,14 +95,15 @@ class Transfer {
   CURL* easy_ = nullptr;
   std::unique_ptr<curl_slist, ListDeleter> headers_;
   std::string answer_;
-  bool answerTooLong_ = false;
+  std::size_t bodyBytes_ = 0;    ///< Received so far, those that were dropped included.
+  bool answerTooLong_ = false;   ///< Longer than allowed, although it is needed whole.
+  bool answerIsEnough_ = false;  ///< Ended early: longer than allowed, and not needed whole.
   bool reportsAtExit_ = true;
-  std::size_t headerLines_ = 0;
-  bool headIsInterim_ = false;
-  bool headComplete_ = false;  ///< Up to its empty line, and not of an interim answer.
+  ResponseHead head_;
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 
+  int openFailure_ = 0;  ///< The errno value with which the last attempt to open a socket failed.
   std::vector<curl_socket_t> opened_;           ///< For this transfer, the failed ones too.
   std::shared_ptr<WireConnection> connection_;  ///< None before it is connected.
   WireConnection::Bytes movedBefore_;           ///< By earlier requests.
