@@ -24,7 +24,7 @@ MultipartUploadStore::~MultipartUploadStore() = default;
 MultipartUploadStore& MultipartUploadStore::shared() {
   // Never destroyed: other static objects of the host may still call it while the process exits.
   static auto& instance = *new MultipartUploadStore;
-  static const internal::DrainAtExit drainAtExit(instance.implementation_->store);
+  [[maybe_unused]] static const bool drains = instance.implementation_->store.drainAtExit();
   return instance;
 }
 

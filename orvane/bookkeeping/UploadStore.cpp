@@ -32,7 +32,7 @@ UploadStore::~UploadStore() = default;
 UploadStore& UploadStore::shared() {
   // Never destroyed: other static objects of the host may still call it while the process exits.
   static auto& instance = *new UploadStore;
-  static const internal::DrainAtExit drainAtExit(instance.implementation_->store);
+  [[maybe_unused]] static const bool drains = instance.implementation_->store.drainAtExit();
   return instance;
 }
 

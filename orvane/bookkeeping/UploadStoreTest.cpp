@@ -179,12 +179,6 @@ TEST(UploadStoreTest, FilesRecordsUnderTheNamesThatItReads) {
                                   store().record("K")->encodeJson().value() + "}");
 }
 
-TEST(UploadStoreTest, QueuedChangesSurviveANormalExit) {
-  EXPECT_EQ(contentsAfterRestart({"a", "b", "c"}), "");
-  EXPECT_EQ(contentsAfterRestart(),
-            linesOf({make("a", pending), make("b", pending), make("c", pending)}));
-}
-
 TEST(UploadStoreTest, KeepsAnUndecodableFileAside) {
   const std::string good = kGood;
   auto unknownStatus = good;

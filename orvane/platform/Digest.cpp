@@ -6,6 +6,7 @@
 #include <new>
 #include <span>
 #include <string_view>
+#include <utility>
 
 namespace orvane::platform {
 namespace {
@@ -17,8 +18,11 @@ constexpr std::size_t kBlockSize = 64;
 class Hasher {
  public:
   static Hasher& ofThisThread() {
-    thread_local Hasher hasher;
-    return hasher;
+    // Static objects that are destroyed after those of the thread may still sign a request.
+    thread_local constinit Hasher* hasher = nullptr;
+    thread_local const Cleanup cleanup(hasher);
+    if (hasher == nullptr) hasher = new Hasher;
+    return *hasher;
   }
 
   void begin() { check(EVP_DigestInit_ex2(context_.get(), nullptr, nullptr)); }
@@ -31,6 +35,15 @@ class Hasher {
   }
 
  private:
+  struct Cleanup {
+    explicit Cleanup(Hasher*& hasher) noexcept : hasher_(hasher) {}
+    ~Cleanup() { delete std::exchange(hasher_, nullptr); }
+    Cleanup(const Cleanup&) = delete;
+    Cleanup& operator=(const Cleanup&) = delete;
+
+    Hasher*& hasher_;
+  };
+
   Hasher() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
     // Never freed: threads may still hash while the process exits.
     static EVP_MD* const algorithm = EVP_MD_fetch(nullptr, "SHA256", nullptr);

@@ -1,11 +1,14 @@
+#include <orvane/platform/BackgroundQueue.h>
 #include <orvane/platform/HttpSession.h>
 #include <orvane/platform/OperationQueue.h>
+#include <orvane/platform/PosixError.h>
 #include <orvane/platform/internal/ConnectionCache.h>
 #include <orvane/platform/internal/Suspension.h>
 #include <orvane/platform/internal/Transfer.h>
 #include <orvane/platform/internal/TransferLoop.h>
 
 #include <boost/asio/cancellation_type.hpp>
+#include <cerrno>
 #include <future>
 #include <mutex>
 #include <optional>
@@ -83,7 +86,6 @@ Async<HttpResponse> sendOver(std::shared_ptr<ConnectionCache> connections, HttpR
         auto transfer =
             std::make_shared<Transfer>(std::move(connections), std::move(request), std::move(body),
                                        Transfer::Sent{}, std::move(resume));
-        transfer->forgetAtExit();  // By then the host's executor may be gone.
         if (cancellation.is_connected()) {
           cancellation.assign([weak = std::weak_ptr(transfer)](asio::cancellation_type /*type*/) {
             if (auto running = weak.lock()) TransferLoop::shared().cancel(*running);
@@ -112,6 +114,9 @@ HttpSession& HttpSession::shared() {
 
 void HttpSession::start(HttpRequest request, SharedBytes body, Progress progress,
                         Completion completion) {
+  if (!BackgroundQueue::hasThread()) {
+    return completion(std::unexpected(posixError(EAGAIN, "start a thread")));
+  }
   const bool wantsProgress = static_cast<bool>(progress);
   auto reports =
       std::make_shared<Reports>(state_->callbacks, std::move(progress), std::move(completion));
@@ -127,11 +132,13 @@ void HttpSession::start(HttpRequest request, SharedBytes body, Progress progress
 Result<HttpResponse> HttpSession::sendAndWait(HttpRequest request, SharedBytes body) {
   std::promise<Result<HttpResponse>> promise;
   auto answer = promise.get_future();
-  TransferLoop::shared().start(std::make_shared<Transfer>(
+  auto transfer = std::make_shared<Transfer>(
       state_->connections, std::move(request), std::move(body), Transfer::Sent{},
       [promise = std::move(promise)](Result<HttpResponse> result) mutable {
         promise.set_value(std::move(result));
-      }));
+      });
+  transfer->reportAtExit();
+  TransferLoop::shared().start(std::move(transfer));
   return answer.get();
 }
 

@@ -48,8 +48,8 @@ class HttpSession {
 
   /// Starts a transfer and returns at once. Callbacks run on the session's queue: `progress` (may
   /// be empty) after parts of the body have left, the latest figure only when the queue is busy;
-  /// then `completion`, exactly once. Neither may throw, and neither may wait for another callback:
-  /// the threads they run on are shared by all sessions.
+  /// then `completion`, exactly once, unless the process exits before. Neither may throw, and
+  /// neither may wait for another callback: the threads they run on are shared by all sessions.
   void start(HttpRequest request, SharedBytes body, Progress progress, Completion completion);
 
   /// Sends the request and blocks until the answer is complete. Needs no thread but the I/O

@@ -523,20 +523,5 @@ TEST(HttpSession, CancellingACoroutineEndsItsTransfer) {
   EXPECT_EQ(codeOf(result.get()), -999);
 }
 
-const testing::ChildMain kExitWhileBusy("exitWhileBusy", [](const auto& arguments) {
-  for (int i = 0; i < 8; ++i) {
-    HttpSession::shared().start(requestTo(arguments.at(0), "PUT"), bodyOf(1'000'000), {},
-                                [](const Result<HttpResponse>&) {});
-  }
-  return 0;
-});
-
-TEST(HttpSession, AProcessMayExitWithTransfersUnderWay) {
-  FaultServer server([](const auto&) { return testing::stallAfter(1000); });
-  for (int i = 0; i < 10; ++i) {
-    EXPECT_EQ(testing::ChildProcess::run("exitWhileBusy", {server.url()}).wait(), 0);
-  }
-}
-
 }  // namespace
 }  // namespace orvane::platform

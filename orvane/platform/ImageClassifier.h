@@ -27,7 +27,8 @@ class ImageClassifier {
 
   /// Looks at the image file. Blocks for the decoding and the computation. The observations come in
   /// the classifier's own order, and are none when it recognises nothing. A file that cannot be
-  /// read or is no image gives an error whose description says so to people.
+  /// read or is no image gives an error whose description says so to people. The engine's own
+  /// classifiers fail with the POSIX error ECANCELED when the process exits, whoever asks them.
   [[nodiscard]] virtual Result<std::vector<ClassificationObservation>> classify(
       const std::filesystem::path& image) const = 0;
 

@@ -1,6 +1,6 @@
 #include <orvane/platform/OnnxClassifier.h>
-#include <orvane/platform/internal/ExitGate.h>
 #include <orvane/platform/internal/OnnxDescription.h>
+#include <orvane/platform/internal/ProcessExit.h>
 
 #include <algorithm>
 #include <cmath>
@@ -115,8 +115,9 @@ struct OnnxClassifier::Model {
   /// The same; what OpenCV throws becomes an error of that kind.
   [[nodiscard]] Result<std::vector<float>> computeOr(OnnxProblem problem,
                                                      const RgbImage& image) try {
+    const platform::ProcessExit::Passage passage;
+    if (!passage) return std::unexpected(platform::ProcessExit::error());
     const Silence silence;
-    const platform::ExitGate::Passage passage;
     return compute(inputOf(image, description));
   } catch (const std::exception& exception) {
     return failed(problem, exception.what());
@@ -138,7 +139,6 @@ Result<std::shared_ptr<const OnnxClassifier>> OnnxClassifier::open(
   if (!read) return std::unexpected(read.error());
   auto file = internal::readNamed(read->model);
   if (!file) return std::unexpected(file.error());
-  platform::ExitGate::closeAtExit();
   cv::setNumThreads(1);
   auto model = std::make_unique<Model>();
   model->description = std::move(*read);
@@ -150,7 +150,7 @@ Result<std::shared_ptr<const OnnxClassifier>> OnnxClassifier::open(
                       static_cast<std::size_t>(black.height) * 3);
   const auto values = model->computeOr(OnnxProblem::model, black);
   if (!values) return std::unexpected(values.error());
-  platform::ExitGate::closeAtExit();  // Once more: OpenCV has made what it needs.
+  platform::ProcessExit::watch();  // OpenCV has made what it needs.
   return std::shared_ptr<const OnnxClassifier>(new OnnxClassifier(std::move(model)));
 }
 

@@ -1,5 +1,6 @@
 #include <orvane/platform/BackgroundQueue.h>
 #include <orvane/platform/OperationQueue.h>
+#include <orvane/platform/internal/ProcessExit.h>
 
 #include <algorithm>
 #include <deque>
@@ -28,7 +29,7 @@ void OperationQueue::async(std::move_only_function<void()> work) {
 
 void OperationQueue::drain(const std::shared_ptr<State>& state) {
   std::unique_lock lock(state->mutex);
-  while (!state->pending.empty()) {
+  while (!state->pending.empty() && !ProcessExit::hasBegun()) {
     auto work = std::move(state->pending.front());
     state->pending.pop_front();
     lock.unlock();

@@ -9,7 +9,8 @@ namespace orvane::platform {
 /// Runs work in submission order on the background pool, at most a given number at a time.
 ///
 /// Any thread may submit. Work must not throw. Work that was submitted still runs when the queue
-/// object is destroyed first.
+/// object is destroyed first. When the process exits, work that has not begun does not run; nor
+/// does it where the pool has no thread, so see to that first (`BackgroundQueue::hasThread`).
 class OperationQueue {
  public:
   /// A limit of 0 counts as 1.

@@ -1,5 +1,6 @@
 #include <orvane/platform/BackgroundQueue.h>
 #include <orvane/platform/SerialQueue.h>
+#include <orvane/platform/internal/ProcessExit.h>
 
 #include <condition_variable>
 #include <deque>
@@ -30,19 +31,25 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
     }
     draining = false;
     progress.notify_all();
-    scheduleIfNeeded();
+    drainSoon(lock);
   }
 
-  /// Needs the lock.
-  void scheduleIfNeeded() {
-    if (scheduled || draining || pending.empty()) return;
-    scheduled = true;
-    BackgroundQueue::async([state = shared_from_this()] {
-      Lock lock(state->mutex);
+  void drainAll(Lock& lock) {
+    const bool untilEmpty = false;
+    if (!draining) drain(lock, untilEmpty);
+  }
+
+  /// Has the pool drain, or drains at once where that no longer happens. Needs the lock.
+  void drainSoon(Lock& lock) {
+    if (draining || pending.empty()) return;
+    // What the pool had accepted when the process began to exit may never run.
+    if (scheduled && !ProcessExit::hasBegun()) return;
+    scheduled = BackgroundQueue::async([state = shared_from_this()] {
+      Lock inPool(state->mutex);
       state->scheduled = false;
-      const bool untilEmpty = false;
-      if (!state->draining) state->drain(lock, untilEmpty);
+      state->drainAll(inPool);
     });
+    if (!scheduled) drainAll(lock);
   }
 };
 
@@ -50,13 +57,13 @@ SerialQueue::SerialQueue(std::string label)
     : label_(std::move(label)), state_(std::make_shared<State>()) {}
 
 SerialQueue::~SerialQueue() {
-  runAndWait([] {});
+  if (!ProcessExit::isForkedChild()) runAndWait([] {});
 }
 
 void SerialQueue::async(std::move_only_function<void()> work) {
-  const std::lock_guard lock(state_->mutex);
+  State::Lock lock(state_->mutex);
   state_->pending.push_back(std::move(work));
-  state_->scheduleIfNeeded();
+  state_->drainSoon(lock);
 }
 
 void SerialQueue::runAndWait(std::move_only_function<void()> work) {

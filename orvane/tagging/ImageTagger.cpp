@@ -26,6 +26,12 @@ Result<std::vector<ClassificationObservation>> observationsOf(const ImageClassif
   }
 }
 
+/// Says so, and yields no tags.
+std::vector<TagWithConfidence> failed(const Error& error) {
+  SystemLog::write("[ImageTagger] Vision classify failed: " + error.description());
+  return {};
+}
+
 }  // namespace
 
 ImageTagger& ImageTagger::shared() {
@@ -38,16 +44,17 @@ ImageTagger::ImageTagger(std::shared_ptr<const ImageClassifier> classifier)
 
 boost::asio::awaitable<std::vector<TagWithConfidence>> ImageTagger::tagImage(
     std::filesystem::path at) const {
-  return platform::utilityTask([this, at = std::move(at)] { return classify(at); });
+  // Named: GCC 12 destroys the temporaries of a co_await twice when the coroutine is given up.
+  auto work = platform::utilityTask([this, at = std::move(at)] { return classify(at); });
+  auto tags = co_await std::move(work);
+  if (tags) co_return std::move(*tags);
+  co_return failed(tags.error());
 }
 
 std::vector<TagWithConfidence> ImageTagger::classify(const std::filesystem::path& image) const {
   const auto& classifier = classifier_ ? *classifier_ : HostApplication::imageClassifier();
   const auto observations = observationsOf(classifier, image);
-  if (!observations) {
-    SystemLog::write("[ImageTagger] Vision classify failed: " + observations.error().description());
-    return {};
-  }
+  if (!observations) return failed(observations.error());
   return processObservations(*observations);
 }
 

@@ -37,13 +37,13 @@ class ImageTagger {
   /// The tags of the image file at `at`, the most confident first, those of equal confidence in the
   /// classifier's order; each with the classifier's confidence from 0 to 1. Two labels of one
   /// translation give two pairs. Empty when nothing qualifies, and when the file cannot be read or
-  /// classified: then one line that begins "[ImageTagger] Vision classify failed: " goes to
-  /// `SystemLog`. Never fails.
+  /// classified, or no thread be started for it: then one line that begins "[ImageTagger] Vision
+  /// classify failed: " goes to `SystemLog`. Never fails.
   ///
   /// The caller is suspended and resumes on its own executor, which must outlive the operation. The
   /// work runs on a thread of lowered priority, as many at once as there are cores; the engine's
   /// own classifiers hold up to 512 MiB for the largest image that they accept. Cancelling has no
-  /// effect.
+  /// effect. When the process exits, operations under way are left where they are.
   [[nodiscard]] boost::asio::awaitable<std::vector<TagWithConfidence>> tagImage(
       std::filesystem::path at) const;
 

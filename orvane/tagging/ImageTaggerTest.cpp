@@ -26,7 +26,6 @@
 #include <utility>
 #include <vector>
 
-#include "support/ChildProcess.h"
 #include "support/LogLines.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestImage.h"
@@ -213,30 +212,6 @@ TEST(ImageTagger, ManyCallsDoNotMixUp) {
   context.run();
   other.join();
   EXPECT_EQ(right, 200);
-}
-
-/// Ends when some of many images have been tagged; the executor goes before the process does.
-const testing::ChildMain kExitWhileTagging("exitWhileTagging", [](const auto& arguments) {
-  static asio::io_context context;
-  static int remaining = std::stoi(arguments.at(1));
-  for (int i = 0; i < 20; ++i) {
-    asio::co_spawn(context, ImageTagger::shared().tagImage(arguments.at(0)),
-                   [](const std::exception_ptr&, const Tags&) {
-                     if (--remaining == 0) context.stop();
-                   });
-  }
-  context.run_one();
-  if (remaining > 0) context.run();
-  return 0;
-});
-
-TEST(ImageTagger, TheProcessMayEndMeanwhile) {
-  const auto image = testDirectory() / "image.jpg";
-  testing::writeImage(image, 1600, 1200, {10, 120, 200});
-  for (const auto* tagged : {"0", "1", "2", "10", "19"}) {
-    auto child = testing::ChildProcess::run("exitWhileTagging", {image.string(), tagged});
-    EXPECT_EQ(child.wait(), 0);
-  }
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <orvane/platform/Bytes.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/SerialQueue.h>
-#include <unistd.h>
+#include <orvane/platform/internal/ProcessExit.h>
 
 #include <optional>
 #include <string>
@@ -79,9 +79,11 @@ class RecordStore {
     });
   }
 
-  /// Blocks until every change queued before has been made and written.
-  void drain() {
-    queue_.sync([] {});
+  /// Has a normal exit write the changes that are queued by then, in a store that is never
+  /// destroyed. False when the exit has begun; then changes are written by who makes them anyway.
+  bool drainAtExit() {
+    using platform::ProcessExit;
+    return ProcessExit::add(ProcessExit::Stage::stores, [this] { queue_.sync([] {}); });
   }
 
  private:
@@ -107,24 +109,6 @@ class RecordStore {
   Records records_;
   JsonFile file_;
   platform::SerialQueue queue_;  ///< Last: ending it runs what is queued, with the others.
-};
-
-/// Lets a normal exit of the process wait for the changes queued in a store that is never
-/// destroyed. To be made, as a static object, after the store.
-template <class Store>
-class DrainAtExit {
- public:
-  explicit DrainAtExit(Store& store) : store_(store), process_(getpid()) {}
-  DrainAtExit(const DrainAtExit&) = delete;
-  DrainAtExit& operator=(const DrainAtExit&) = delete;
-  /// A forked child has the queue, but neither its threads nor the right to write.
-  ~DrainAtExit() {
-    if (getpid() == process_) store_.drain();
-  }
-
- private:
-  Store& store_;
-  pid_t process_;
 };
 
 }  // namespace orvane::internal

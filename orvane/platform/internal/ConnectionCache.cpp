@@ -1,14 +1,11 @@
 #include <orvane/platform/internal/ConnectionCache.h>
 #include <orvane/platform/internal/TransferLoop.h>
 
-#include <new>
-
 namespace orvane::platform {
 
 ConnectionCache::ConnectionCache() {
   TransferLoop::shared();  // Sets the client library up.
   handle_ = curl_share_init();
-  if (handle_ == nullptr) throw std::bad_alloc();
   // No lock functions: the lock of the TransferLoop is held whenever it is used.
   curl_share_setopt(handle_, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
 }

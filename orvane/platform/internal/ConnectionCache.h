@@ -15,6 +15,7 @@ class ConnectionCache {
   ConnectionCache(const ConnectionCache&) = delete;
   ConnectionCache& operator=(const ConnectionCache&) = delete;
 
+  /// Null when memory ran out; then transfers share no connections.
   [[nodiscard]] CURLSH* handle() const noexcept { return handle_; }
 
  private:

@@ -1,9 +1,10 @@
 #include <orvane/platform/FileReader.h>
 #include <orvane/platform/PosixError.h>
 #include <orvane/platform/internal/AreaAverage.h>
-#include <orvane/platform/internal/ExitGate.h>
+#include <orvane/platform/internal/BlockedSignals.h>
 #include <orvane/platform/internal/ImageFile.h>
 #include <orvane/platform/internal/ImageReader.h>
+#include <orvane/platform/internal/ProcessExit.h>
 #include <orvane/platform/internal/VipsHandle.h>
 
 #include <algorithm>
@@ -43,14 +44,12 @@ std::unexpected<Error> failure(ImageProblem problem) {
 
 bool startVips() {
   static const bool started = [] {
-    ExitGate::closeAtExit();
-    const ExitGate::Passage passage;
     g_log_set_handler(
         "VIPS", G_LOG_LEVEL_WARNING, [](const char*, GLogLevelFlags, const char*, gpointer) {},
         nullptr);
     if (vips_init(program_invocation_short_name) != 0) return false;
     vips_cache_set_max(0);
-    ExitGate::closeAtExit();
+    ProcessExit::watch();
     return true;
   }();
   return started;
@@ -157,8 +156,7 @@ bool addRows(VipsImage* image, const VipsRect& part, AreaAverage& average) {
   const int bottom = part.top + part.height;
   for (int top = part.top; top < bottom; top += height) {
     const VipsRect strip{part.left, top, part.width, std::min(height, bottom - top)};
-    if (vips_region_prepare(region.get(), &strip) != 0) return false;
-    ExitGate::Passage::pause();
+    if (ProcessExit::hasBegun() || vips_region_prepare(region.get(), &strip) != 0) return false;
     const VipsRect& valid = region->valid;
     const auto left = static_cast<std::size_t>(part.left - valid.left) * bytesPerPixel(*image);
     for (int row = top; row < top + strip.height; ++row) {
@@ -299,11 +297,14 @@ Result<RgbImage> readImage(const std::filesystem::path& file, int width, int hei
   }
   auto reader = FileReader::open(file);
   if (!reader) return std::unexpected(reader.error());
+  const ProcessExit::Passage passage;
+  if (!passage) return std::unexpected(ProcessExit::error());
+  const BlockedSignals blocked;  // Some decoders start threads.
   if (!startVips()) return failure(ImageProblem::notAnImage);
-  const ExitGate::Passage passage;
   ImageFile input(std::move(*reader));
   auto result = decode(input, {width, height, fit});
   if (!result && input.readFailure()) return std::unexpected(*input.readFailure());
+  if (!result && ProcessExit::hasBegun()) return std::unexpected(ProcessExit::error());
   return result;
 }
 

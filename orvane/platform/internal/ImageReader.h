@@ -48,8 +48,9 @@ enum class ImageProblem {
 ///
 /// The first call starts libvips for the whole process. In it, the cache of operations is then off,
 /// since files may change, and libvips' warnings are dropped. (The codecs inside HEIF still print a
-/// line about some damaged streams; nothing can be done about that.) A process that exits waits for
-/// the step under way: a few rows, or all of an image whose coding is kept whole.
+/// line about some damaged streams; nothing can be done about that.) When the process
+/// exits, this fails with ECANCELED, after the step under way: a few rows, or all of an image whose
+/// coding is kept whole.
 [[nodiscard]] Result<RgbImage> readImage(const std::filesystem::path& file, int width, int height,
                                          ImageFit fit);
 

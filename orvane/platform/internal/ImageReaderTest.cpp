@@ -7,12 +7,10 @@
 #include <cerrno>
 #include <filesystem>
 #include <map>
-#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "support/ChildProcess.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane::platform {
@@ -349,31 +347,6 @@ TEST(ImageReader, ManyThreadsDoNotMixUpTheirFiles) {
     });
   }
   for (auto& thread : threads) thread.join();
-}
-
-/// Ends while other threads decode, after the first of them have.
-const testing::ChildMain kExitWhileReading("exitWhileReading", [](const auto& arguments) {
-  static std::counting_semaphore<> read(0);
-  for (const auto& file : arguments) {
-    std::thread([file] {
-      for (;;) {
-        if (readImage(file, 64, 64, ImageFit::cover)) read.release();
-      }
-    }).detach();
-  }
-  for (std::size_t i = 0; i < arguments.size(); ++i) read.acquire();
-  return 0;
-});
-
-TEST(ImageReader, TheProcessMayEndMeanwhile) {
-  std::vector<std::string> files;
-  for (const std::string name : {"a.jpg", "a.png", "a.webp", "a.tif", "a.heic"}) {
-    if (save(quarters(640, 480), name)) files.push_back((testDirectory() / name).string());
-  }
-  for (int i = 0; i < 5; ++i) {
-    auto child = testing::ChildProcess::run("exitWhileReading", files);
-    EXPECT_EQ(child.wait(), 0);
-  }
 }
 
 }  // namespace

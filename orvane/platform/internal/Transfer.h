@@ -52,8 +52,9 @@ class Transfer {
   /// use the memory again. Only the first call has an effect.
   void report(Result<HttpResponse> result);
 
-  /// Leaves the transfer unreported when the process exits before it has ended.
-  void forgetAtExit() noexcept { reportsAtExit_ = false; }
+  /// Has the transfer reported, as cancelled, when the process exits before it has ended: somebody
+  /// waits for it. Others are left unreported, since whoever takes the report may be gone.
+  void reportAtExit() noexcept { reportsAtExit_ = true; }
   [[nodiscard]] bool reportsAtExit() const noexcept { return reportsAtExit_; }
 
   /// How often `hasStalled` wants to be asked.
@@ -98,7 +99,7 @@ class Transfer {
   std::size_t bodyBytes_ = 0;    ///< Received so far, those that were dropped included.
   bool answerTooLong_ = false;   ///< Longer than allowed, although it is needed whole.
   bool answerIsEnough_ = false;  ///< Ended early: longer than allowed, and not needed whole.
-  bool reportsAtExit_ = true;
+  bool reportsAtExit_ = false;
   ResponseHead head_;
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;

@@ -1,5 +1,7 @@
+#include <orvane/platform/PosixError.h>
 #include <orvane/platform/UrlError.h>
 #include <orvane/platform/internal/BlockedSignals.h>
+#include <orvane/platform/internal/ProcessExit.h>
 #include <orvane/platform/internal/TransferLoop.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -9,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <new>
 #include <system_error>
 #include <utility>
 
@@ -18,22 +19,10 @@ namespace {
 
 constexpr std::size_t kIdleHandles = 8;
 
-FileDescriptor opened(int number) {
-  if (number < 0) throw std::system_error(errno, std::generic_category(), "HTTP transfers");
-  return FileDescriptor(number);
-}
-
 /// Edge-triggered: each alarm or signal is told once and need not be read.
 void addTo(const FileDescriptor& epoll, const FileDescriptor& watched) {
   epoll_event event{.events = EPOLLIN | EPOLLET, .data = {.fd = watched.get()}};
   epoll_ctl(epoll.get(), EPOLL_CTL_ADD, watched.get(), &event);
-}
-
-CURLM* makeMulti() {
-  curl_global_init(CURL_GLOBAL_DEFAULT);
-  CURLM* multi = curl_multi_init();
-  if (multi == nullptr) throw std::bad_alloc();
-  return multi;
 }
 
 int readinessOf(std::uint32_t events) {
@@ -46,34 +35,46 @@ int readinessOf(std::uint32_t events) {
 
 }  // namespace
 
-/// Joins the thread before the libraries under it are torn down.
-struct TransferLoop::StopAtExit {
-  ~StopAtExit() { shared().stop(); }
-};
-
 TransferLoop& TransferLoop::shared() {
   // Never destroyed: sessions that outlive it may still hand connections back.
   static auto& instance = *new TransferLoop;
-  static const StopAtExit stopAtExit;
   return instance;
 }
 
-TransferLoop::TransferLoop()
-    : epoll_(opened(epoll_create1(EPOLL_CLOEXEC))),
-      timer_(opened(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK))),
-      stopEvent_(opened(eventfd(0, EFD_CLOEXEC))),
-      multi_(makeMulti()) {
+TransferLoop::TransferLoop() {
+  curl_global_init(CURL_GLOBAL_DEFAULT);
+  stopped_ = !ProcessExit::add(ProcessExit::Stage::transfers, [this] { stop(); });
+}
+
+Result<void> TransferLoop::open() {
+  if (thread_.joinable()) return {};
+  FileDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
+  FileDescriptor timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+  FileDescriptor stopEvent(eventfd(0, EFD_CLOEXEC));
+  if (!epoll || !timer || !stopEvent) return std::unexpected(lastPosixError("open a descriptor"));
+  if (multi_ == nullptr) multi_ = curl_multi_init();
+  if (multi_ == nullptr) return std::unexpected(posixError(ENOMEM, "set up the HTTP client"));
   curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &TransferLoop::onSocket);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
   curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &TransferLoop::onTimer);
   curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
-  addTo(epoll_, timer_);
-  addTo(epoll_, stopEvent_);
-  const BlockedSignals blocked;
-  thread_ = std::thread([this] { run(); });
+  addTo(epoll, timer);
+  addTo(epoll, stopEvent);
+  epoll_ = std::move(epoll);
+  timer_ = std::move(timer);
+  stopEvent_ = std::move(stopEvent);
+  try {
+    const BlockedSignals blocked;
+    thread_ = std::thread([this] { run(); });
+  } catch (const std::system_error& error) {
+    return std::unexpected(posixError(error.code().value(), "start a thread"));
+  }
+  return {};
 }
 
 void TransferLoop::start(std::shared_ptr<Transfer> transfer) {
+  // Name lookups run on threads that the client library starts here.
+  const BlockedSignals blocked;
   act([&] { begin(std::move(transfer)); });
 }
 
@@ -84,6 +85,7 @@ void TransferLoop::cancel(const Transfer& transfer) {
 }
 
 void TransferLoop::release(CURLSH* connections) {
+  if (ProcessExit::isForkedChild()) return;
   act([&] {
     if (!stopped_) curl_share_cleanup(connections);
   });
@@ -95,7 +97,7 @@ void TransferLoop::act(Action&& action) {
   {
     const std::lock_guard lock(mutex_);
     action();
-    if (!stopped_) {
+    if (!stopped_ && thread_.joinable()) {
       endCompleted();
       armTimer();
     }
@@ -108,11 +110,11 @@ void TransferLoop::stop() {
   {
     const std::lock_guard lock(mutex_);
     stopped_ = true;
+    if (!thread_.joinable()) return;
   }
   eventfd_write(stopEvent_.get(), 1);
   thread_.join();
-  // Somebody may wait for these, and the exit for that somebody. The client library is left alone:
-  // what it stands on may be torn down already.
+  // The client library is left alone: what it stands on may be torn down already.
   act([&] {
     for (const auto& transfer : active_) {
       if (!transfer->reportsAtExit()) continue;
@@ -145,6 +147,7 @@ void TransferLoop::begin(std::shared_ptr<Transfer> transfer) {
     ended_.push_back({std::move(transfer), std::unexpected(std::move(error))});
   };
   if (stopped_) return refuse(urlError(UrlErrorCode::cancelled, "the process is exiting"));
+  if (auto opened = open(); !opened) return refuse(std::move(opened).error());
   if (auto refusal = transfer->refusal()) return refuse(std::move(*refusal));
   CURL* easy = takeHandle();
   if (easy == nullptr) return refuse(urlError(UrlErrorCode::unknown, "out of memory"));

@@ -20,8 +20,8 @@ namespace orvane::platform {
 ///
 /// Any thread may call the public operations; they return at once. Reports are made without the
 /// lock, by whichever thread found the transfer to have ended. When the process exits the I/O
-/// thread stops, and transfers still under way end with the code cancelled, but for those that
-/// `forgetAtExit`.
+/// thread stops, and of the transfers still under way those that `reportAtExit` end with the code
+/// cancelled.
 class TransferLoop {
  public:
   static TransferLoop& shared();
@@ -36,7 +36,6 @@ class TransferLoop {
 
  private:
   using Clock = Transfer::Clock;
-  struct StopAtExit;
   /// A transfer that has ended, kept until it can be reported without the lock.
   struct Ended {
     std::shared_ptr<Transfer> transfer;
@@ -44,6 +43,7 @@ class TransferLoop {
   };
 
   TransferLoop();
+  /// Lets the I/O thread end before the libraries under it are torn down.
   void stop();
   void run();
 
@@ -52,6 +52,9 @@ class TransferLoop {
   void act(Action&& action);
 
   // The rest needs the lock.
+  /// Sets up what transfers need, unless that has been done. Fails, and may be tried again, when
+  /// descriptors or threads have run out.
+  [[nodiscard]] Result<void> open();
   void begin(std::shared_ptr<Transfer> transfer);
   void end(const Transfer& transfer, Result<HttpResponse> result);
   [[nodiscard]] CURL* takeHandle();
@@ -65,13 +68,13 @@ class TransferLoop {
   static int onSocket(CURL* easy, curl_socket_t socket, int interest, void* self, void* unused);
   static int onTimer(CURLM* multi, long milliseconds, void* self);
 
-  const FileDescriptor epoll_;
-  const FileDescriptor timer_;
-  const FileDescriptor stopEvent_;
+  FileDescriptor epoll_;
+  FileDescriptor timer_;
+  FileDescriptor stopEvent_;
 
   std::mutex mutex_;
   bool stopped_ = false;
-  CURLM* multi_;
+  CURLM* multi_ = nullptr;
   std::vector<std::shared_ptr<Transfer>> active_;
   std::vector<Ended> ended_;
   std::vector<CURL*> idleHandles_;

@@ -1,0 +1,127 @@
+#include <gtest/gtest.h>
+#include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/tagging/ImageTagger.h>
+#include <orvane/transport/S3MultipartUploader.h>
+#include <orvane/transport/S3Uploader.h>
+#include <orvane/transport/TalvexAPIService.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
+#include <cerrno>
+#include <future>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/FaultServer.h"
+#include "support/LogLines.h"
+#include "support/Run.h"
+#include "support/StoreConfig.h"
+#include "support/TemporaryDirectory.h"
+
+namespace orvane {
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+/// While it lives, the process gets nothing more of a resource.
+class Exhausted {
+ public:
+  explicit Exhausted(__rlimit_resource resource) : resource_(resource) {
+    getrlimit(resource, &former_);
+    const rlimit none{.rlim_cur = 0, .rlim_max = former_.rlim_max};
+    setrlimit(resource, &none);
+  }
+  ~Exhausted() { setrlimit(resource_, &former_); }
+  Exhausted(const Exhausted&) = delete;
+  Exhausted& operator=(const Exhausted&) = delete;
+
+ private:
+  __rlimit_resource resource_;
+  rlimit former_{};
+};
+
+/// The number of threads is limited for ordinary users only.
+bool becomeOrdinaryUser() {
+  constexpr uid_t kNobody = 65534;
+  return geteuid() != 0 ||
+         (chown(testing::testDirectory().c_str(), kNobody, kNobody) == 0 && setuid(kNobody) == 0);
+}
+
+template <class T>
+void print(const Result<T>& result) {
+  std::cout << (result ? 0 : result.error().code()) << ' ';
+}
+
+Result<void> uploadInParts(const S3Config& config, const std::filesystem::path& file) {
+  S3MultipartUploader uploader(config);
+  std::promise<Result<void>> outcome;
+  uploader.upload(file, "key", "image/jpeg", {},
+                  [&](const Result<void>& result) { outcome.set_value(result); });
+  return outcome.get_future().get();
+}
+
+std::string lineOfTagging(const std::filesystem::path& image) {
+  const testing::LogLines log;
+  boost::asio::io_context context;
+  auto tags = boost::asio::co_spawn(context, ImageTagger::shared().tagImage(image),
+                                    boost::asio::use_future);
+  context.run();
+  return tags.get().empty() ? log.lines().at(0) : "tags";
+}
+
+void useEverything(const S3Config& config, const std::string& recordId) {
+  const auto file = testing::testDirectory() / "file";
+  print(S3Uploader::initiateMultipartUpload("key", "text/plain", config));
+  print(TalvexAPIService::shared().listObjects(config, ""));
+  print(uploadInParts(config, file));
+  print(testing::run(S3Uploader::uploadData({}, "key", "text/plain", config)));
+  UploadStore::shared().upsert(
+      {recordId, recordId, UploadStatus::pending, 0, 1, {}, {}, false, 0, {}, {}, 0});
+  std::cout << UploadStore::shared().allRecords().size() << ' ' << lineOfTagging(file) << std::endl;
+}
+
+const testing::ChildMain kLimited("limited", [](const Arguments& arguments) {
+  const auto config = testing::configFor(arguments.at(0));
+  if (!becomeOrdinaryUser()) return 1;
+  {
+    const Exhausted exhausted(arguments.at(1) == "threads" ? RLIMIT_NPROC : RLIMIT_NOFILE);
+    useEverything(config, "during");
+  }
+  useEverything(config, "after");
+  return 0;
+});
+
+const testing::ChildMain kStored("stored", [](const Arguments&) {
+  std::cout << UploadStore::shared().allRecords().size();
+  return 0;
+});
+
+/// Where nothing can be started or opened every call says so, and works again as soon as it can.
+TEST(ResourceLimits, AreErrorsThatPass) {
+  testing::FaultServer server([](const auto&) {
+    return testing::answer(200, "<UploadId>u</UploadId>", {{"ETag", "\"e\""}});
+  });
+  const auto file = testing::testDirectory() / "file";
+  testing::writeFile(file, "");
+  std::filesystem::resize_file(file, S3MultipartUploader::chunkSize);
+  const std::string log = "[ImageTagger] Vision classify failed: ";
+  const std::pair<std::string, std::string> cases[] = {
+      {"threads", "11 11 11 11 1 " + log + "start a thread: Resource temporarily unavailable\n"},
+      {"descriptors", "24 24 24 24 1 " + log + "open: Too many open files\n"}};
+  for (const auto& [limit, outcome] : cases) {
+    auto child = testing::ChildProcess::run("limited", {server.url(), limit});
+    EXPECT_EQ(child.readAll(),
+              outcome + "0 0 0 0 2 " + log + "The file is not an image of a known format\n");
+    EXPECT_EQ(child.wait(), 0) << limit;
+    EXPECT_EQ(testing::outputOfChild("stored"), "2") << limit;
+    std::filesystem::remove_all(testing::testDirectory() / "data");
+  }
+}
+
+}  // namespace
+}  // namespace orvane

@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+#include <netdb.h>
+#include <orvane/tagging/ImageTagger.h>
+#include <orvane/transport/S3MultipartUploader.h>
+#include <orvane/transport/S3Uploader.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
+#include <csignal>
+#include <future>
+#include <memory>
+#include <set>
+
+#include "support/FaultServer.h"
+#include "support/StoreConfig.h"
+#include "support/TemporaryDirectory.h"
+
+namespace {
+
+using Signals = std::set<int>;
+
+/// The signals that the calling thread takes, apart from the C library's own.
+Signals taken() {
+  sigset_t blocked;
+  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+  Signals open;
+  for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+    const bool isOwn = signal > SIGSYS && signal < SIGRTMIN;
+    if (!isOwn && sigismember(&blocked, signal) == 0) open.insert(signal);
+  }
+  return open;
+}
+
+std::promise<Signals> takenInLookup;
+
+}  // namespace
+
+/// Stands before the C library's, for the client library too.
+extern "C" int getaddrinfo(const char* /*name*/, const char* /*service*/, const addrinfo* /*hints*/,
+                           addrinfo** /*result*/) {
+  takenInLookup.set_value(taken());
+  return EAI_NONAME;
+}
+
+namespace orvane {
+namespace {
+
+class MaskClassifier final : public ImageClassifier {
+ public:
+  [[nodiscard]] Result<std::vector<ClassificationObservation>> classify(
+      const std::filesystem::path& /*image*/) const override {
+    signals = taken();
+    return {};
+  }
+  mutable Signals signals;
+};
+
+TEST(Signals, ThreadsOfTheEngineTakeOnlyThoseOfTheirOwnFaults) {
+  const Signals synchronous{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGKILL, SIGSTOP};
+  const auto before = taken();
+  testing::FaultServer server;
+  const auto file = testing::testDirectory() / "file";
+  testing::writeFile(file, "x");
+
+  std::promise<Signals> inCallback;
+  S3MultipartUploader(testing::configFor(server.url()))
+      .upload(file, "key", "text/plain", {},
+              [&](const Result<void>&) { inCallback.set_value(taken()); });
+  EXPECT_EQ(inCallback.get_future().get(), synchronous);
+
+  const auto unknown = testing::configFor("http://photos.example");
+  EXPECT_FALSE(S3Uploader::initiateMultipartUpload("key", "text/plain", unknown));
+  EXPECT_EQ(takenInLookup.get_future().get(), synchronous);
+
+  const auto classifier = std::make_shared<MaskClassifier>();
+  const ImageTagger tagger(classifier);
+  boost::asio::io_context context;
+  boost::asio::co_spawn(context, tagger.tagImage(file), boost::asio::use_future);
+  context.run();
+  EXPECT_EQ(classifier->signals, synchronous);
+  EXPECT_EQ(taken(), before);
+}
+
+}  // namespace
+}  // namespace orvane
