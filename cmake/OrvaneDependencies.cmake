@@ -1,6 +1,6 @@
 # What the engine links; scripts/setup installs the packages that hold it.
 find_package(Threads REQUIRED)
-find_package(Boost 1.81 REQUIRED COMPONENTS url)
+find_package(Boost 1.81 CONFIG REQUIRED COMPONENTS url)
 find_package(CURL 7.87 REQUIRED)
 find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
 find_package(simdjson REQUIRED)

@@ -101,6 +101,7 @@ S3Config readConfig(const fs::path& file) {
 void prepare(const Device& device) {
   orvane::HostOptions options{.identifier = "org.orvane.backup"};
   if (device.state) options.dataDirectory = fs::absolute(*device.state);
+  options.certificateAuthorities = device.authorities;
   if (device.keyring) options.secureStore = std::make_shared<orvane::SecretServiceStore>();
   if (device.model) {
     const auto classifier = orvane::OnnxClassifier::open(*device.model);

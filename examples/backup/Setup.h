@@ -14,9 +14,10 @@ namespace backup {
 
 /// What the user says about this device.
 struct Device {
-  std::optional<std::filesystem::path> state;  ///< Otherwise the user's own data folder.
-  std::optional<std::filesystem::path> model;  ///< Otherwise the built-in classifier.
-  bool keyring = false;                        ///< Otherwise a file holds the device's identity.
+  std::optional<std::filesystem::path> state;        ///< Otherwise the user's own data folder.
+  std::optional<std::filesystem::path> model;        ///< Otherwise the built-in classifier.
+  std::optional<std::filesystem::path> authorities;  ///< Beside those of the system.
+  bool keyring = false;  ///< Otherwise a file holds the device's identity.
 };
 
 /// The object store that a JSON file describes; refuses one that cannot be talked to.

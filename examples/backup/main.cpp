@@ -81,6 +81,10 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
     command->add_option("--config", given.config, "Where the object store is (JSON)")
         ->required()
         ->type_name("CONFIG");
+    command
+        ->add_option("--ca", given.device.authorities,
+                     "Certificates (PEM) of authorities to trust besides the system's")
+        ->type_name("FILE");
     command->footer(std::string(kConfigFooter) + kFooter);
   }
   for (auto* command : {tag, sync}) {

@@ -24,7 +24,7 @@ BandwidthStatsStore& BandwidthStatsStore::shared() {
   return instance;
 }
 
-BandwidthStatsStore::BandwidthStatsStore() { load(); }
+BandwidthStatsStore::BandwidthStatsStore() { static_cast<void>(load()); }
 
 std::int64_t BandwidthStatsStore::totalBytesTransferred() const {
   const std::lock_guard guard(lock_);
@@ -48,8 +48,7 @@ void BandwidthStatsStore::addSample(double bytesPerSecond) {
   {
     const std::lock_guard guard(lock_);
     samples_.emplace_back(Date::now(), bytesPerSecond);
-    if (std::ssize(samples_) > maxSamples)
-      samples_.erase(samples_.begin(), samples_.end() - maxSamples);
+    dropOldest();
   }
   storeSamples();
 }
@@ -59,27 +58,49 @@ void BandwidthStatsStore::reset() {
     const std::lock_guard guard(lock_);
     totalBytesTransferred_ = 0;
     samples_.clear();
+    isLoaded_ = true;  // What is stored does not count any more.
   }
   storeTotal();
   storeSamples();
 }
 
-void BandwidthStatsStore::load() {
+bool BandwidthStatsStore::load() {
   auto& preferences = Preferences::shared();
-  totalBytesTransferred_ = preferences.integer(totalBytesKey).value_or(0);
-  const auto stored = preferences.bytes(samplesKey);
-  if (!stored) return;
-  auto decoded = internal::BandwidthSampleJson::decode(textOf(*stored));
-  if (decoded) samples_ = std::move(*decoded);
+  const auto total = preferences.readInteger(totalBytesKey);
+  const auto stored = preferences.readBytes(samplesKey);
+  if (!total || !stored) return false;
+  auto earlier = internal::BandwidthSampleJson::decode(textOf(stored->value_or(Bytes())));
+  const std::lock_guard guard(lock_);
+  if (std::exchange(isLoaded_, true)) return true;
+  totalBytesTransferred_ = saturatingSum(total->value_or(0), totalBytesTransferred_);
+  const bool isFirst = samples_.empty();
+  if (earlier) samples_.insert(samples_.begin(), earlier->begin(), earlier->end());
+  if (!isFirst) dropOldest();
+  return true;
+}
+
+void BandwidthStatsStore::dropOldest() {
+  if (std::ssize(samples_) > maxSamples) {
+    samples_.erase(samples_.begin(), samples_.end() - maxSamples);
+  }
+}
+
+bool BandwidthStatsStore::mayStore() {
+  {
+    const std::lock_guard guard(lock_);
+    if (isLoaded_) return true;
+  }
+  return load();
 }
 
 void BandwidthStatsStore::storeTotal() {
   const std::lock_guard guard(writing_);
-  Preferences::shared().set(totalBytesKey, totalBytesTransferred());
+  if (mayStore()) Preferences::shared().set(totalBytesKey, totalBytesTransferred());
 }
 
 void BandwidthStatsStore::storeSamples() {
   const std::lock_guard guard(writing_);
+  if (!mayStore()) return;
   const auto current = samples();
   if (current.empty()) return Preferences::shared().remove(samplesKey);
   const auto json = internal::BandwidthSampleJson::encode(current);

@@ -35,7 +35,9 @@ class BandwidthStatsStore {
 
   /// A store with what the preferences hold; blocks on the disk. All stores use the same
   /// preferences, and none sees what another one writes later. Samples that cannot be decoded count
-  /// as none, and stay stored until the next one is added.
+  /// as none, and stay stored until the next one is added. Where the preferences cannot be read
+  /// (another process holds the file for more than 10 seconds), the figures begin at nothing, and
+  /// those stored are added at the next change at which they can; until then nothing is stored.
   BandwidthStatsStore();
 
   BandwidthStatsStore(const BandwidthStatsStore&) = delete;
@@ -59,11 +61,17 @@ class BandwidthStatsStore {
   void reset();
 
  private:
-  void load();
+  /// Adds what is stored to the figures. False where that cannot be told.
+  [[nodiscard]] bool load();
+  /// Whether the figures hold what is stored; loads it if they do not yet.
+  [[nodiscard]] bool mayStore();
   void storeTotal();
   void storeSamples();
+  /// Call with `lock_` held.
+  void dropOldest();
 
-  mutable std::mutex lock_;  ///< Guards the two figures; never held while something is written.
+  mutable std::mutex lock_;  ///< Guards the figures; never held while something is written.
+  bool isLoaded_ = false;
   std::int64_t totalBytesTransferred_ = 0;
   std::vector<BandwidthSample> samples_;
 

@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvane/bookkeeping/BandwidthStatsStore.h>
+#include <orvane/platform/HostApplication.h>
 #include <orvane/platform/Preferences.h>
 
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -112,6 +114,27 @@ TEST(BandwidthStatsStoreTest, KeepsWhatIsNotFiniteInMemoryOnly) {
   for (int i = 0; i < 59; ++i) store.addSample(2);
   EXPECT_EQ(store.samples().front().bytesPerSecond(), HUGE_VAL);
   EXPECT_EQ(storedSamples(), stored);
+  store.addSample(3);
+  EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
+}
+
+TEST(BandwidthStatsStoreTest, WhatCannotBeReadYetIsAddedLater) {
+  BandwidthStatsStore earlier;
+  earlier.addCompletedBytes(1000);
+  earlier.addSample(1);
+  const auto file = HostApplication::applicationSupportDirectory().value() / "preferences.sqlite";
+  // Nobody else can open it: as a file that another process holds, it is there but not to be read.
+  std::filesystem::rename(file, file.string() + "-held");
+  std::filesystem::create_directory(file);
+  BandwidthStatsStore store;
+  store.addCompletedBytes(5);
+  store.addSample(2);
+  EXPECT_EQ(store.totalBytesTransferred(), 5);
+  std::filesystem::remove(file);
+  std::filesystem::rename(file.string() + "-held", file);
+  store.addCompletedBytes(20);
+  EXPECT_EQ(storedTotal(), 1025);
+  EXPECT_EQ(speedsIn(store), (std::vector<double>{1, 2}));
   store.addSample(3);
   EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
 }

@@ -35,16 +35,20 @@ struct Date {
   /// clock's range becomes the nearer end of it, and not a number the later one.
   [[nodiscard]] constexpr TimePoint timePoint() const {
     using Ticks = TimePoint::duration;
-    constexpr Ticks kReference = std::chrono::seconds(kReferenceDate);
-    const std::chrono::duration<double, Ticks::period> ticks =
-        std::chrono::duration<double>(secondsSinceReferenceDate);
-    if (!(ticks < Ticks::max() - kReference)) return TimePoint::max();
-    if (ticks <= Ticks::min()) return TimePoint::min();
+    using std::chrono::duration_cast, std::chrono::seconds;
+    constexpr double kEnd = 1.0 + duration_cast<seconds>(Ticks::max()).count();
+    if (!(secondsSinceReferenceDate < kEnd - kReferenceDate)) return TimePoint::max();
+    if (secondsSinceReferenceDate <= -kEnd - kReferenceDate) return TimePoint::min();
+    // The range ends within its first and last second, which only the sum can tell.
     const auto whole = static_cast<std::int64_t>(secondsSinceReferenceDate);
-    const std::chrono::duration<double> rest(secondsSinceReferenceDate -
-                                             static_cast<double>(whole));
-    return TimePoint(kReference + std::chrono::seconds(whole) +
-                     std::chrono::duration_cast<Ticks>(rest));
+    const Ticks start = seconds(whole + kReferenceDate);
+    const auto rest = duration_cast<Ticks>(
+        std::chrono::duration<double>(secondsSinceReferenceDate - static_cast<double>(whole)));
+    Ticks::rep sum = 0;
+    if (__builtin_add_overflow(start.count(), rest.count(), &sum)) {
+      return whole < 0 ? TimePoint::min() : TimePoint::max();
+    }
+    return TimePoint(Ticks(sum));
   }
 
   /// Earlier is less. Not a number is unordered.

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/OtherUser.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane {
@@ -99,15 +100,39 @@ TEST(DeviceUUID, IsOneForThreadsThatAskAtOnce) {
   EXPECT_EQ(std::set(answers.begin(), answers.end()), std::set{testing::readFile(itemFile())});
 }
 
+/// What as many processes say that ask at the same time.
+std::set<std::string> answersOf(int processes) {
+  std::vector<testing::ChildProcess> children;
+  for (int i = 0; i < processes; ++i) {
+    children.push_back(testing::ChildProcess::run("device-uuid"));
+  }
+  std::set<std::string> answers;
+  for (auto& child : children) answers.insert(child.readAll());
+  return answers;
+}
+
 TEST(DeviceUUID, IsOneForProcessesThatAskAtOnce) {
   for (int round = 0; round < 20; ++round) {
     std::filesystem::remove(itemFile());
-    std::vector<testing::ChildProcess> children;
-    for (int i = 0; i < 4; ++i) children.push_back(testing::ChildProcess::run("device-uuid"));
-    std::set<std::string> answers;
-    for (auto& child : children) answers.insert(child.readAll());
-    EXPECT_EQ(answers.size(), 1U) << "round " << round;
+    EXPECT_EQ(answersOf(4).size(), 1U) << "round " << round;
   }
+}
+
+TEST(DeviceUUID, IsOneWhateverAnotherUserHasLeft) {
+  if (!testing::OtherUser::isPossible()) GTEST_SKIP() << "needs root";
+  const testing::OtherUser user;
+  const auto folder = itemFile().parent_path();
+  std::filesystem::create_directories(folder);
+  for (const auto& path : {folder, folder.parent_path(), folder.parent_path().parent_path()}) {
+    ASSERT_EQ(chown(path.c_str(), testing::OtherUser::kId, 0), 0);
+  }
+  for (const auto& left : {folder.parent_path() / ".lock", folder / ".device_uuid_v1.secret.tmp"}) {
+    testing::writeFile(left, "of root");
+    std::filesystem::permissions(left, std::filesystem::perms::none);
+  }
+  EXPECT_EQ(answersOf(8).size(), 1U);
+  EXPECT_EQ(*answersOf(1).begin(),
+            testing::readFile(itemFile()) + "\n" + testing::readFile(itemFile()) + "\n");
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ std::string UploadRecord::thumbnailFilename() const {
 }
 
 std::optional<std::string> UploadRecord::encodeJson() const {
-  internal::JsonWriter writer;
+  internal::JsonWriter writer(internal::BadText::repair);
   if (!internal::UploadRecordJson::write(writer, *this)) return std::nullopt;
   return std::string(writer.text());
 }

@@ -61,8 +61,9 @@ class UploadRecord {
   /// name without extension stays as it is.
   [[nodiscard]] std::string thumbnailFilename() const;
 
-  /// The record as one compact JSON object, absent values left out. Nothing when a text is not
-  /// UTF-8, the date is not finite or the status is none of the cases.
+  /// The record as one compact JSON object, absent values left out. A text that is not UTF-8 is
+  /// written with U+FFFD in place of what is wrong. Nothing when the date is not finite or the
+  /// status is none of the cases.
   [[nodiscard]] std::optional<std::string> encodeJson() const;
 
   /// The record in a text that is one JSON object. The first five fields are required; the others

@@ -93,12 +93,25 @@ TEST(UploadRecordTest, EscapesEveryControlCharacterWhereverItStands) {
   }
 }
 
-TEST(UploadRecordTest, RefusesToWriteWhatJsonCannotExpress) {
-  for (const std::string bad : {"\xff", "a\xc3", "\xed\xa0\x80", "\xc0\xaf", "\xf5\x80\x80\x80"}) {
-    EXPECT_EQ(UploadRecord(bad, "f", UploadStatus::pending, 0, 0).encodeJson(), std::nullopt);
-    auto record = plainRecord();
-    record.tags = {"mare", bad, "sole"};
-    EXPECT_EQ(record.encodeJson(), std::nullopt);
+TEST(UploadRecordTest, WritesWhatJsonCannotExpressAsReplacements) {
+  const auto replacements = [](std::size_t count) {
+    std::string text;
+    while (count-- > 0) text += "\uFFFD";
+    return text;
+  };
+  for (const auto& [bad, written] :
+       {std::pair("\xff", replacements(1)),
+        {"caf\xe9", "caf" + replacements(1)},
+        {"123456789\xc3z\u00e8", "123456789" + replacements(1) + "z\u00e8"},
+        {"\xed\xa0\x80", replacements(3)},
+        {"\xf5\x80\x80\x80", replacements(4)}}) {
+    auto record = UploadRecord(bad, bad, UploadStatus::failed, 0, 0, {}, {}, false, 0, bad, {bad});
+    const auto json = record.encodeJson().value();
+    const auto read = UploadRecord::decodeJson(json).value();
+    EXPECT_EQ(read.eTag, written);
+    EXPECT_EQ(read.tags, std::vector{written});
+    EXPECT_EQ(read.encodeJson(), json);
+    EXPECT_EQ(record.eTag, bad);
   }
   for (const double endless : {HUGE_VAL, -HUGE_VAL, std::nan("")}) {
     auto record = plainRecord();

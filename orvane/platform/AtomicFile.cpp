@@ -15,24 +15,45 @@ namespace {
 
 constexpr std::size_t kBufferSize = 1 << 20;
 
+FileDescriptor openTemporary(const std::filesystem::path& name) {
+  return FileDescriptor(::open(
+      name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR));
+}
+
+void lock(const FileDescriptor& file) {
+  // A file system without locks is no reason not to write: one writer is the rule.
+  while (::flock(file.get(), LOCK_EX) != 0 && errno == EINTR) {
+  }
+}
+
+bool leadsTo(const std::filesystem::path& name, const FileDescriptor& file) {
+  struct stat named{};
+  struct stat opened{};
+  return ::lstat(name.c_str(), &named) == 0 && ::fstat(file.get(), &opened) == 0 &&
+         named.st_ino == opened.st_ino && named.st_dev == opened.st_dev;
+}
+
+/// Removes a file that another user has left under the name.
+bool removeOfAnotherUser(const std::filesystem::path& name) {
+  struct stat named{};
+  return ::lstat(name.c_str(), &named) == 0 && named.st_uid != ::geteuid() &&
+         ::unlink(name.c_str()) == 0;
+}
+
 /// Opens and locks the temporary file. While waiting for the lock, its former holder may have
-/// renamed or removed the file, so the name must still lead to what was locked.
+/// renamed or removed the file, so the name must still lead to what was locked. A file of another
+/// user is removed once: some file systems show one's own files as another user's.
 Result<FileDescriptor> openLocked(const std::filesystem::path& temporary) {
-  for (;;) {
-    FileDescriptor file(::open(temporary.c_str(),
-                               O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
-                               S_IRUSR | S_IWUSR));
-    if (!file) return std::unexpected(lastPosixError("create"));
-    // A file system without locks is no reason not to write: one writer is the rule.
-    while (::flock(file.get(), LOCK_EX) != 0 && errno == EINTR) {
+  for (bool isRemoved = false;;) {
+    auto file = openTemporary(temporary);
+    const int failure = errno;
+    if (file) lock(file);
+    if (!isRemoved && removeOfAnotherUser(temporary)) {
+      isRemoved = true;
+      continue;
     }
-    struct stat locked{};
-    struct stat named{};
-    if (::fstat(file.get(), &locked) != 0) return std::unexpected(lastPosixError("stat"));
-    if (::lstat(temporary.c_str(), &named) == 0 && named.st_ino == locked.st_ino &&
-        named.st_dev == locked.st_dev) {
-      return file;
-    }
+    if (!file) return std::unexpected(posixError(failure, "create"));
+    if (leadsTo(temporary, file)) return file;
   }
 }
 
@@ -57,7 +78,7 @@ Result<AtomicFile> AtomicFile::create(const std::filesystem::path& target) {
 }
 
 AtomicFile::~AtomicFile() {
-  if (file_) ::unlink(temporary_.c_str());
+  if (file_ && leadsTo(temporary_, file_)) ::unlink(temporary_.c_str());
 }
 
 Result<void> AtomicFile::append(ByteView bytes) {
@@ -72,6 +93,8 @@ Result<void> AtomicFile::append(ByteView bytes) {
 Result<void> AtomicFile::commit() {
   if (auto flushed = flush(); !flushed) return flushed;
   if (::fsync(file_.get()) != 0) return std::unexpected(lastPosixError("sync"));
+  // Another user may have removed the file, and another writer may be at work under its name.
+  if (!leadsTo(temporary_, file_)) return std::unexpected(posixError(ESTALE, "rename"));
   if (::rename(temporary_.c_str(), target_.c_str()) != 0) {
     return std::unexpected(lastPosixError("rename"));
   }

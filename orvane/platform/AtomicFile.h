@@ -13,7 +13,8 @@ namespace orvane::platform {
 /// The content goes into a temporary file of mode 0600 in the same folder, which is synced to the
 /// disk, renamed over the target, and followed by a sync of the folder. The temporary file has one
 /// fixed name and is locked while in use: a writer that was killed leaves at most that one file,
-/// which the next writer takes over, and two writers of one target take turns.
+/// which the next writer takes over, and two writers of one target take turns. One that another
+/// user has left is removed where the folder allows it.
 ///
 /// One thread at a time; every call may block on the disk.
 ///

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/OtherUser.h"
 #include "support/TemporaryDirectory.h"
 
 namespace orvane::platform {
@@ -98,6 +99,40 @@ TEST(AtomicFile, AKilledWriterLeavesNothingThatGrows) {
   }
   ASSERT_TRUE(replace(target, "new"));
   EXPECT_EQ(readFile(target), "new");
+  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+}
+
+const testing::ChildMain kWriter("writer", [](const auto& arguments) {
+  return replace(arguments.at(0), "new") ? 0 : 1;
+});
+
+TEST(AtomicFile, ATemporaryFileOfAnotherUserIsMadeAnew) {
+  if (!testing::OtherUser::isPossible()) GTEST_SKIP() << "needs root";
+  const testing::OtherUser user;
+  const auto target = testing::testDirectory() / "f";
+  for (const auto mode : {fs::perms::none, fs::perms(0666)}) {
+    testing::writeFile(testing::testDirectory() / ".f.tmp", "of root");
+    fs::permissions(testing::testDirectory() / ".f.tmp", mode);
+    EXPECT_EQ(testing::ChildProcess::run("writer", {target.string()}).wait(), 0);
+    EXPECT_EQ(readFile(target), "new");
+    struct stat status{};
+    ASSERT_EQ(stat(target.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, testing::OtherUser::kId);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+    EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+  }
+}
+
+TEST(AtomicFile, AWriterWhoseFileWasRemovedReplacesNothing) {
+  const auto target = testing::testDirectory() / "f";
+  ASSERT_TRUE(replace(target, "old"));
+  {
+    auto first = AtomicFile::create(target).value();
+    fs::remove(testing::testDirectory() / ".f.tmp");
+    const auto second = AtomicFile::create(target).value();
+    EXPECT_EQ(first.commit().error().code(), ESTALE);
+  }
+  EXPECT_EQ(readFile(target), "old");
   EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
 }
 

@@ -4,8 +4,10 @@
 #include <orvane/platform/FileSecureStore.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/PercentEncoding.h>
+#include <orvane/platform/PosixError.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -30,14 +32,20 @@ fs::path fileOf(const fs::path& folder, std::string_view account) {
   return folder / (platform::percentEncode(account, kFileNameAllowed) + ".secret");
 }
 
-/// Shuts others out of a folder that was left open to them. One that cannot be changed lies on a
-/// file system without modes or belongs to somebody else; the files' own mode must do there.
-void makePrivate(const fs::path& folder) {
+/// What belongs to another user may be read or exchanged by that user at any time.
+Result<void> requireOwnUser(const struct stat& status) {
+  if (status.st_uid == ::geteuid()) return {};
+  return std::unexpected(platform::posixError(EPERM, "use what belongs to another user"));
+}
+
+/// Shuts others out of a folder that was left open to them.
+Result<void> makePrivate(const fs::path& folder) {
   struct stat status{};
-  if (::stat(folder.c_str(), &status) != 0) return;
-  if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-    static_cast<void>(::chmod(folder.c_str(), S_IRWXU));
-  }
+  if (::stat(folder.c_str(), &status) != 0) return {};  // The next step says what is wrong.
+  if (auto isOwn = requireOwnUser(status); !isOwn) return isOwn;
+  if ((status.st_mode & (S_IRWXG | S_IRWXO)) == 0) return {};
+  if (::chmod(folder.c_str(), S_IRWXU) == 0) return {};
+  return std::unexpected(platform::lastPosixError("close the folder to others"));
 }
 
 }  // namespace
@@ -45,8 +53,13 @@ void makePrivate(const fs::path& folder) {
 Result<std::optional<Bytes>> FileSecureStore::read(std::string_view account) {
   const auto folder = secretsFolder();
   if (!folder) return std::unexpected(folder.error());
-  makePrivate(*folder);
-  const auto content = platform::readWholeFile(fileOf(*folder, account));
+  if (auto closed = makePrivate(*folder); !closed) return std::unexpected(closed.error());
+  const auto file = fileOf(*folder, account);
+  struct stat status{};
+  if (::lstat(file.c_str(), &status) == 0) {
+    if (auto isOwn = requireOwnUser(status); !isOwn) return std::unexpected(isOwn.error());
+  }
+  const auto content = platform::readWholeFile(file);
   if (content) return Bytes(content->view().begin(), content->view().end());
   if (content.error().code() == ENOENT) return std::nullopt;
   return std::unexpected(content.error());
@@ -56,7 +69,7 @@ Result<void> FileSecureStore::replace(std::string_view account, ByteView data) {
   const auto folder = secretsFolder();
   if (!folder) return std::unexpected(folder.error());
   if (auto created = platform::createPrivateDirectories(*folder); !created) return created;
-  makePrivate(*folder);
+  if (auto closed = makePrivate(*folder); !closed) return closed;
   auto file = platform::AtomicFile::create(fileOf(*folder, account));
   if (!file) return std::unexpected(file.error());
   if (auto written = file->append(data); !written) return written;

@@ -8,9 +8,11 @@ namespace orvane {
 /// `HostApplication::secretsDirectory()`.
 ///
 /// Only the user may read them: the folder has mode 0700 and is given it back when it was left
-/// wider, before anything in it is read or written; the files are written with mode 0600. What the
-/// mode does not keep out (the administrator, a backup, a stolen disk) the store does not either.
-/// A file is replaced as a whole: a crash leaves the former item or the new one.
+/// wider, before anything in it is read or written; the files are written with mode 0600. A folder
+/// that belongs to another user, or cannot be given its mode, is refused with a POSIX error; so is
+/// reading a file of another user, which `replace` replaces by one of this user. What the mode does
+/// not keep out (the administrator, a backup, a stolen disk) the store does not either. A file is
+/// replaced as a whole: a crash leaves the former item or the new one.
 ///
 /// The files are like any others: a home folder that is copied to another machine, or that several
 /// machines share, brings the items along. Two machines then have the same ones.

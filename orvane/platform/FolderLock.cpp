@@ -4,8 +4,10 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <string>
 #include <thread>
 
 namespace orvane::platform {
@@ -14,13 +16,19 @@ namespace {
 /// Others of the same folder hold it for milliseconds at most times.
 constexpr std::chrono::milliseconds kPause{2};
 
+/// A file and not the folder, for writing: network file systems lock nothing else exclusively.
+FileDescriptor openForLocking(const std::filesystem::path& file) {
+  return FileDescriptor(
+      ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+}
+
 }  // namespace
 
 FolderLock::FolderLock(const std::filesystem::path& folder, std::chrono::milliseconds limit) {
   if (!createPrivateDirectories(folder)) return;
-  // A file and not the folder, for writing: network file systems lock nothing else exclusively.
-  file_ = FileDescriptor(::open((folder / ".lock").c_str(),
-                                O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+  file_ = openForLocking(folder / ".lock");
+  // Removing another user's file would let two processes of this one hold the lock.
+  if (!file_) file_ = openForLocking(folder / (".lock-" + std::to_string(::geteuid())));
   if (!file_) return;
   const auto end = std::chrono::steady_clock::now() + limit;
   for (;;) {

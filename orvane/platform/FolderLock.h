@@ -11,7 +11,8 @@ namespace orvane::platform {
 class FolderLock {
  public:
   /// Waits for the turn with `folder`, which is created for this user alone if it is not there; the
-  /// lock is that of a file ".lock" in it. Without a folder, on a file system without locks and
+  /// lock is that of a file ".lock" in it, or ".lock-<user number>" where the first is another
+  /// user's and cannot be opened. Without a folder, on a file system without locks and
   /// when `limit` has passed, the caller goes on without the turn.
   FolderLock(const std::filesystem::path& folder, std::chrono::milliseconds limit);
   ~FolderLock();

@@ -2,6 +2,7 @@
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/ImageClassifier.h>
 #include <orvane/platform/SceneClassifier.h>
+#include <orvane/platform/internal/TrustedAuthorities.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -83,6 +84,11 @@ Result<void> HostApplication::configure(HostOptions options) {
   if (!isIdentifier(options.identifier)) return refused(2, "The identifier is malformed");
   if (options.dataDirectory && !options.dataDirectory->is_absolute()) {
     return refused(3, "The data directory is not an absolute path");
+  }
+  if (options.certificateAuthorities) {
+    const auto trusted = platform::trustAuthoritiesIn(*options.certificateAuthorities);
+    if (!trusted)
+      return refused(4, "No authorities' certificates: " + trusted.error().description());
   }
   instance.options = std::move(options);
   fix(instance);

@@ -23,6 +23,10 @@ struct HostOptions {
   /// folder, and the stores keep everything in memory only.
   std::optional<std::filesystem::path> dataDirectory = {};
 
+  /// A PEM file with the certificates of further authorities (a company's, a home server's) that
+  /// may vouch for servers and proxies, besides the system's. Read once, by `configure`.
+  std::optional<std::filesystem::path> certificateAuthorities = {};
+
   /// Where the device's identity is kept. Left out: a `FileSecureStore` in the data folder.
   /// Changing it between two starts of the application gives the device a second identity.
   std::shared_ptr<SecureStore> secureStore = {};
@@ -40,7 +44,8 @@ class HostApplication {
 
   /// Sets the options. Optional; once, before the first use of the engine. Fails with the domain
   /// "HostApplication" when the options are already fixed (code 1), when the identifier is
-  /// malformed (code 2) or when the data folder is not an absolute path (code 3).
+  /// malformed (code 2), when the data folder is not an absolute path (code 3) or when the file of
+  /// authorities cannot be read or holds no certificate (code 4).
   [[nodiscard]] static Result<void> configure(HostOptions options);
 
   [[nodiscard]] static const std::string& identifier();

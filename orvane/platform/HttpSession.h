@@ -18,7 +18,8 @@ namespace orvane::platform {
 /// The request goes out as it is given: path and query byte for byte, the `Host` field that the
 /// headers hold (the connection goes to the URL's host and port all the same), nothing added but
 /// `Content-Length`. HTTP/1.1 over http and https; redirects are answers like any other;
-/// certificates are verified; proxies are those of the environment (`https_proxy`, `no_proxy`...).
+/// certificates are verified, by the system's authorities and those that `HostOptions` names;
+/// proxies are those of the environment (`https_proxy`, `no_proxy`...).
 ///
 /// One I/O thread per process drives the transfers of all sessions; callbacks never run on it. A
 /// request takes its first steps, without waiting for the network, on the thread that starts it.
@@ -26,8 +27,11 @@ namespace orvane::platform {
 ///
 /// Errors: the domain `Error::kUrlLoading` with a code of `UrlErrorCode`. Any status is a success
 /// here. A method or header field that holds CR, LF or NUL fails with badURL, and so
-/// do `Transfer-Encoding` and credentials in the URL; nothing is sent. A request that finds its
-/// kept connection broken before any answer is sent once more on a fresh one.
+/// do `Transfer-Encoding` and credentials in the URL; nothing is sent.
+///
+/// A request is sent once. A second time, on a fresh connection, it is sent only when its kept
+/// connection turns out to have been closed before the server could read any of it; a POST not even
+/// then. Otherwise a connection that ends without an answer is the error networkConnectionLost.
 ///
 /// Where threads or descriptors have run out, requests fail with a POSIX error, and may succeed
 /// later.

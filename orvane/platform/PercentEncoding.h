@@ -29,8 +29,8 @@ class CharacterSet {
 
 /// What a URL's path may hold; "/" included.
 inline constexpr CharacterSet kUrlPathAllowed{"!$&'()*+,-./:=@_~"};
-/// What a URL's query may hold; the separators "&", "=" and "+" included.
-inline constexpr CharacterSet kUrlQueryAllowed{"!$&'()*+,-./:;=?@_~"};
+/// What a value in a URL's query may hold: without "&", "=" and "+", which end it or mean a space.
+inline constexpr CharacterSet kUrlQueryValue{"!$'()*,-./:;?@_~"};
 /// What means itself everywhere in a URL.
 inline constexpr CharacterSet kUrlUnreserved{"-._~"};
 

@@ -3,6 +3,7 @@
 #include <orvane/platform/FolderLock.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/Preferences.h>
+#include <orvane/platform/PreservedFile.h>
 
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -66,25 +67,14 @@ std::optional<FileIdentity> identityOf(const fs::path& file) {
   return FileIdentity(status.st_dev, status.st_ino);
 }
 
-bool isTaken(const fs::path& file) {
+/// Keeps the file aside, and with it the journal that belongs to it. In that order: next to a
+/// missing file SQLite discards a journal.
+bool preserve(const fs::path& file) {
+  const auto kept = platform::preserveFile(file, ".corrupt");
+  if (!kept) return false;
   std::error_code ignored;
-  return fs::exists(fs::symlink_status(file, ignored));
-}
-
-/// Renames the file to a free name, and with it the journal that belongs to it. In that order: next
-/// to a missing file SQLite discards a journal.
-bool keepAside(const fs::path& file) {
-  fs::path aside = file;
-  aside += ".corrupt";
-  for (int number = 2; isTaken(aside); ++number) {
-    aside = file;
-    aside += ".corrupt-" + std::to_string(number);
-  }
-  std::error_code failed;
-  fs::rename(file, aside, failed);
-  std::error_code ignored;
-  if (!failed) fs::rename(file.string() + "-journal", aside.string() + "-journal", ignored);
-  return !failed;
+  fs::rename(file.string() + "-journal", kept->string() + "-journal", ignored);
+  return true;
 }
 
 }  // namespace
@@ -108,18 +98,17 @@ struct Preferences::Store {
     const platform::FolderLock lock(*folder, kLongestTurn);
     auto result = openAndRun(file, block);
     const bool isTheOneRead = identityOf(file) == identity;
-    if (isCorrupt(result) && isTheOneRead && keepAside(file)) result = openAndRun(file, block);
+    if (isCorrupt(result) && isTheOneRead && preserve(file)) result = openAndRun(file, block);
     return result;
   }
 
   template <class T, class Map>
-  std::optional<T> find(std::string_view key, std::string_view kind, Map&& map) {
-    auto found = use([&](DatabaseQueue& opened) {
+  Result<std::optional<T>> find(std::string_view key, std::string_view kind, Map&& map) {
+    return use([&](DatabaseQueue& opened) {
       return opened.read([&](Database& database) {
         return database.fetchOne(kFind, {key, kind}, {"value"}, map);
       });
     });
-    return found ? std::move(*found) : std::nullopt;
   }
 
   void write(std::string_view statement, platform::DatabaseArguments arguments) {
@@ -158,16 +147,25 @@ Preferences& Preferences::shared() {
 }
 
 std::optional<bool> Preferences::boolean(std::string_view key) {
-  return store_->find<bool>(key, kBoolean,
-                            [](const DatabaseRow& row) { return row.integer(0) != 0; });
+  return store_
+      ->find<bool>(key, kBoolean, [](const DatabaseRow& row) { return row.integer(0) != 0; })
+      .value_or(std::nullopt);
 }
 
 std::optional<std::int64_t> Preferences::integer(std::string_view key) {
+  return readInteger(key).value_or(std::nullopt);
+}
+
+std::optional<Bytes> Preferences::bytes(std::string_view key) {
+  return readBytes(key).value_or(std::nullopt);
+}
+
+Result<std::optional<std::int64_t>> Preferences::readInteger(std::string_view key) {
   return store_->find<std::int64_t>(key, kInteger,
                                     [](const DatabaseRow& row) { return row.integer(0); });
 }
 
-std::optional<Bytes> Preferences::bytes(std::string_view key) {
+Result<std::optional<Bytes>> Preferences::readBytes(std::string_view key) {
   return store_->find<Bytes>(key, kBytes, [](const DatabaseRow& row) {
     const auto view = row.bytes(0);
     return Bytes(view.begin(), view.end());

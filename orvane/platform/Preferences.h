@@ -1,5 +1,6 @@
 #pragma once
 
+#include <orvane/Error.h>
 #include <orvane/platform/Bytes.h>
 
 #include <cstdint>
@@ -30,6 +31,11 @@ class Preferences {
   [[nodiscard]] std::optional<bool> boolean(std::string_view key);
   [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key);
   [[nodiscard]] std::optional<Bytes> bytes(std::string_view key);
+
+  /// The same, failing with the database's or a POSIX error where that cannot be told: for example
+  /// when another process has held the file for more than 10 seconds.
+  [[nodiscard]] Result<std::optional<std::int64_t>> readInteger(std::string_view key);
+  [[nodiscard]] Result<std::optional<Bytes>> readBytes(std::string_view key);
 
   /// Stores a value in place of an earlier one of any kind. Blocks until it is on the disk.
   void set(std::string_view key, bool value);

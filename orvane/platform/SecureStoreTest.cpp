@@ -3,9 +3,12 @@
 #include <orvane/platform/FileSecureStore.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/SecretServiceStore.h>
+#include <sys/fsuid.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -21,6 +24,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/OtherUser.h"
 #include "support/SecretService.h"
 #include "support/TemporaryDirectory.h"
 
@@ -154,6 +158,37 @@ TEST(FileSecureStore, LetsOnlyTheUserIn) {
   EXPECT_EQ(modeOf(folder), fs::perms::owner_all);
   EXPECT_EQ(modeOf(file), fs::perms::owner_read | fs::perms::owner_write);
   EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
+}
+
+TEST(FileSecureStore, TrustsNothingOfAnotherUser) {
+  if (!testing::OtherUser::isPossible()) GTEST_SKIP() << "needs root";
+  const auto folder = testDirectory() / "data/org.orvane.engine/Secrets";
+  const auto refused = "error " + std::to_string(EPERM);
+  FileSecureStore store;
+  testing::writeFile(folder / "a.secret", "planted");
+  fs::permissions(folder, fs::perms::owner_all);
+  ASSERT_EQ(chown(folder.c_str(), testing::OtherUser::kId, 0), 0);
+  EXPECT_EQ(contentOf(store, "a"), refused);
+  EXPECT_EQ(codeOfReplacing(store, "a"), EPERM);
+  EXPECT_EQ(testing::readFile(folder / "a.secret"), "planted");
+
+  ASSERT_EQ(chown(folder.c_str(), 0, 0), 0);
+  ASSERT_EQ(chown((folder / "a.secret").c_str(), testing::OtherUser::kId, 0), 0);
+  EXPECT_EQ(contentOf(store, "a"), refused);
+  EXPECT_EQ(codeOfReplacing(store, "a"), 0);
+  EXPECT_EQ(contentOf(store, "a"), "item new");
+
+  // With the access of another user the mode cannot be changed.
+  for (auto path = folder; path != testDirectory().parent_path(); path = path.parent_path()) {
+    fs::permissions(path, fs::perms::all);
+  }
+  const auto own = static_cast<uid_t>(setfsuid(testing::OtherUser::kId));
+  const auto content = contentOf(store, "b");
+  const auto code = codeOfReplacing(store, "b");
+  setfsuid(own);
+  prctl(PR_SET_DUMPABLE, 1);  // For the leak check.
+  EXPECT_EQ(content, refused);
+  EXPECT_EQ(code, EPERM);
 }
 
 TEST(FileSecureStore, TellsUnreadableFromMissing) {

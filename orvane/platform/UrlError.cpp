@@ -19,7 +19,7 @@ std::string_view describe(UrlErrorCode code) noexcept {
     case UrlErrorCode::cannotFindHost:
       return "The host's name could not be resolved";
     case UrlErrorCode::cannotConnectToHost:
-      return "The host does not accept connections";
+      return "No connection to the host could be made";
     case UrlErrorCode::networkConnectionLost:
       return "The connection was lost";
     case UrlErrorCode::dnsLookupFailed:
@@ -28,6 +28,8 @@ std::string_view describe(UrlErrorCode code) noexcept {
       return "There is no route to the network";
     case UrlErrorCode::badServerResponse:
       return "The server's answer is not HTTP";
+    case UrlErrorCode::userAuthenticationRequired:
+      return "The proxy asks for credentials";
     case UrlErrorCode::dataLengthExceedsMaximum:
       return "The server's answer is longer than allowed";
     case UrlErrorCode::secureConnectionFailed:

@@ -19,6 +19,7 @@ enum class UrlErrorCode : int {
   dnsLookupFailed = -1006,
   notConnectedToInternet = -1009,
   badServerResponse = -1011,
+  userAuthenticationRequired = -1013,
   dataLengthExceedsMaximum = -1103,
   secureConnectionFailed = -1200,
   serverCertificateUntrusted = -1202,

@@ -1,5 +1,6 @@
 #include <orvane/platform/Utf8.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -48,19 +49,44 @@ std::size_t sequenceLength(std::string_view bytes) {
   return 0;
 }
 
-}  // namespace
-
-bool isUtf8(std::string_view bytes) noexcept {
-  while (!bytes.empty()) {
-    bytes.remove_prefix(asciiLength(bytes));
+/// How many bytes at the start are well-formed.
+std::size_t wellFormedLength(std::string_view bytes) {
+  auto rest = bytes;
+  while (!rest.empty()) {
+    rest.remove_prefix(asciiLength(rest));
     // The word that is not ASCII, or the last few bytes.
-    for (std::size_t i = 0; i < sizeof(std::uint64_t) && !bytes.empty(); ++i) {
-      const auto length = sequenceLength(bytes);
-      if (length == 0) return false;
-      bytes.remove_prefix(length);
+    for (std::size_t i = 0; i < sizeof(std::uint64_t) && !rest.empty(); ++i) {
+      const auto length = sequenceLength(rest);
+      if (length == 0) return bytes.size() - rest.size();
+      rest.remove_prefix(length);
     }
   }
-  return true;
+  return bytes.size();
+}
+
+}  // namespace
+
+bool isUtf8(std::string_view bytes) noexcept { return wellFormedLength(bytes) == bytes.size(); }
+
+std::string repairedUtf8(std::string_view bytes) {
+  std::string text;
+  for (;;) {
+    const auto length = wellFormedLength(bytes);
+    text.append(bytes.substr(0, length));
+    if (length == bytes.size()) return text;
+    text.append("\xEF\xBF\xBD");
+    bytes.remove_prefix(length + 1);
+  }
+}
+
+std::string_view wholeCharacters(std::string_view text) noexcept {
+  constexpr std::size_t kLongestCut = 3;
+  for (std::size_t length = 1; length <= std::min(kLongestCut, text.size()); ++length) {
+    const auto end = text.substr(text.size() - length);
+    if (isWithin(static_cast<unsigned char>(end.front()), 0x80, 0xBF)) continue;
+    return sequenceLength(end) == 0 ? text.substr(0, text.size() - length) : text;
+  }
+  return text;
 }
 
 std::string utf8Of(std::uint32_t codePoint) {

@@ -67,16 +67,16 @@ TEST_F(TagMergeTest, AnObjectIsReadAgainUnlessItsETagIsKnown) {
 
 TEST_F(TagMergeTest, TheListPrefixIsEncodedAndKeysAreNot) {
   auto elsewhere = config();
-  elsewhere.prefix = "p \u00f2/";
-  answerListing(answer(200, "<Contents><Key>p \u00f2/tags/U/tags.jsonl</Key></Contents>"));
+  elsewhere.prefix = "p \u00f2;+&=/";
+  answerListing(answer(200, "<Contents><Key>p \u00f2;+&=/tags/U/tags.jsonl</Key></Contents>"));
   EXPECT_EQ(run(service_.downloadAllRemoteTags(elsewhere)), 0);
   EXPECT_EQ(server_.requests().at(0).target(),
-            "/photos?list-type=2&prefix=p%20%C3%B2/tags/&max-keys=1000");
+            "/photos?list-type=2&prefix=p%20%C3%B2;%2B%26%3D/tags/&max-keys=1000");
   EXPECT_EQ(log_.lines().at(2), "[TagSync] Skipping device U: Tag download failed: Invalid URL");
 }
 
 TEST_F(TagMergeTest, ADeviceThatFailsIsPassedOver) {
-  const std::vector<std::string> failing = {"GONE", "RESET", "HALF", "EMPTY", "BYTES"};
+  const std::vector<std::string> failing = {"GONE", "RESET", "HALF", "EMPTY", "BYTES", "ENDLESS"};
   auto all = failing;
   all.emplace_back("GOOD");
   list(all);
@@ -87,20 +87,24 @@ TEST_F(TagMergeTest, ADeviceThatFailsIsPassedOver) {
   answerObject("RESET", resetAfter(0));
   answerObject("EMPTY", "");
   answerObject("BYTES", line("k", "no") + "\xff");
-  answerObject("GOOD", line("k", "mare"));
+  answerObject("ENDLESS", {.answer = "HTTP/1.1 200 OK\r\n\r\n" + std::string(100'000, 'x'),
+                           .end = Reaction::End::repeat});
+  answerObject("GOOD", std::string(70'000'000, '\n') + line("k", "mare"));
   EXPECT_EQ(merge(), 1);
   EXPECT_THAT(database_.tagsForAsset("mine").value(), ElementsAre("mare"));
   for (const auto& uuid : failing) {
     EXPECT_EQ(database_.getRemoteETag(uuid).value(), std::nullopt) << uuid;
   }
-  EXPECT_THAT(log_.lines(),
-              ElementsAre("[TagSync] Starting cross-device tag download",
-                          "[TagSync] Found 6 remote tag files (excluding own device)",
-                          "[TagSync] Skipping device GONE: Tag download failed: HTTP error: 404",
-                          StartsWith("[TagSync] Skipping device RESET: "),
-                          StartsWith("[TagSync] Skipping device HALF: "),
-                          "[TagSync] Remote device GOOD: applied 1 tags",
-                          "[TagSync] Cross-device download complete: 1 total tags applied"));
+  EXPECT_THAT(
+      log_.lines(),
+      ElementsAre("[TagSync] Starting cross-device tag download",
+                  "[TagSync] Found 7 remote tag files (excluding own device)",
+                  "[TagSync] Skipping device GONE: Tag download failed: HTTP error: 404",
+                  StartsWith("[TagSync] Skipping device RESET: "),
+                  StartsWith("[TagSync] Skipping device HALF: "),
+                  "[TagSync] Skipping device ENDLESS: The server's answer is longer than allowed",
+                  "[TagSync] Remote device GOOD: applied 1 tags",
+                  "[TagSync] Cross-device download complete: 1 total tags applied"));
 }
 
 TEST_F(TagMergeTest, AListingThatFailsEndsTheRun) {
@@ -129,14 +133,16 @@ TEST_F(TagMergeTest, TagsThatCannotBeWrittenCountAndTheOthersStay) {
                                 "ROLLBACK", "e", "ROLLBACK", "ROLLBACK", "ROLLBACK", "f"}) {
     object += line("k", tag);
   }
+  const std::string longest(1024, 'l');
+  object += line("k", longest + "l") + line("k", longest);
   std::string hopeless;
   for (int i = 0; i < 100; ++i) hopeless += line("k", "ROLLBACK");
   list({"ONE", "TWO"});
   answerObject("ONE", object);
   answerObject("TWO", hopeless + line("k", "g"));
-  EXPECT_EQ(merge(), 115);
+  EXPECT_EQ(merge(), 117);
   EXPECT_THAT(database_.tagsForAsset("mine").value(),
-              UnorderedElementsAre("a", "b", "c", "d", "e", "f", "g"));
+              UnorderedElementsAre("a", "b", "c", "d", "e", "f", "g", longest));
 }
 
 TEST_F(TagMergeTest, ALockedDatabaseLosesTagsAndIsAskedAgain) {

@@ -27,6 +27,9 @@ namespace this_coro = boost::asio::this_coro;
 using internal::RemoteTagFile;
 using platform::HttpSession;
 
+/// An object is read whole; this is room for some millions of tags.
+constexpr std::size_t kLargestTagObject = std::size_t{256} << 20;
+
 void log(std::string_view text) { SystemLog::write(std::string("[TagSync] ").append(text)); }
 
 std::string decimal(std::int64_t number) { return std::to_string(number); }
@@ -181,7 +184,7 @@ Async<std::int64_t> TagSyncService::downloadAllRemoteTags(S3Config config) {
 Async<std::vector<RemoteTagFile>> TagSyncService::listTagFiles(S3Config config) const {
   const auto listPrefix = config.prefix + tagsPrefix_;
   const auto url = Url::parse(bucketUrl(config) + "?list-type=2&prefix=" +
-                              platform::percentEncode(listPrefix, platform::kUrlQueryAllowed) +
+                              platform::percentEncode(listPrefix, platform::kUrlQueryValue) +
                               "&max-keys=1000");
   if (!url) co_return std::unexpected(TagSyncError::downloadFailed("Invalid list URL"));
   auto sending = HttpSession::shared().send(signedGet(config, *url, {}));
@@ -200,7 +203,9 @@ Async<std::string> TagSyncService::downloadFromS3(std::string key, std::int64_t 
   if (!url) co_return std::unexpected(TagSyncError::downloadFailed("Invalid URL"));
   AWSSignatureV4::Headers headers;
   if (rangeEnd) headers["Range"] = "bytes=" + decimal(rangeStart) + "-" + decimal(*rangeEnd);
-  auto sending = HttpSession::shared().send(signedGet(config, *url, headers));
+  auto request = signedGet(config, *url, headers);
+  request.maximumAnswerSize = kLargestTagObject;
+  auto sending = HttpSession::shared().send(std::move(request));
   co_return bodyOf(co_await std::move(sending), "HTTP error: ");
 }
 

@@ -4,9 +4,12 @@
 
 #include <functional>
 #include <future>
+#include <iostream>
 #include <thread>
 
+#include "support/ChildProcess.h"
 #include "support/FaultServer.h"
+#include "support/MemoryGrowth.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
@@ -164,6 +167,32 @@ TEST_F(S3UploaderTest, UploadReportsFailuresAfterProgress) {
   EXPECT_NE(refused.completedOn, std::this_thread::get_id());
   server.queue(testing::resetAfter(200'000));
   EXPECT_EQ(upload(file, config).result.error().code(), -1005);
+}
+
+const testing::ChildMain kCallsWithEndlessAnswers("callsWithEndlessAnswers", [](const auto& url) {
+  const auto config = configFor(url.at(0));
+  testing::writeFile(testDirectory() / "f", "x");
+  const testing::MemoryGrowth growth;
+  std::cout << (uploadData("x", config) == "tag")
+            << upload(testDirectory() / "f", config).result.has_value()
+            << (complete(config) == "abc")
+            << (initiate(config) == std::unexpected(S3Error::httpError(403)));
+  S3Uploader::abortMultipartUpload("k", "id", config);
+  if (testing::kMemoryIsTheProgramsOwn && growth.kibibytes() > 16 * 1024) {
+    std::cout << " and " << growth.kibibytes() << " KiB";
+  }
+  return 0;
+});
+
+TEST_F(S3UploaderTest, AnswersThatNobodyReadsAreNotKept) {
+  FaultServer endless([](const auto& request) -> testing::Reaction {
+    const std::string status =
+        request.method() == "POST" && request.target().ends_with("?uploads") ? "403 No" : "200 OK";
+    return {.answer = "HTTP/1.1 " + status + "\r\nETag: tag\r\n\r\n<ETag>abc</ETag>" +
+                      std::string(100'000, 'x'),
+            .end = testing::Reaction::End::repeat};
+  });
+  EXPECT_EQ(testing::outputOfChild("callsWithEndlessAnswers", {endless.url()}), "1111");
 }
 
 TEST_F(S3UploaderTest, AbortReturnsWhateverHappens) {

@@ -18,9 +18,6 @@ namespace {
 
 constexpr int kFirstFailureStatus = 300;
 
-/// What a query may hold, without the characters that some server or other takes for separators.
-constexpr platform::CharacterSet kQueryText{"!$'()*,-./:?@_~"};
-
 struct Page {
   std::vector<KeyETagPair> pairs;
   std::optional<std::string> continuationToken;
@@ -30,14 +27,14 @@ std::optional<Url> pageUrl(const S3Config& config, std::string_view prefix,
                            const std::optional<std::string>& continuationToken) {
   std::string text(platform::trimmed(config.endpoint, '/'));
   text.append("/").append(config.bucket).append("?list-type=2&prefix=");
-  platform::appendPercentEncoded(text, prefix, kQueryText);
+  platform::appendPercentEncoded(text, prefix, platform::kUrlQueryValue);
   text.append("&max-keys=1000");
   if (continuationToken) {
     // The answer is XML and the request is not: a token handed back with its references is another
     // one, by which a store may repeat a page for ever.
     const auto token = withoutXmlReferences(*continuationToken);
     text.append("&continuation-token=");
-    platform::appendPercentEncoded(text, token, kQueryText);
+    platform::appendPercentEncoded(text, token, platform::kUrlQueryValue);
   }
   return Url::parse(std::move(text));
 }

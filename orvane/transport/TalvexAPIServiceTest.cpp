@@ -74,25 +74,26 @@ TEST(TalvexAPIService, FollowsTokensInOrder) {
   server.queue(answer(200, entry("<Key>b</Key><ETag>\"1\"</ETag>") + token("t 1/+=&amp;\u00e9;")));
   server.queue(answer(200, token("t 1/+=&amp;\u00e9;")));
   server.queue(answer(200, entry("<Key>a</Key>") + "<IsTruncated>true</IsTruncated>"));
-  EXPECT_EQ(list(server, "m d/\u00e9+&=#%?'"), (Pairs{{"b", "1"}, {"a", ""}}));
+  EXPECT_EQ(list(server, "m d/\u00e9+&=#%?';"), (Pairs{{"b", "1"}, {"a", ""}}));
   const auto requests = server.requests();
   ASSERT_EQ(requests.size(), 3U);
   const std::string first =
-      "/photos?list-type=2&prefix=m%20d/%C3%A9%2B%26%3D%23%25?'&max-keys=1000";
+      "/photos?list-type=2&prefix=m%20d/%C3%A9%2B%26%3D%23%25?';&max-keys=1000";
   EXPECT_EQ(requests[0].method() + " " + requests[0].target(), "GET " + first);
   EXPECT_EQ(requests[0].header("x-amz-content-sha256"),
             "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
   for (const auto i : {1U, 2U}) {
-    EXPECT_EQ(requests[i].target(), first + "&continuation-token=t%201/%2B%3D%26%C3%A9%3B");
+    EXPECT_EQ(requests[i].target(), first + "&continuation-token=t%201/%2B%3D%26%C3%A9;");
   }
 }
 
 TEST(TalvexAPIService, ReportsEveryFailure) {
   FaultServer server([](const auto&) { return answer(200); });
   EXPECT_EQ(list(server), Pairs());
-  const std::string long403 = "<Error>" + std::string(100'000, 'x') + "\u00e9</Error>";
+  const std::string long403 = std::string((1 << 20) - 1, 'x') + "\u00e9";
   const std::pair<testing::Reaction, Error> cases[] = {
-      {answer(403, long403), {"TalvexAPIService", 403, "ListObjects HTTP 403: " + long403}},
+      {answer(403, long403),
+       {"TalvexAPIService", 403, "ListObjects HTTP 403: " + long403.substr(0, (1 << 20) - 1)}},
       {answer(300), {"TalvexAPIService", 300, "ListObjects HTTP 300: "}},
       {answer(500, "\xff<Error/>"), {"TalvexAPIService", 500, "ListObjects HTTP 500: "}},
       {answer(200, entry("<Key>\xc3(</Key>")),
@@ -106,6 +107,9 @@ TEST(TalvexAPIService, ReportsEveryFailure) {
   }
   FaultServer resetting([](const auto&) { return testing::resetAfter(0); });
   EXPECT_EQ(list(resetting).error().code(), -1005);
+  server.queue({.answer = "HTTP/1.1 200 OK\r\n\r\n" + std::string(100'000, 'x'),
+                .end = testing::Reaction::End::repeat});
+  EXPECT_EQ(list(server).error().code(), -1103);
   const auto none = TalvexAPIService::shared().listObjects(configFor("http://bad host"), "");
   EXPECT_EQ(none.error().domain(), Error::kUrlLoading);
   EXPECT_EQ(none.error().code(), -1000);

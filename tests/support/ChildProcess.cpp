@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "support/OtherUser.h"
+
 extern char** environ;  // NOLINT(readability-redundant-declaration): glibc declares it for GNU only
 
 namespace orvane::testing {
@@ -31,6 +33,7 @@ ChildMain::ChildMain(const std::string& name, Function function) {
 
 std::optional<int> runAsChild(int argc, char** argv) {
   if (argc < 3 || std::string(argv[1]) != kChildFlag) return std::nullopt;
+  OtherUser::becomeIfAsked();
   return childMains().at(argv[2])(std::vector<std::string>(argv + 3, argv + argc));
 }
 

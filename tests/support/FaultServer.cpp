@@ -92,14 +92,16 @@ class FaultServer::Connection {
   }
   ~Connection() {
     thread_.request_stop();
-    {
-      const std::lock_guard lock(closing_);
-      if (socket_) shutdown(socket_.get(), SHUT_RDWR);
-    }
+    end();
     thread_.join();
   }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
+
+  void end() {
+    const std::lock_guard lock(closing_);
+    if (socket_) shutdown(socket_.get(), SHUT_RDWR);
+  }
 
  private:
   void serve(const std::stop_token& stop) {
@@ -124,7 +126,9 @@ class FaultServer::Connection {
     const std::size_t sent = std::min(reaction.answer.size(), reaction.sendAtMost);
     if (!inPieces(read, reaction.readPace, stop, readBody)) return false;
     if (reaction.gate) reaction.gate->wait(stop);
-    if (!inPieces(sent, reaction.sendPace, stop, sendAnswer)) return false;
+    do {
+      if (!inPieces(sent, reaction.sendPace, stop, sendAnswer)) return false;
+    } while (reaction.end == Reaction::End::repeat);
     return finish(reaction.end, bodySize - read, stop);
   }
 
@@ -143,6 +147,8 @@ class FaultServer::Connection {
         return false;
       case Reaction::End::stall:
         Gate().wait(stop);
+        return false;
+      case Reaction::End::repeat:
         return false;
     }
     return false;
@@ -286,6 +292,11 @@ std::vector<RecordedRequest> FaultServer::waitForRequests(std::size_t count) con
 std::size_t FaultServer::connectionCount() const {
   const std::lock_guard lock(mutex_);
   return connections_.size();
+}
+
+void FaultServer::closeConnections() {
+  const std::lock_guard lock(mutex_);
+  for (const auto& connection : connections_) connection->end();
 }
 
 }  // namespace orvane::testing

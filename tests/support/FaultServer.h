@@ -64,6 +64,8 @@ class FaultServer {
   /// Waits until at least so many have arrived. Throws, which fails the test, after half a minute.
   std::vector<RecordedRequest> waitForRequests(std::size_t count) const;
   [[nodiscard]] std::size_t connectionCount() const;
+  /// Closes every connection in order, without reading on; the ends have left when it returns.
+  void closeConnections();
 
  private:
   class Connection;

@@ -44,6 +44,7 @@ struct Reaction {
     close,     ///< Reads what is left of the body, then closes in order.
     reset,     ///< The client receives what was sent, then a reset.
     stall,     ///< Neither reads nor sends until the server goes.
+    repeat,    ///< Sends the answer again and again until the client goes.
   };
   /// `piece` bytes at a time with `pause` between them.
   struct Pace {

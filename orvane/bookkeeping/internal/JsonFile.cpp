@@ -2,6 +2,7 @@
 #include <orvane/platform/Directories.h>
 #include <orvane/platform/FileReader.h>
 #include <orvane/platform/HostApplication.h>
+#include <orvane/platform/PreservedFile.h>
 
 #include <cerrno>
 #include <span>
@@ -12,27 +13,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The name under which to keep `file`: a free one, or one that leads to that very file because a
-/// process ended between keeping and replacing it.
-fs::path nameAside(const fs::path& file) {
-  std::error_code ignored;
-  for (int number = 1;; ++number) {
-    auto name = file;
-    name += number == 1 ? ".undecodable" : ".undecodable-" + std::to_string(number);
-    const bool taken = fs::exists(fs::symlink_status(name, ignored));
-    if (!taken || fs::equivalent(file, name, ignored)) return name;
-  }
-}
-
-bool keepAside(const fs::path& file) {
-  std::error_code error;
-  if (!fs::is_regular_file(file, error)) return false;
-  const auto name = nameAside(file);
-  // A second name rather than a new one: should replacing fail, the file still stands in its place.
-  fs::create_hard_link(file, name, error);
-  if (!error || error == std::errc::file_exists) return true;
-  fs::rename(file, name, error);
-  return !error;
+/// Whether nothing that must be kept is in the place of `file` any more.
+bool preserve(const fs::path& file) {
+  const auto kept = platform::preserveFile(file, ".undecodable");
+  return kept || kept.error().code() == ENOENT;
 }
 
 }  // namespace
@@ -42,13 +26,13 @@ std::optional<simdjson::padded_string> JsonFile::read() {
   if (!path) return std::nullopt;
   auto reader = platform::FileReader::open(*path);
   if (!reader) {
-    keepAside_ = reader.error().code() != ENOENT;
+    mustPreserve_ = reader.error().code() != ENOENT;
     return std::nullopt;
   }
   simdjson::padded_string text(reader->sizeAtOpen());
   const auto length = reader->read(std::as_writable_bytes(std::span(text.data(), text.size())));
   if (length != text.size()) {
-    keepAside_ = true;
+    mustPreserve_ = true;
     return std::nullopt;
   }
   return text;
@@ -59,15 +43,16 @@ void JsonFile::replace(const std::function<bool(platform::AtomicFile&)>& write) 
   if (!path) return;
   auto file = platform::AtomicFile::create(*path);
   if (!file || !write(*file)) return;
-  if (keepAside_ && keepAside(*path)) keepAside_ = false;
-  if (file->commit()) keepAside_ = false;
+  if (mustPreserve_ && !preserve(*path)) return;
+  mustPreserve_ = false;
+  static_cast<void>(file->commit());
 }
 
 void JsonFile::remove() {
   const auto path = location();
   if (!path) return;
   std::error_code error;
-  if (fs::remove(*path, error)) keepAside_ = false;
+  if (fs::remove(*path, error)) mustPreserve_ = false;
 }
 
 std::optional<fs::path> JsonFile::location() const {

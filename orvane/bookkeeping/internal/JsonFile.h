@@ -19,7 +19,8 @@ namespace orvane::internal {
 /// as missing, and one that cannot be written keeps its content.
 ///
 /// A file that was found but is of no use is kept: just before it is replaced for the first time it
-/// gets a second name, "<name>.undecodable" (and a number, when that is taken).
+/// is renamed to "<name>.undecodable" (and a number, when that is taken). As long as that fails it
+/// is not replaced.
 ///
 /// One thread at a time; every call blocks on the disk.
 class JsonFile {
@@ -29,8 +30,8 @@ class JsonFile {
   /// The whole content, or nothing.
   [[nodiscard]] std::optional<simdjson::padded_string> read();
 
-  /// Says that the content cannot be decoded.
-  void setUndecodable() { keepAside_ = true; }
+  /// Says that the content cannot be decoded: it is preserved before the next `replace`.
+  void setUndecodable() { mustPreserve_ = true; }
 
   /// Replaces the file by what `write` appends; not if that answers false.
   void replace(const std::function<bool(platform::AtomicFile&)>& write);
@@ -42,7 +43,7 @@ class JsonFile {
   [[nodiscard]] std::optional<std::filesystem::path> location() const;
 
   std::string name_;
-  bool keepAside_ = false;
+  bool mustPreserve_ = false;
 };
 
 }  // namespace orvane::internal

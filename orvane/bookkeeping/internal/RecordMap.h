@@ -19,8 +19,10 @@ namespace orvane::internal {
 /// A map from key to record that can be written as one JSON object at little more cost than copying
 /// its bytes: a few neighbours at a time keep their encoded form, until one of them changes.
 ///
-/// `Json` gives the record's JSON form as `UploadRecordJson` does. Records lie one after the other
-/// in memory, in no particular order. One thread at a time.
+/// `Json` gives the record's JSON form as `UploadRecordJson` does. A text that is not UTF-8 is
+/// written with U+FFFD in place of what is wrong, so that no record keeps the others from being
+/// written; the record in memory stays as it is. Records lie one after the other in memory, in no
+/// particular order. One thread at a time.
 template <class Record, class Json>
 class RecordMap {
  public:
@@ -105,7 +107,7 @@ class RecordMap {
 
   /// Makes sure that every entry is encoded. False when some record has no JSON form.
   [[nodiscard]] bool encodeAll() {
-    JsonWriter writer;
+    JsonWriter writer(BadText::repair);
     return std::ranges::all_of(
         groups_, [&writer](Group& group) { return !group.json.empty() || encode(group, writer); });
   }

@@ -13,7 +13,13 @@ constexpr std::size_t kLongestText = std::size_t{1} << 29;
 }  // namespace
 
 void JsonWriter::value(std::string_view text) {
-  if (text.size() > kLongestText || !platform::isUtf8(text)) {
+  std::string repaired;
+  if (!platform::isUtf8(text)) {
+    ok_ = ok_ && badText_ == BadText::repair;
+    repaired = platform::repairedUtf8(text);
+    text = repaired;
+  }
+  if (text.size() > kLongestText) {
     ok_ = false;
     text = {};
   }

@@ -10,8 +10,14 @@
 
 namespace orvane::internal {
 
-/// Writes compact JSON. What JSON cannot express (a text that is not UTF-8, a number that is not
-/// finite) is replaced by something it can; from then on `ok` is false and the text is of no use.
+/// What becomes of a text that is not UTF-8, which JSON cannot express.
+enum class BadText : std::uint8_t {
+  refuse,
+  repair,  ///< It is written with U+FFFD in place of what is wrong.
+};
+
+/// Writes compact JSON. A text or a number that JSON cannot express writes a placeholder and clears
+/// `ok`; then the text written is of no use.
 ///
 ///     JsonWriter writer;
 ///     writer.beginObject();
@@ -19,7 +25,7 @@ namespace orvane::internal {
 ///     writer.endObject();
 class JsonWriter {
  public:
-  JsonWriter() : writer_(buffer_) {}
+  explicit JsonWriter(BadText badText = BadText::refuse) : badText_(badText), writer_(buffer_) {}
 
   /// Forgets what was written, but not the memory it took.
   void restart() {
@@ -52,6 +58,7 @@ class JsonWriter {
   [[nodiscard]] std::string_view text() const { return {buffer_.GetString(), buffer_.GetSize()}; }
 
  private:
+  BadText badText_;
   rapidjson::StringBuffer buffer_;
   rapidjson::Writer<rapidjson::StringBuffer> writer_;
   bool ok_ = true;

@@ -1,10 +1,13 @@
 #include <orvane/platform/Ascii.h>
 #include <orvane/platform/UrlError.h>
+#include <orvane/platform/Utf8.h>
 #include <orvane/platform/internal/CurlError.h>
 #include <orvane/platform/internal/Transfer.h>
-#include <orvane/platform/internal/WireProgress.h>
+#include <orvane/platform/internal/TrustedAuthorities.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -17,9 +20,13 @@ using namespace std::chrono_literals;
 /// Above this the client library sends the body apart from the head, in pieces of its buffer.
 constexpr std::size_t kSmallBody = std::size_t{64} * 1024;
 constexpr long kUploadBufferSize = 512L * 1024;
-/// More fields than any store sends; combining them takes time that grows with the square.
-constexpr std::size_t kMaximumHeaderLines = 1000;
+/// The client library counts the milliseconds in an int.
+constexpr std::chrono::milliseconds kLongestTimeout = std::chrono::days(24);
 constexpr long kReceiveBufferSize = 64L * 1024;
+/// Errors begin here.
+constexpr int kFirstFailureStatus = 300;
+/// So much is kept of a body that nobody needs whole: enough for any text that explains an error.
+constexpr std::size_t kBodyKept = std::size_t{1} << 20;
 
 bool isToken(std::string_view text) {
   constexpr std::string_view kAllowed =
@@ -40,7 +47,9 @@ Transfer::Transfer(std::shared_ptr<ConnectionCache> connections, HttpRequest req
       request_(std::move(request)),
       body_(std::move(body)),
       sent_(std::move(sent)),
-      finished_(std::move(finished)) {}
+      finished_(std::move(finished)) {
+  request_.timeout = std::clamp(request_.timeout, 1ms, kLongestTimeout);
+}
 
 std::optional<Error> Transfer::refusal() const {
   if (!isToken(request_.method)) return urlError(UrlErrorCode::badURL, "method");
@@ -85,7 +94,10 @@ void Transfer::attach(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
   curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, &Transfer::onConnected);
   curl_easy_setopt(easy, CURLOPT_PREREQDATA, this);
-  watchSockets(easy);
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &Transfer::onOpen);
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+  WireConnection::watchClosing(easy);
+  setTrustedAuthorities(easy);
   setBody();
   setHeaders();
 }
@@ -129,20 +141,34 @@ void Transfer::addHeader(const std::string& line) {
   headers_.reset(longer);
 }
 
-bool Transfer::foundClosedConnection(CURLcode code) const {
-  long connectionsMade = 0;
-  curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &connectionsMade);
-  return code == CURLE_SEND_ERROR && connectionsMade == 0 && headerLines_ == 0;
+bool Transfer::maySendAgain(CURLcode code) const {
+  const bool keptConnection = connection_ && opened_.empty();
+  if (code == CURLE_OK || !keptConnection || sentTwice_ || request_.method == "POST") return false;
+  // All that a peer sends, its close too, acknowledges what has reached it by then. If something
+  // came, and it acknowledged nothing, the peer had closed before any of the request was there. A
+  // reset alone proves nothing: the peer may have read everything and not acknowledged it yet.
+  const auto moved = connection_->moved();
+  return !head_.hasBegun() && moved.acknowledged == movedBefore_.acknowledged &&
+         moved.received > movedBefore_.received;
+}
+
+void Transfer::prepareSecondSend() {
+  sentTwice_ = true;
+  libraryBeganAnew_ = false;
+  connection_ = nullptr;
+  curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, 1L);
 }
 
 Result<HttpResponse> Transfer::result(CURLcode code) {
-  if (answerTooLong_) return std::unexpected(urlError(UrlErrorCode::dataLengthExceedsMaximum));
+  if (answerTooLong_ || (!head_.isComplete() && isLineTooLong(easy_, code))) {
+    return std::unexpected(urlError(UrlErrorCode::dataLengthExceedsMaximum));
+  }
+  if (answerIsEnough_) code = CURLE_OK;
   // The library is content with a head that breaks off.
-  if (code == CURLE_OK && !headComplete_) code = CURLE_PARTIAL_FILE;
+  if (code == CURLE_OK && !head_.isComplete()) code = CURLE_PARTIAL_FILE;
   if (code == CURLE_OK) return takeResponse();
-  long osError = 0;
-  curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &osError);
-  return std::unexpected(errorOf(code, osError));
+  if (libraryBeganAnew_) code = CURLE_GOT_NOTHING;
+  return std::unexpected(errorOf(easy_, code, openFailure_));
 }
 
 void Transfer::report(Result<HttpResponse> result) {
@@ -153,15 +179,17 @@ void Transfer::report(Result<HttpResponse> result) {
 
 HttpResponse Transfer::takeResponse() {
   HttpResponse response;
-  long status = 0;
-  curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
-  response.status = static_cast<int>(status);
-  curl_header* field = nullptr;
-  while ((field = curl_easy_nextheader(easy_, CURLH_HEADER, -1, field)) != nullptr) {
-    response.headers.append(field->name, field->value);
-  }
+  response.status = status();
+  response.headers = head_.takeHeaders();
+  if (answer_.size() < bodyBytes_) answer_.resize(wholeCharacters(answer_).size());
   response.body = std::move(answer_);
   return response;
+}
+
+int Transfer::status() const {
+  long status = 0;
+  curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+  return static_cast<int>(status);
 }
 
 std::chrono::milliseconds Transfer::checkInterval() const {
@@ -177,42 +205,77 @@ bool Transfer::hasStalled(Clock::time_point now) {
 }
 
 std::uint64_t Transfer::bytesMoved() const {
-  return static_cast<std::uint64_t>(bytesSent_ + bytesReceived_) + bytesOnWire(localPort_);
+  const auto onWire = connection_ ? connection_->moved() : WireConnection::Bytes{};
+  return static_cast<std::uint64_t>(bytesSent_ + bytesReceived_) + onWire.acknowledged +
+         onWire.received;
 }
 
-std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count,
-                               void* self) noexcept {
-  auto& transfer = *static_cast<Transfer*>(self);
-  const std::string_view line(data, size * count);
-  // An interim answer (100 to 199) is followed by the head of another one; after 101, which no
-  // request here asks for, the library takes what comes for a body, and the answer stays
-  // incomplete.
-  if (line.starts_with("HTTP/")) {
-    transfer.headIsInterim_ = line.substr(line.find(' ') + 1).starts_with('1');
-  } else if (line == "\r\n" || line == "\n") {
-    transfer.headComplete_ = !transfer.headIsInterim_;
-  }
-  transfer.answerTooLong_ = ++transfer.headerLines_ > kMaximumHeaderLines;
-  return transfer.answerTooLong_ ? 0 : size * count;
-}
-
-std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept
+std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count, void* self) noexcept
     try {
   auto& transfer = *static_cast<Transfer*>(self);
-  const std::size_t length = size * count;
-  transfer.answerTooLong_ = length > transfer.request_.maximumAnswerSize - transfer.answer_.size();
-  if (transfer.answerTooLong_) return 0;
-  transfer.answer_.append(data, length);
-  return length;
+  transfer.answerTooLong_ = !transfer.head_.read({data, size * count});
+  return transfer.answerTooLong_ ? 0 : size * count;
 } catch (const std::bad_alloc&) {
   static_cast<Transfer*>(self)->answerTooLong_ = true;
   return 0;
 }
 
-int Transfer::onConnected(void* self, char* /*remoteAddress*/, char* /*localAddress*/,
-                          int /*remotePort*/, int localPort) noexcept {
-  static_cast<Transfer*>(self)->localPort_ = localPort;
+std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept
+    try {
+  const std::string_view piece(data, size * count);
+  return static_cast<Transfer*>(self)->receive(piece) ? piece.size() : 0;
+} catch (const std::bad_alloc&) {
+  static_cast<Transfer*>(self)->answerTooLong_ = true;
+  return 0;
+}
+
+bool Transfer::receive(std::string_view piece) {
+  const bool neededWhole = request_.needsWholeAnswer && status() < kFirstFailureStatus;
+  bodyBytes_ += piece.size();
+  if (bodyBytes_ > request_.maximumAnswerSize) {
+    (neededWhole ? answerTooLong_ : answerIsEnough_) = true;
+    return false;
+  }
+  answer_.append(neededWhole ? piece
+                             : piece.substr(0, kBodyKept - std::min(kBodyKept, answer_.size())));
+  return true;
+}
+
+curl_socket_t Transfer::onOpen(void* self, curlsocktype /*purpose*/,
+                               curl_sockaddr* address) noexcept try {
+  auto& transfer = *static_cast<Transfer*>(self);
+  if (transfer.connection_) {
+    transfer.libraryBeganAnew_ = true;
+    return CURL_SOCKET_BAD;
+  }
+  transfer.opened_.reserve(transfer.opened_.size() + 1);
+  const int opened = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  transfer.openFailure_ = opened < 0 ? errno : 0;
+  if (opened >= 0) transfer.opened_.push_back(opened);
+  return opened;
+} catch (const std::bad_alloc&) {
+  return CURL_SOCKET_BAD;
+}
+
+/// Runs before each sending of the request. The library begins anew by itself, up to six times,
+/// when a kept connection ends without an answer, whatever the server has read by then; here it is
+/// kept from that.
+int Transfer::onConnected(void* self, char* remoteAddress, char* localAddress, int remotePort,
+                          int localPort) noexcept try {
+  auto& transfer = *static_cast<Transfer*>(self);
+  if (transfer.connection_) {
+    transfer.libraryBeganAnew_ = true;
+    return CURL_PREREQFUNC_ABORT;
+  }
+  transfer.connection_ = WireConnection::between({.localAddress = localAddress,
+                                                  .localPort = localPort,
+                                                  .remoteAddress = remoteAddress,
+                                                  .remotePort = remotePort},
+                                                 transfer.opened_);
+  transfer.movedBefore_ = transfer.connection_->moved();
   return CURL_PREREQFUNC_OK;
+} catch (const std::bad_alloc&) {
+  return CURL_PREREQFUNC_ABORT;
 }
 
 int Transfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_off_t received,

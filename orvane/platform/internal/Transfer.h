@@ -6,6 +6,8 @@
 #include <orvane/platform/HttpRequest.h>
 #include <orvane/platform/HttpResponse.h>
 #include <orvane/platform/internal/ConnectionCache.h>
+#include <orvane/platform/internal/ResponseHead.h>
+#include <orvane/platform/internal/WireConnection.h>
 
 #include <chrono>
 #include <cstdint>
@@ -13,6 +15,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace orvane::platform {
 
@@ -36,9 +40,10 @@ class Transfer {
   void attach(CURL* easy);
   [[nodiscard]] CURL* easy() const noexcept { return easy_; }
 
-  /// Whether a transfer that ended with `code` found its kept connection closed: the library begins
-  /// such a request anew by itself, but not when the close came while it was sending.
-  [[nodiscard]] bool foundClosedConnection(CURLcode code) const;
+  /// Whether the request may be sent a second time, on a fresh connection: not a POST, only once,
+  /// and only when its kept connection was closed before the server could read any of it.
+  [[nodiscard]] bool maySendAgain(CURLcode code) const;
+  void prepareSecondSend();
 
   /// The outcome, once the client library says that the transfer has ended with `code`.
   [[nodiscard]] Result<HttpResponse> result(CURLcode code);
@@ -58,6 +63,8 @@ class Transfer {
   /// Whether the time limit has passed without a byte moving in either direction.
   [[nodiscard]] bool hasStalled(Clock::time_point now);
 
+  [[nodiscard]] bool isConnecting() const noexcept { return connection_ == nullptr; }
+
  private:
   struct ListDeleter {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -66,11 +73,15 @@ class Transfer {
   void setHeaders();
   void setBody();
   void addHeader(const std::string& line);
+  [[nodiscard]] int status() const;
+  /// Takes a piece of the body; false when the transfer is to end there.
+  [[nodiscard]] bool receive(std::string_view piece);
   [[nodiscard]] HttpResponse takeResponse();
   [[nodiscard]] std::uint64_t bytesMoved() const;
 
   static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* self) noexcept;
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept;
+  static curl_socket_t onOpen(void* self, curlsocktype purpose, curl_sockaddr* address) noexcept;
   static int onConnected(void* self, char* remoteAddress, char* localAddress, int remotePort,
                          int localPort) noexcept;
   static int onProgress(void* self, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
@@ -85,15 +96,21 @@ class Transfer {
   CURL* easy_ = nullptr;
   std::unique_ptr<curl_slist, ListDeleter> headers_;
   std::string answer_;
-  bool answerTooLong_ = false;
+  std::size_t bodyBytes_ = 0;    ///< Received so far, those that were dropped included.
+  bool answerTooLong_ = false;   ///< Longer than allowed, although it is needed whole.
+  bool answerIsEnough_ = false;  ///< Ended early: longer than allowed, and not needed whole.
   bool reportsAtExit_ = false;
-  std::size_t headerLines_ = 0;
-  bool headIsInterim_ = false;
-  bool headComplete_ = false;  ///< Up to its empty line, and not of an interim answer.
+  ResponseHead head_;
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 
-  int localPort_ = 0;
+  int openFailure_ = 0;  ///< The errno value with which the last attempt to open a socket failed.
+  std::vector<curl_socket_t> opened_;           ///< For this transfer, the failed ones too.
+  std::shared_ptr<WireConnection> connection_;  ///< None before it is connected.
+  WireConnection::Bytes movedBefore_;           ///< By earlier requests.
+  bool libraryBeganAnew_ = false;
+  bool sentTwice_ = false;
+
   std::uint64_t bytesAtLastMove_ = 0;
   Clock::time_point lastMove_;
 };

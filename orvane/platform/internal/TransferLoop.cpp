@@ -214,11 +214,10 @@ void TransferLoop::endCompleted() {
     Transfer* transfer = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
     const CURLcode code = message->data.result;
-    if (transfer->foundClosedConnection(code)) {
-      CURL* easy = transfer->easy();
-      curl_multi_remove_handle(multi_, easy);
-      curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
-      if (curl_multi_add_handle(multi_, easy) == CURLM_OK) continue;
+    if (transfer->maySendAgain(code)) {
+      curl_multi_remove_handle(multi_, transfer->easy());
+      transfer->prepareSecondSend();
+      if (curl_multi_add_handle(multi_, transfer->easy()) == CURLM_OK) continue;
     }
     end(*transfer, transfer->result(code));
   }
@@ -226,17 +225,22 @@ void TransferLoop::endCompleted() {
 
 void TransferLoop::endStalled(Clock::time_point now) {
   nextStallCheck_ = Clock::time_point::max();
+  bool isConnecting = false;
   std::vector<Transfer*> stalled;
   for (const auto& transfer : active_) {
     if (transfer->hasStalled(now)) {
       stalled.push_back(transfer.get());
     } else {
       nextStallCheck_ = std::min(nextStallCheck_, now + transfer->checkInterval());
+      isConnecting |= transfer->isConnecting();
     }
   }
   for (const auto* transfer : stalled) {
     end(*transfer, std::unexpected(urlError(UrlErrorCode::timedOut)));
   }
+  // Between the addresses of a name the library has neither a socket nor an alarm to wake it.
+  int running = 0;
+  if (isConnecting) curl_multi_perform(multi_, &running);
 }
 
 /// Wakes the I/O thread in time; an alarm that comes too early finds nothing to do, which is

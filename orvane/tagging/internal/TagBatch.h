@@ -2,7 +2,6 @@
 
 #include <orvane/tagging/TagWithConfidence.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -20,16 +19,16 @@ class DatabaseQueue;
 namespace internal {
 
 /// Writes many tags of one device at a fraction of the cost of `TagDatabase::upsertTag`, and with
-/// the same outcome for each: a tag that cannot be written is passed over, the others stay.
+/// the same outcome for each: a tag that cannot be written is skipped, the others stay.
 ///
-/// Tags are gathered, then written many at a time. Each transaction is made as long as the one
-/// before lets expect 25 ms, commit included, and of at most 256 KiB of text, so that on a disk
-/// that is not slow other callers of the database wait less than 50 ms. One tag cannot be divided:
-/// where a single one has megabytes, they wait for it as they would for `upsertTag`.
+/// Tags are gathered, then written many in a transaction, which ends after 25 ms or 256 KiB of text
+/// before its commit: other callers of the database wait about 50 ms at most, unless a single tag
+/// takes longer. After a transaction that fails, the next one holds one tag, and each that succeeds
+/// lets the next hold twice as many.
 ///
-/// As long as no transaction can even be begun (another process holds the lock beyond the
-/// database's patience), each attempt gives up twice as many tags as the one before, up to 1000, so
-/// that not every single one is waited for.
+/// A tag is lost each time that no transaction can be begun because another process holds the
+/// database's lock beyond its patience of 3 seconds: as many as single writes would lose. Only
+/// where that lasts longer than 12 seconds, each further attempt gives up twice as many.
 ///
 /// Calls block on the database; without an open one they only count. One thread at a time.
 class TagBatch {
@@ -42,30 +41,24 @@ class TagBatch {
   [[nodiscard]] std::int64_t finish();
 
  private:
-  struct AssetTags {
-    std::string assetId;
-    std::vector<TagWithConfidence> tags;
-  };
-  /// A place among the tags that wait.
-  struct Position {
-    std::size_t asset = 0;
-    std::size_t tag = 0;
+  struct Row {
+    std::shared_ptr<const std::string> assetId;
+    TagWithConfidence tag;
   };
 
   void flush();
-  /// Writes tags from `position` on, at most `most_`, in one transaction; moves `position` on.
-  void writeSome(Position& position);
-  /// Sets `most_` after `count` tags have taken so long, commit included.
-  void adapt(std::size_t count, std::chrono::steady_clock::duration taken);
-  void advance(Position& position, std::size_t tags) const;
+  /// Writes rows from `next` on in one transaction and moves `next` past those tried. False when
+  /// none of them is written.
+  [[nodiscard]] bool writeSome(std::size_t& next);
+  /// How many tags to give up because a transaction could not be begun.
+  [[nodiscard]] std::size_t giveUp();
 
   std::shared_ptr<platform::DatabaseQueue> queue_;  ///< Null without an open database.
   std::string deviceUUID_;
-  std::vector<AssetTags> waiting_;
-  std::size_t waitingTags_ = 0;
+  std::vector<Row> rows_;
   std::int64_t added_ = 0;
-  std::size_t most_;         ///< Tags in the next transaction.
-  std::size_t givenUp_ = 1;  ///< Tags that the next attempt costs if it cannot be begun.
+  std::size_t maxRows_;             ///< In the next transaction.
+  std::size_t lockedAttempts_ = 0;  ///< Since a transaction was last begun.
 };
 
 }  // namespace internal

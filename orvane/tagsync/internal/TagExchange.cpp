@@ -76,13 +76,19 @@ AssetsByObjectName assetsByObjectName() {
 
 std::int64_t mergeTags(TagObjectReader& object, const TagDatabase& database,
                        std::string_view remoteUUID, const AssetsByObjectName& assets) {
+  constexpr std::size_t kMaxTagBytes = 1024;
   TagBatch batch(database, std::string(remoteUUID));
+  std::int64_t skipped = 0;
   for (TagLine line; object.next(line);) {
     if (!line.s3Key || !line.tags) continue;
     const auto asset = assets.find(*line.s3Key);
-    if (asset != assets.end()) batch.add(asset->second, std::move(*line.tags));
+    if (asset == assets.end()) continue;
+    // Each comparison with a long tag in the indexes takes as long as reading it.
+    skipped += static_cast<std::int64_t>(std::erase_if(
+        *line.tags, [](const TagWithConfidence& tag) { return tag.tag.size() > kMaxTagBytes; }));
+    batch.add(asset->second, std::move(*line.tags));
   }
-  return batch.finish();
+  return batch.finish() + skipped;
 }
 
 }  // namespace orvane::internal

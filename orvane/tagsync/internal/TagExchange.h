@@ -34,7 +34,8 @@ using AssetsByObjectName = std::unordered_map<std::string, std::string>;
 [[nodiscard]] AssetsByObjectName assetsByObjectName();
 
 /// Applies another device's object to the assets of this device that it means, under that device's
-/// identifier, and returns how many tags were applied. Tags that cannot be written count.
+/// identifier, and returns how many tags were applied. A tag of more than 1,024 bytes is not
+/// written. Tags that cannot be written count.
 [[nodiscard]] std::int64_t mergeTags(TagObjectReader& object, const TagDatabase& database,
                                      std::string_view remoteUUID, const AssetsByObjectName& assets);
 

@@ -33,7 +33,10 @@ bool isOf(ondemand::value& value, ondemand::json_type wanted) {
 bool readText(ondemand::value& value, std::optional<std::string>& result) {
   result.reset();
   if (!isOf(value, ondemand::json_type::string)) return readAnything(value);
-  return read(value, result.emplace());
+  std::string_view text;
+  if (!read(value, text)) return false;
+  result = text;
+  return true;
 }
 
 template <class Number>

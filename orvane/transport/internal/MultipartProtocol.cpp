@@ -20,6 +20,12 @@ HttpRequest signedNow(const AWSSignatureV4& signer, std::string_view method, con
   return signer.signedRequest(method, url, headers, body, false, std::chrono::system_clock::now());
 }
 
+/// A request that is answered by status and headers; bodies are of no use, or of little.
+RequestWithBody answeredByItsHead(HttpRequest request, SharedBytes body = {}) {
+  request.needsWholeAnswer = false;
+  return {std::move(request), std::move(body)};
+}
+
 /// Parts in ascending order of their numbers.
 std::string completeMultipartUploadXml(MultipartParts parts) {
   std::ranges::stable_sort(parts, {}, &MultipartParts::value_type::first);
@@ -37,7 +43,7 @@ std::string completeMultipartUploadXml(MultipartParts parts) {
 RequestWithBody putObjectRequest(const AWSSignatureV4& signer, const Url& object,
                                  std::string_view contentType, SharedBytes body) {
   auto request = signedNow(signer, "PUT", object, contentTypeHeader(contentType), body.view());
-  return {std::move(request), std::move(body)};
+  return answeredByItsHead(std::move(request), std::move(body));
 }
 
 std::optional<HttpRequest> initiateRequest(const AWSSignatureV4& signer, const Url& object,
@@ -54,7 +60,7 @@ std::optional<RequestWithBody> uploadPartRequest(const AWSSignatureV4& signer, c
   const auto url = object.withQuery({{"partNumber", number}, {"uploadId", uploadId}});
   if (!url) return std::nullopt;
   auto request = signedNow(signer, "PUT", *url, {}, body.view());
-  return RequestWithBody{std::move(request), std::move(body)};
+  return answeredByItsHead(std::move(request), std::move(body));
 }
 
 std::optional<RequestWithBody> completeRequest(const AWSSignatureV4& signer, const Url& object,
@@ -65,14 +71,14 @@ std::optional<RequestWithBody> completeRequest(const AWSSignatureV4& signer, con
       std::make_shared<const std::string>(completeMultipartUploadXml(std::move(parts)));
   SharedBytes body(xml, bytesOf(*xml));
   auto request = signedNow(signer, "POST", *url, contentTypeHeader("application/xml"), body.view());
-  return RequestWithBody{std::move(request), std::move(body)};
+  return answeredByItsHead(std::move(request), std::move(body));
 }
 
 std::optional<HttpRequest> abortRequest(const AWSSignatureV4& signer, const Url& object,
                                         std::string_view uploadId) {
   const auto url = object.withQuery({{"uploadId", uploadId}});
   if (!url) return std::nullopt;
-  return signedNow(signer, "DELETE", *url, {});
+  return answeredByItsHead(signedNow(signer, "DELETE", *url, {})).request;
 }
 
 Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer) {

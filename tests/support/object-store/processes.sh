@@ -21,9 +21,9 @@ end_daemons() {
   while pids=$(daemon_pids "$@") && [ -n "$pids" ]; do
     if ((SECONDS >= start + 10)); then signal=KILL; fi
     ((SECONDS < start + 30)) || return 1
-    # A stopped process takes no notice of TERM before it goes on.
+    # A stopped process takes no notice of TERM before it goes on. Either may find them gone.
     # shellcheck disable=SC2086
-    kill -s "$signal" $pids 2>/dev/null && kill -s CONT $pids 2>/dev/null
+    { kill -s "$signal" $pids && kill -s CONT $pids; } 2>/dev/null || true
     sleep 0.1
   done
 }

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <curl/curl.h>
+#include <orvane/Error.h>
+
+#include <filesystem>
+
+namespace orvane::platform {
+
+/// Makes the process trust the authorities whose certificates a PEM file holds, in addition to the
+/// system's. Both are read now, and count for every transfer that starts later. Call it once.
+///
+/// Fails with a POSIX error when the file cannot be read; EINVAL when it holds no certificate, or
+/// one that cannot be decoded.
+[[nodiscard]] Result<void> trustAuthoritiesIn(const std::filesystem::path& file);
+
+/// Tells `easy` whom to trust. Any thread.
+void setTrustedAuthorities(CURL* easy);
+
+}  // namespace orvane::platform
