@@ -112,6 +112,7 @@ const testing::ChildMain kExitWhileBusy("exitWhileBusy", [](const Arguments& arg
   static asio::io_context context;
   hostThreads.config = testing::configFor(arguments.at(0));
   hostThreads.run(image);
+  static_cast<void>(SceneClassifier().classify(image));  // All libraries are at work from here on.
   uploads.run();
   for (int i = 0; i < 20; ++i) {
     asio::co_spawn(context, ImageTagger::shared().tagImage(image),
