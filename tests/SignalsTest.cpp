@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <netdb.h>
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
@@ -11,9 +10,12 @@
 #include <future>
 #include <memory>
 #include <set>
+#include <string_view>
+#include <vector>
 
 #include "support/FaultServer.h"
 #include "support/StoreConfig.h"
+#include "support/SystemCalls.h"
 #include "support/TemporaryDirectory.h"
 
 namespace {
@@ -32,16 +34,7 @@ Signals taken() {
   return open;
 }
 
-std::promise<Signals> takenInLookup;
-
 }  // namespace
-
-/// Stands before the C library's, for the client library too.
-extern "C" int getaddrinfo(const char* /*name*/, const char* /*service*/, const addrinfo* /*hints*/,
-                           addrinfo** /*result*/) {
-  takenInLookup.set_value(taken());
-  return EAI_NONAME;
-}
 
 namespace orvane {
 namespace {
@@ -69,7 +62,12 @@ TEST(Signals, ThreadsOfTheEngineTakeOnlyThoseOfTheirOwnFaults) {
               [&](const Result<void>&) { inCallback.set_value(taken()); });
   EXPECT_EQ(inCallback.get_future().get(), synchronous);
 
-  const auto unknown = testing::configFor("http://photos.example");
+  std::promise<Signals> takenInLookup;
+  testing::setLookup([&](std::string_view) -> std::vector<std::string> {
+    takenInLookup.set_value(taken());
+    return {"127.0.0.2"};  // Nobody listens there.
+  });
+  const auto unknown = testing::configFor("http://photos.example:9");
   EXPECT_FALSE(S3Uploader::initiateMultipartUpload("key", "text/plain", unknown));
   EXPECT_EQ(takenInLookup.get_future().get(), synchronous);
 

@@ -150,7 +150,8 @@ class SilentPort {
 TEST(HttpSession, TriesEveryAddressOfAName) {
   FaultServer server;
   const SilentPort silent(server.port());
-  testing::setAddresses("two.example", {"127.0.0.2", "127.0.0.1"});
+  testing::setLookup(
+      [](std::string_view) -> std::vector<std::string> { return {"127.0.0.2", "127.0.0.1"}; });
   const auto host = "http://two.example:" + std::to_string(server.port());
   for (const auto& [proxy, url] :
        {std::pair<std::string, std::string>{"", host + "/"}, {host, "http://elsewhere.example/"}}) {

@@ -27,6 +27,7 @@ namespace this_coro = boost::asio::this_coro;
 using internal::RemoteTagFile;
 using platform::HttpSession;
 
+constexpr std::size_t kLargestListing = std::size_t{64} << 20;
 /// An object is read whole; this is room for some millions of tags.
 constexpr std::size_t kLargestTagObject = std::size_t{256} << 20;
 
@@ -45,10 +46,12 @@ std::string bucketUrl(const S3Config& config) {
 }
 
 HttpRequest signedGet(const S3Config& config, const Url& url,
-                      const AWSSignatureV4::Headers& headers) {
+                      const AWSSignatureV4::Headers& headers, std::size_t maximumAnswerSize) {
   const AWSSignatureV4 signer(config.accessKey, config.secretKey, config.region);
-  return signer.signedRequest("GET", url, headers, std::nullopt, false,
-                              std::chrono::system_clock::now());
+  auto request = signer.signedRequest("GET", url, headers, std::nullopt, false,
+                                      std::chrono::system_clock::now());
+  request.maximumAnswerSize = maximumAnswerSize;
+  return request;
 }
 
 /// The body of a success; for another status the error that begins with `failure`.
@@ -183,11 +186,11 @@ Async<std::int64_t> TagSyncService::downloadAllRemoteTags(S3Config config) {
 
 Async<std::vector<RemoteTagFile>> TagSyncService::listTagFiles(S3Config config) const {
   const auto listPrefix = config.prefix + tagsPrefix_;
-  const auto url = Url::parse(bucketUrl(config) + "?list-type=2&prefix=" +
-                              platform::percentEncode(listPrefix, platform::kUrlQueryValue) +
-                              "&max-keys=1000");
+  const auto url =
+      Url::parse(bucketUrl(config) + "?list-type=2&prefix=" +
+                 platform::percentEncode(listPrefix, platform::kUrlQueryValue) + "&max-keys=1000");
   if (!url) co_return std::unexpected(TagSyncError::downloadFailed("Invalid list URL"));
-  auto sending = HttpSession::shared().send(signedGet(config, *url, {}));
+  auto sending = HttpSession::shared().send(signedGet(config, *url, {}, kLargestListing));
   const auto text = bodyOf(co_await std::move(sending), "ListObjects HTTP ");
   if (!text) co_return std::unexpected(text.error());
   if (!platform::isUtf8(*text)) {
@@ -203,9 +206,7 @@ Async<std::string> TagSyncService::downloadFromS3(std::string key, std::int64_t 
   if (!url) co_return std::unexpected(TagSyncError::downloadFailed("Invalid URL"));
   AWSSignatureV4::Headers headers;
   if (rangeEnd) headers["Range"] = "bytes=" + decimal(rangeStart) + "-" + decimal(*rangeEnd);
-  auto request = signedGet(config, *url, headers);
-  request.maximumAnswerSize = kLargestTagObject;
-  auto sending = HttpSession::shared().send(std::move(request));
+  auto sending = HttpSession::shared().send(signedGet(config, *url, headers, kLargestTagObject));
   co_return bodyOf(co_await std::move(sending), "HTTP error: ");
 }
 

@@ -6,7 +6,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <map>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -17,7 +16,7 @@ namespace {
 struct Hooks {
   std::mutex mutex;
   std::shared_ptr<std::function<void(std::string_view)>> beforeSend;
-  std::map<std::string, std::vector<std::string>, std::less<>> addresses;
+  Lookup lookup;
 };
 
 Hooks& hooks() {
@@ -27,8 +26,8 @@ Hooks& hooks() {
 
 std::vector<std::string> addressesOf(const char* name) {
   const std::lock_guard lock(hooks().mutex);
-  const auto found = hooks().addresses.find(name == nullptr ? "" : name);
-  return found == hooks().addresses.end() ? std::vector<std::string>() : found->second;
+  if (!hooks().lookup || name == nullptr) return {};
+  return hooks().lookup(name);
 }
 
 }  // namespace
@@ -38,9 +37,9 @@ void beforeSend(std::function<void(std::string_view)> hook) {
   hooks().beforeSend = std::make_shared<decltype(hook)>(std::move(hook));
 }
 
-void setAddresses(const std::string& name, const std::vector<std::string>& addresses) {
+void setLookup(Lookup lookup) {
   const std::lock_guard lock(hooks().mutex);
-  hooks().addresses[name] = addresses;
+  hooks().lookup = std::move(lookup);
 }
 
 }  // namespace orvane::testing

@@ -13,7 +13,10 @@ namespace orvane::testing {
 /// Runs before every later `send` of the process with the bytes to be sent, on the sending thread.
 void beforeSend(std::function<void(std::string_view bytes)> hook);
 
-/// From now on the process finds these addresses under `name`, in this order.
-void setAddresses(const std::string& name, const std::vector<std::string>& addresses);
+using Lookup = std::function<std::vector<std::string>(std::string_view name)>;
+
+/// Runs in place of every later lookup of a name, on the thread that looks it up. Of a name for
+/// which `lookup` has no addresses the system is asked.
+void setLookup(Lookup lookup);
 
 }  // namespace orvane::testing
