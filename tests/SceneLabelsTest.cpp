@@ -15,7 +15,9 @@ TEST(SceneLabels, HaveItalianNames) {
     const auto name = TagLocalization::italianName(key);
     ASSERT_TRUE(name) << label;
     // A label of several words needs an entry of its own, or it is translated word by word.
-    if (key.contains(' ')) EXPECT_EQ(name->text(), "cielo azzurro") << label;
+    if (key.contains(' ')) {
+      EXPECT_EQ(name->text(), "cielo azzurro") << label;
+    }
   }
 }
 
