@@ -4,10 +4,11 @@
 
 namespace orvane {
 
-/// Names the kind of landscape that an image shows, by its colours, its layout and its texture.
-/// It needs no model and no configuration; `docs/scene-classifier.md` says what it can tell.
+/// Recognises the sky in a photograph taken by day: `sky`, `outdoor` and, where it is so,
+/// `blue_sky`. It needs no model and no configuration. `docs/scene-classifier.md` says how often it
+/// finds them, and how often it is right.
 ///
-/// It is silent on everything else: observations are none for a portrait, a room or a page of text.
+/// It is silent on everything else: there are no observations for a portrait, a room or a page.
 /// Without state: any thread may call `classify`, several at once.
 class SceneClassifier final : public ImageClassifier {
  public:

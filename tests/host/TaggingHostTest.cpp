@@ -1,14 +1,11 @@
 #include "BackupHost.h"
 
-#include <orvane/platform/SceneClassifier.h>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <set>
 #include <sstream>
 
-#include "support/SceneImages.h"
 #include "support/SecretService.h"
 #include "support/TestImage.h"
 
@@ -19,35 +16,14 @@ using ::testing::AllOf;
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 
-bool showsSky(const fs::path& photo) {
-  const auto seen = SceneClassifier().classify(photo).value();
-  return std::ranges::any_of(seen, [](const ClassificationObservation& one) {
-    return one.identifier == "sky" && one.confidence >= 0.7F;
-  });
-}
-
 class TaggingHostTest : public BackupHostTest {
  protected:
   enum Motif { sky, nothing };
 
   void addPhoto(const std::string& name, Motif motif) const {
-    static const auto photos = std::pair(paintedSky(), painted(distractors(), "flat colour", 1));
+    static const auto photos =
+        std::pair(readFile(photoFolder() / "hill.jpg"), readFile(photoFolder() / "brick-wall.jpg"));
     writeFile(folder_ / name, motif == sky ? photos.first : photos.second);
-  }
-
- private:
-  static std::string painted(std::span<const SceneKind> kinds, std::string_view name,
-                             std::uint32_t seed) {
-    const fs::path file = testDirectory() / "painted.png";
-    writeImage(file, paint(*std::ranges::find(kinds, name, &SceneKind::name), seed));
-    return readFile(file);
-  }
-  /// Of the painted skies, the first one that the built-in classifier is sure of.
-  static std::string paintedSky() {
-    for (std::uint32_t seed = 1;; ++seed) {
-      auto photo = painted(scenes(), "cumulus", seed);
-      if (showsSky(testDirectory() / "painted.png")) return photo;
-    }
   }
 };
 
@@ -64,7 +40,7 @@ std::set<std::string> taggedIn(const std::string& output) {
 TEST_F(TaggingHostTest, KilledTaggingGoesOnWhereItWas) {
   FaultServer server;
   configure(server.url());
-  for (int i = 0; i < 200; ++i) addPhoto(std::to_string(i) + ".png", i % 2 == 0 ? sky : nothing);
+  for (int i = 0; i < 200; ++i) addPhoto(std::to_string(i) + ".jpg", i % 2 == 0 ? sky : nothing);
   addFile("notes.txt", "no photo");
   ASSERT_EQ(backUp().status, 0);
 
@@ -80,7 +56,7 @@ TEST_F(TaggingHostTest, KilledTaggingGoesOnWhereItWas) {
 
   EXPECT_THAT(with(state_, {"tag"}).output, "200 of 200 photos looked at, 0 of them now\n");
   EXPECT_THAT(with(state_, {"status"}).output, HasSubstr("looked at: 200 of 200 photos"));
-  addPhoto("0.png", nothing);  // Another photo under this name is looked at when it is backed up.
+  addPhoto("0.jpg", nothing);  // Another photo under this name is looked at when it is backed up.
   ASSERT_EQ(backUp().status, 0);
   EXPECT_THAT(with(state_, {"tag"}).output, HasSubstr("looked at, 1 of them now"));
   fs::rename(folder_, testDirectory() / "moved");
@@ -92,8 +68,8 @@ TEST_F(TaggingHostTest, KilledTaggingGoesOnWhereItWas) {
 TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
   const ObjectStore store;
   configure(store);
-  addPhoto("you & me <3.png", sky);
-  addPhoto("wall.png", nothing);
+  addPhoto("you & me <3.jpg", sky);
+  addPhoto("wall.jpg", nothing);
   const fs::path other = testDirectory() / "other device";
   ASSERT_EQ(with(other, {"run", folder_, "--config", config_}).status, 0);
   ASSERT_EQ(backUp().status, 0);
@@ -104,10 +80,10 @@ TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
   EXPECT_EQ(withStore("sync", other).status, 0);
   const Outcome found = with(other, {"search", "cielo"});
   EXPECT_EQ(found.output, with(state_, {"search", "cielo"}).output);
-  EXPECT_THAT(found.output, AllOf(HasSubstr("you & me <3.png: "), HasSubstr("1 photo\n")));
+  EXPECT_THAT(found.output, AllOf(HasSubstr("you & me <3.jpg: "), HasSubstr("1 photo\n")));
   EXPECT_THAT(with(other, {"top"}).output, ContainsRegex("cielo .*█ 1\n"));
-  EXPECT_THAT(with(other, {"tags", "you & me <3.png"}).output, HasSubstr("cielo"));
-  EXPECT_EQ(with(other, {"tags", "wall.png"}).output, "no tags\n");
+  EXPECT_THAT(with(other, {"tags", "you & me <3.jpg"}).output, HasSubstr("cielo"));
+  EXPECT_EQ(with(other, {"tags", "wall.jpg"}).output, "no tags\n");
   EXPECT_THAT(with(other, {"tags", "nothing"}).output, HasSubstr("no such photo: nothing"));
   EXPECT_EQ(withStore("verify", other).status, 0);
 
@@ -115,7 +91,7 @@ TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
   EXPECT_THAT(withStore("sync", state_).output, HasSubstr("Restored"));
   EXPECT_THAT(with(state_, {"search", "cielo"}).output, HasSubstr("1 photo\n"));
   fs::remove_all(state_ / "Documents");  // Or are found again, lest too few of them be published.
-  addPhoto("new.png", sky);
+  addPhoto("new.jpg", sky);
   ASSERT_EQ(backUp().status, 0);
   EXPECT_THAT(with(state_, {"tag"}).output, HasSubstr("3 photos looked at, 3 of them now"));
   EXPECT_THAT(withStore("sync", state_).output, HasSubstr("Published the tags of 2 photos"));
@@ -126,7 +102,7 @@ TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
 TEST_F(TaggingHostTest, KeyringHoldsTheIdentityWhenItIsThere) {
   FaultServer server;
   configure(server.url());
-  addPhoto("a.png", sky);
+  addPhoto("a.jpg", sky);
   ASSERT_EQ(backUp().status, 0);
   setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nowhere", 1);
   EXPECT_EQ(with(state_, {"tag", "--keyring"}).status, 2);

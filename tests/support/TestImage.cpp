@@ -8,6 +8,8 @@
 
 namespace orvane::testing {
 
+std::filesystem::path photoFolder() { return ORVANE_PHOTOS; }
+
 void writeImage(const std::filesystem::path& file, const platform::RgbImage& image) {
   vips_init("test");
   const std::unique_ptr<VipsImage, decltype(&g_object_unref)> picture(

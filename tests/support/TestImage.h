@@ -7,6 +7,9 @@
 
 namespace orvane::testing {
 
+/// Photographs with the labels that they deserve; its `README.md` says where they come from.
+std::filesystem::path photoFolder();
+
 /// Writes an image; the name's end says the format. Throws when it cannot be written.
 void writeImage(const std::filesystem::path& file, const platform::RgbImage& image);
 

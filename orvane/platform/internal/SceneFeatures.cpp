@@ -1,233 +1,184 @@
 #include <orvane/platform/internal/SceneFeatures.h>
-#include <orvane/platform/internal/SceneGrid.h>
-#include <orvane/platform/internal/SceneLayout.h>
-#include <orvane/platform/internal/SceneLowLight.h>
-#include <orvane/platform/internal/SceneStatistics.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <map>
 #include <utility>
 #include <vector>
 
 namespace orvane::platform {
 namespace {
 
-constexpr int kLeastCells = 6;
-/// As many shades of a channel's share in a colour are told apart.
-constexpr float kTints = 120;
+constexpr int kCellSide = 8;
+constexpr int kLeastSide = 6 * kCellSide;
+/// Below this detail, a cell is as even as paint or paper.
+constexpr float kFlat = .004F;
 
-float entropy(const std::array<int, 32>& histogram, int total) {
-  float bits = 0;
-  for (const int count : histogram) {
-    if (count == 0) continue;
-    const float p = share(count, total);
-    bits -= p * std::log2(p);
+struct Cell {
+  float hue = 0;  // In degrees, from 0 to 360; 0 for grey.
+  float saturation = 0;
+  float value = 0;
+  float detail = 0;
+
+  [[nodiscard]] bool isBlue() const {
+    return hue >= 190 && hue <= 245 && saturation >= .1F && value >= .3F && detail < .02F;
   }
-  return bits;
-}
-
-void measureTones(const LightPlane& light, SceneFeatures& features) {
-  std::array<int, 32> histogram{};
-  for (const float value : light.values)
-    ++histogram[static_cast<std::size_t>(std::min(value * 32, 31.0F))];
-  features.tones = entropy(histogram, static_cast<int>(light.values.size()));
-}
-
-void measureColour(const RgbImage& image, SceneFeatures& features) {
-  std::array<int, 256> ranges{};
-  const auto& pixels = image.pixels;
-  for (std::size_t i = 0; i < pixels.size(); i += 3) {
-    const auto [low, high] = std::minmax({pixels[i], pixels[i + 1], pixels[i + 2]});
-    ++ranges[static_cast<std::size_t>(high - low)];
+  /// Cloud or haze: without colour, or a pale blue.
+  [[nodiscard]] bool isPale() const {
+    const bool paleBlue = saturation < .3F && hue > 180 && hue < 260;
+    return (saturation < .12F || paleBlue) && value >= .5F && detail < .03F;
   }
-  const auto count = static_cast<int>(pixels.size() / 3);
-  int beyond = count / 20;
-  std::size_t range = 255;
-  while (range > 0 && (beyond -= ranges[range]) > 0) --range;
-  features.colour = static_cast<float>(range) / 255;
+};
+
+/// Row by row. What is left over at the right and at the bottom of the picture is not looked at.
+struct Grid {
+  int columns = 0;
+  int rows = 0;
+  std::vector<Cell> cells;
+  std::vector<bool> sky;
+
+  [[nodiscard]] std::size_t index(int column, int row) const {
+    return static_cast<std::size_t>(row) * static_cast<std::size_t>(columns) +
+           static_cast<std::size_t>(column);
+  }
+  [[nodiscard]] const Cell& at(int column, int row) const { return cells[index(column, row)]; }
+  [[nodiscard]] bool isSky(int column, int row) const { return sky[index(column, row)]; }
+};
+
+struct Mean {
+  float sum = 0;
+  int count = 0;
+  void add(float value) {
+    sum += value;
+    ++count;
+  }
+  [[nodiscard]] float value() const { return count > 0 ? sum / static_cast<float>(count) : 0; }
+};
+
+/// The perceived light of each pixel, from 0 to 1.
+std::vector<float> lightOf(const RgbImage& image) {
+  std::vector<float> light;
+  light.reserve(image.pixels.size() / 3);
+  for (std::size_t i = 0; i + 2 < image.pixels.size(); i += 3) {
+    light.push_back((.299F * static_cast<float>(image.pixels[i]) +
+                     .587F * static_cast<float>(image.pixels[i + 1]) +
+                     .114F * static_cast<float>(image.pixels[i + 2])) /
+                    255);
+  }
+  return light;
 }
 
-void measureDetail(const SceneGrid& grid, SceneFeatures& features) {
-  const auto& cells = grid.cells();
-  features.detailed = shareOf(cells, [](const auto& cell) { return cell.detail > .015F; });
-  features.smooth = shareOf(cells, [](const auto& cell) { return cell.detail < .04F; });
+float hueOf(float red, float green, float blue, float highest, float range) {
+  if (range <= 0) return 0;
+  if (highest == red) return std::fmod(60 * (green - blue) / range + 360, 360.0F);
+  if (highest == green) return 60 * (blue - red) / range + 120;
+  return 60 * (red - green) / range + 240;
 }
 
-/// Of the blue alone, since what is low and pale may be another thing.
-float paling(const SceneGrid& grid, const Mask& sky) {
-  int foot = 0;
-  for (int column = 0; column < grid.columns(); ++column)
-    foot = std::max(foot, depthOf(grid, sky, column));
-  Distribution upper;
-  Distribution lower;
-  for (int row = 0; row < foot; ++row) {
-    for (int column = 0; column < grid.columns(); ++column) {
-      const auto& cell = grid.at(column, row);
-      if (!sky[grid.index(column, row)] || !cell.isBlue()) continue;
-      if (row * 3 < foot) upper.add(cell.saturation);
-      if ((row + 1) * 3 > foot * 2) lower.add(cell.saturation);
+Cell cellAt(const RgbImage& image, const std::vector<float>& light, int left, int top) {
+  const auto pixelAt = [&](int x, int y) {
+    return static_cast<std::size_t>(std::clamp(y, 0, image.height - 1)) *
+               static_cast<std::size_t>(image.width) +
+           static_cast<std::size_t>(std::clamp(x, 0, image.width - 1));
+  };
+  std::array<Mean, 3> colour;
+  Mean detail;
+  for (int y = top; y < top + kCellSide; ++y) {
+    for (int x = left; x < left + kCellSide; ++x) {
+      const auto pixel = pixelAt(x, y);
+      for (std::size_t channel = 0; channel < 3; ++channel)
+        colour[channel].add(static_cast<float>(image.pixels[3 * pixel + channel]));
+      detail.add(std::abs(light[pixel] - (light[pixelAt(x - 1, y)] + light[pixelAt(x + 1, y)] +
+                                          light[pixelAt(x, y - 1)] + light[pixelAt(x, y + 1)]) /
+                                             4));
     }
   }
-  return upper.mean() - lower.mean();
+  const float red = colour[0].value();
+  const float green = colour[1].value();
+  const float blue = colour[2].value();
+  const auto [lowest, highest] = std::minmax({red, green, blue});
+  return {.hue = hueOf(red, green, blue, highest, highest - lowest),
+          .saturation = highest > 0 ? (highest - lowest) / highest : 0,
+          .value = highest / 255,
+          .detail = detail.value()};
 }
 
-/// How little of the values is alike: 0 when all are, towards 1 when each stands for itself.
-float variety(const std::vector<float>& values) {
-  constexpr float kLevels = 40;
-  std::array<int, static_cast<std::size_t>(kLevels) + 1> counts{};
-  for (const float value : values) ++counts[static_cast<std::size_t>(value * kLevels)];
-  return 1 - share(std::ranges::max(counts), static_cast<int>(values.size()));
+/// Marks the blue and pale cells that are reached from the upper edge over such cells.
+void markSky(Grid& grid) {
+  grid.sky.assign(grid.cells.size(), false);
+  std::vector<std::pair<int, int>> open;
+  const auto visit = [&](int column, int row) {
+    if (column < 0 || row < 0 || column >= grid.columns || row >= grid.rows) return;
+    const Cell& cell = grid.at(column, row);
+    if (grid.isSky(column, row) || !(cell.isBlue() || cell.isPale())) return;
+    grid.sky[grid.index(column, row)] = true;
+    open.emplace_back(column, row);
+  };
+  for (int column = 0; column < grid.columns; ++column) visit(column, 0);
+  while (!open.empty()) {
+    const auto [column, row] = open.back();
+    open.pop_back();
+    visit(column - 1, row);
+    visit(column + 1, row);
+    visit(column, row - 1);
+    visit(column, row + 1);
+  }
 }
 
-void measureSky(const SceneGrid& grid, const Mask& sky, SceneFeatures& features) {
-  int blue = 0;
-  int top = 0;
+Grid gridOf(const RgbImage& image) {
+  const std::vector<float> light = lightOf(image);
+  Grid grid{
+      .columns = image.width / kCellSide, .rows = image.height / kCellSide, .cells = {}, .sky = {}};
+  for (int row = 0; row < grid.rows; ++row) {
+    for (int column = 0; column < grid.columns; ++column)
+      grid.cells.push_back(cellAt(image, light, column * kCellSide, row * kCellSide));
+  }
+  markSky(grid);
+  return grid;
+}
+
+void measureSky(const Grid& grid, SceneFeatures& features) {
+  Mean top, blue, detail;
   std::vector<float> saturations;
-  Distribution patches;
-  Distribution light;
-  Distribution saturation;
-  Distribution product;
-  for (int row = 0; row < grid.rows(); ++row) {
-    for (int column = 0; column < grid.columns(); ++column) {
-      if (!sky[grid.index(column, row)]) continue;
-      const auto& cell = grid.at(column, row);
-      top += row == 0;
-      blue += cell.isBlue();
-      light.add(cell.light);
-      saturation.add(cell.saturation);
-      product.add(cell.light * cell.saturation);
+  for (int row = 0; row < grid.rows; ++row) {
+    for (int column = 0; column < grid.columns; ++column) {
+      const bool sky = grid.isSky(column, row);
+      if (row == 0) top.add(sky ? 1 : 0);
+      if (!sky) continue;
+      const Cell& cell = grid.at(column, row);
+      blue.add(cell.isBlue() ? 1 : 0);
+      detail.add(cell.detail);
       saturations.push_back(cell.saturation);
-      if (column == 0 || column + 1 == grid.columns()) continue;
-      patches.add(std::abs(
-          cell.saturation -
-          (grid.at(column - 1, row).saturation + grid.at(column + 1, row).saturation) / 2));
     }
   }
   if (saturations.empty()) return;
-  features.skyCover = share(light.count(), static_cast<int>(grid.cells().size()));
-  features.skyBlue = share(blue, light.count());
-  features.skyTop = share(top, grid.columns());
-  features.skyPatches = patches.mean();
-  features.skyShades = variety(saturations);
-  features.skyPaling = paling(grid, sky);
-  features.skyWhitening = (light.mean() * saturation.mean() - product.mean()) /
-                          std::max(light.deviation() * saturation.deviation(), 1e-4F);
+  const auto middle = saturations.begin() + static_cast<std::ptrdiff_t>(saturations.size() / 2);
+  std::ranges::nth_element(saturations, middle);
+  features.skyTop = top.value();
+  features.skyBlue = blue.value();
+  features.skyDetail = detail.value();
+  features.skySaturation = *middle;
 }
 
-/// Share of the columns in which the sky ends at an edge rather than by and by. The edge may be
-/// some way below what is sky for certain.
-float skyEdge(const SceneGrid& grid, const Mask& sky) {
-  constexpr int kBelow = 4;
-  constexpr float kEdge = .06F;
-  int sharp = 0;
-  for (int column = 0; column < grid.columns(); ++column) {
-    const int foot = depthOf(grid, sky, column);
-    if (foot == 0) continue;
-    float steepest = 0;
-    for (int row = foot; row < std::min(foot + kBelow, grid.rows()); ++row) {
-      const auto& above = grid.at(column, row - 1);
-      const auto& below = grid.at(column, row);
-      steepest = std::max({steepest, std::abs(above.light - below.light),
-                           2 * std::abs(above.redShare - below.redShare),
-                           2 * std::abs(above.greenShare - below.greenShare),
-                           below.detail - above.detail});
-    }
-    sharp += steepest > kEdge;
-  }
-  return share(sharp, grid.columns());
-}
-
-/// How far the cells are an even surface of one tint with letters on it.
-float blankness(const std::vector<SceneCell>& cells) {
-  std::map<std::pair<int, int>, int> tints;
-  int blank = 0;
-  for (const auto& cell : cells) {
-    if (cell.detail >= .012F) continue;
-    const int alike = ++tints[{static_cast<int>(cell.redShare * kTints),
-                               static_cast<int>(cell.greenShare * kTints)}];
-    blank = std::max(blank, alike);
-  }
-  const float letters = shareOf(cells, [](const auto& cell) { return cell.detail > .05F; });
-  return std::min(share(blank, static_cast<int>(cells.size())), 2 * letters);
-}
-
-void measureGround(const SceneGrid& grid, const Mask& sky, SceneFeatures& features) {
-  std::vector<SceneCell> ground;
-  for (int column = 0; column < grid.columns(); ++column) {
-    for (int row = depthOf(grid, sky, column); row < grid.rows(); ++row)
-      ground.push_back(grid.at(column, row));
-  }
-  features.groundBlank = blankness(ground);
-  features.groundCover =
-      share(static_cast<int>(ground.size()), static_cast<int>(grid.cells().size()));
-  features.groundGreen = shareOf(ground, &SceneCell::isGreen);
-  features.groundWhite = shareOf(ground, &SceneCell::isWhite);
-  features.groundDark = shareOf(ground, [](const auto& cell) { return cell.light < .15F; });
-}
-
-void measureWater(const SceneGrid& grid, const Horizon& horizon, SceneFeatures& features) {
-  features.horizon = horizon.width;
-  const int edge = horizon.row / SceneGrid::kCellSide;
-  int water = 0;
-  int count = 0;
-  Distribution across;
-  Distribution along;
-  Distribution first;
-  const int end = std::min(grid.rows(), edge + 1 + std::max(2, (grid.rows() - edge) / 3));
-  for (int row = edge + 1; row < end; ++row) {
-    for (int column = 0; column < grid.columns(); ++column) {
-      const auto& cell = grid.at(column, row);
-      ++count;
-      water += cell.isWater();
-      across.add(cell.detailAcross);
-      along.add(cell.detailAlong);
-      if (row == edge + 1) first.add(cell.light);
+void measureGround(const Grid& grid, SceneFeatures& features) {
+  Mean flat;
+  for (int column = 0; column < grid.columns; ++column) {
+    for (int row = grid.rows - 1; row >= 0 && !grid.isSky(column, row); --row) {
+      flat.add(grid.at(column, row).detail < kFlat ? 1 : 0);
     }
   }
-  features.waterCover = share(water, count);
-  features.waterWaves = along.mean() / std::max(across.mean(), .002F);
-  features.waterUneven = first.deviation();
-}
-
-void measurePlants(const SceneGrid& grid, SceneFeatures& features) {
-  std::vector<float> hues;
-  int leafy = 0;
-  for (const auto& cell : grid.cells()) {
-    if (!cell.isGreen()) continue;
-    hues.push_back(cell.hue);
-    leafy += cell.detail > .03F * std::max(cell.light, .2F);
-  }
-  if (hues.empty()) return;
-  std::ranges::sort(hues);
-  features.greenCover = share(static_cast<int>(hues.size()), static_cast<int>(grid.cells().size()));
-  features.greenDetail = share(leafy, static_cast<int>(hues.size()));
-  features.greenHue = hues[hues.size() / 2];
-  features.greenVariety = hues[hues.size() * 3 / 4] - hues[hues.size() / 4];
+  features.groundCover = static_cast<float>(flat.count) / static_cast<float>(grid.cells.size());
+  features.groundFlat = flat.value();
 }
 
 }  // namespace
 
 std::optional<SceneFeatures> measureScene(const RgbImage& image) {
-  constexpr int kLeastSide = kLeastCells * SceneGrid::kCellSide;
   if (image.width < kLeastSide || image.height < kLeastSide) return std::nullopt;
-  const LightPlane light = lightOf(image);
-  const SceneGrid grid(image, light);
+  const Grid grid = gridOf(image);
   SceneFeatures features;
-  measureTones(light, features);
-  measureColour(image, features);
-  measureDetail(grid, features);
-  const Horizon horizon = findHorizon(light);
-  const Mask sky = findSky(grid, horizon);
-  measureSky(grid, sky, features);
-  features.skyEdge = skyEdge(grid, sky);
-  features.skyRagged = raggedness(grid, sky);
-  measureGround(grid, sky, features);
-  measureWater(grid, horizon, features);
-  measureEvening(grid, features);
-  measureNight(light, features);
-  measurePlants(grid, features);
+  measureSky(grid, features);
+  measureGround(grid, features);
   return features;
 }
 

@@ -7,100 +7,41 @@
 namespace orvane::platform {
 namespace {
 
-/// One measure's say: against a rule up to `none`, for it from `full` on, doubtful in between.
-/// `none` may be the larger one.
+/// Scores a feature: 0 at `zeroAt`, 1 at `oneAt`, linear between. `zeroAt` may be the larger one.
 struct Condition {
-  float SceneFeatures::* measure = nullptr;
-  float none = 0;
-  float full = 1;
+  float SceneFeatures::* feature = nullptr;
+  float zeroAt = 0;
+  float oneAt = 1;
 };
 
+/// A rule is as sure as its weakest condition, and at most `kMostConfident`.
 struct Rule {
   std::string_view label;
-  /// The confidence when everything speaks for it.
-  float most;
-  /// The label that must be recognised as well, or nothing.
+  /// The label that must be recognised as well, or nothing. Its rule stands above.
   std::string_view given;
-  std::array<Condition, 8> conditions;
+  std::array<Condition, 5> conditions;
 };
+
+constexpr float kMostConfident = .9F;
 
 using F = SceneFeatures;
 
-// A rule is as sure as its weakest condition. Rules stand after those that they depend on.
+// At a confidence of 0.7, the threshold is seven ninths of the way from `zeroAt` to `oneAt`.
 constexpr Rule kRules[] = {
-    {"black_and_white",
-     .95F,
-     "",
-     {{{&F::colour, .06F, .03F},
-       {&F::tones, 3, 3.6F},
-       {&F::detailed, .02F, .06F},
-       {&F::smooth, .1F, .25F}}}},
     {"sky",
-     .9F,
      "",
-     {{{&F::skyCover, .1F, .2F},
-       {&F::skyBlue, .25F, .4F},
-       {&F::skyTop, .4F, .7F},
-       {&F::skyPaling, .03F, .1F},
-       {&F::skyShades, .5F, .65F},
-       {&F::skyWhitening, .75F, .9F},
-       {&F::skyEdge, .3F, .5F},
-       {&F::groundBlank, .2F, .08F}}}},
-    {"sky",
-     .85F,
-     "",
-     {{{&F::skyCover, .2F, .35F},
-       {&F::skyBlue, .15F, .25F},
-       {&F::skyTop, .5F, .8F},
-       {&F::skyPatches, .01F, .02F},
-       {&F::skyShades, .62F, .75F},
-       {&F::skyWhitening, .88F, .95F}}}},
-    {"clouds", .8F, "sky", {{{&F::skyPatches, .01F, .02F}}}},
-    {"blue_sky", .88F, "sky", {{{&F::skyBlue, .3F, .55F}}}},
-    {"sunset_sunrise",
-     .85F,
-     "",
-     {{{&F::glowRows, .1F, .2F},
-       {&F::glowTints, .04F, .09F},
-       {&F::glowRowwise, .3F, .5F},
-       {&F::glowGround, .6F, .45F}}}},
-    {"night_sky",
-     .85F,
-     "",
-     {{{&F::dark, .7F, .85F}, {&F::stars, 12, 25}, {&F::starsAlone, .3F, .45F}}}},
-    {"grass",
-     .85F,
-     "sky",
-     {{{&F::groundGreen, .5F, .75F}, {&F::groundCover, .15F, .3F}, {&F::groundDark, .1F, .04F}}}},
-    // Under a clear sky only: between clouds, a bank of clouds looks like a hill of snow.
-    {"snow",
-     .8F,
-     "sky",
-     {{{&F::groundWhite, .6F, .85F},
-       {&F::groundCover, .2F, .3F},
-       {&F::skyPatches, .016F, .01F},
-       {&F::skyEdge, .4F, .7F},
-       {&F::skyRagged, .6F, .3F}}}},
-    {"sea",
-     .85F,
-     "",
-     {{{&F::horizon, .8F, .92F},
-       {&F::waterCover, .6F, .8F},
-       {&F::waterWaves, 1.1F, 1.4F},
-       {&F::waterUneven, .06F, .03F}}}},
-    {"vegetation",
-     .8F,
-     "",
-     {{{&F::greenCover, .45F, .65F},
-       {&F::greenDetail, .4F, .8F},
-       {&F::greenVariety, 2, 3.5F},
-       {&F::greenHue, 135, 125}}}},
-    {"outdoor", .9F, "sky", {}},
+     {{{&F::skyTop, .4F, .85F},         // Nearly the whole upper edge,
+       {&F::skyBlue, 0, .045F},         // blue somewhere: no white wall,
+       {&F::skyDetail, .02F, .007F},    // as smooth as air,
+       {&F::groundCover, .1F, .2F},     // above something: no backdrop or blue page,
+       {&F::groundFlat, .3F, .13F}}}},  // which is not as even as a drawing.
+    {"outdoor", "sky", {}},
+    {"blue_sky", "sky", {{{&F::skySaturation, .14F, .34F}}}},
 };
 
-float say(const Condition& condition, const SceneFeatures& features) {
-  const float value = features.*condition.measure;
-  return std::clamp((value - condition.none) / (condition.full - condition.none), 0.0F, 1.0F);
+float score(const Condition& condition, const SceneFeatures& features) {
+  const float value = features.*condition.feature;
+  return std::clamp((value - condition.zeroAt) / (condition.oneAt - condition.zeroAt), 0.0F, 1.0F);
 }
 
 float confidenceOf(std::string_view label,
@@ -114,20 +55,12 @@ float confidenceOf(std::string_view label,
 std::vector<ClassificationObservation> recogniseScenes(const SceneFeatures& features) {
   std::vector<ClassificationObservation> observations;
   for (const auto& rule : kRules) {
-    float confidence = rule.most;
-    if (!rule.given.empty())
-      confidence = std::min(confidence, confidenceOf(rule.given, observations));
+    float confidence = rule.given.empty() ? kMostConfident : confidenceOf(rule.given, observations);
     for (const auto& condition : rule.conditions) {
-      if (condition.measure)
-        confidence = std::min(confidence, rule.most * say(condition, features));
+      if (condition.feature)
+        confidence = std::min(confidence, kMostConfident * score(condition, features));
     }
-    if (confidence <= 0) continue;
-    const auto known =
-        std::ranges::find(observations, rule.label, &ClassificationObservation::identifier);
-    if (known == observations.end())
-      observations.push_back({std::string(rule.label), confidence});
-    else
-      known->confidence = std::max(known->confidence, confidence);
+    if (confidence > 0) observations.push_back({std::string(rule.label), confidence});
   }
   std::ranges::stable_sort(observations, std::ranges::greater{},
                            &ClassificationObservation::confidence);
@@ -136,9 +69,7 @@ std::vector<ClassificationObservation> recogniseScenes(const SceneFeatures& feat
 
 std::vector<std::string_view> sceneLabels() {
   std::vector<std::string_view> labels;
-  for (const auto& rule : kRules) {
-    if (std::ranges::find(labels, rule.label) == labels.end()) labels.push_back(rule.label);
-  }
+  for (const auto& rule : kRules) labels.push_back(rule.label);
   return labels;
 }
 
