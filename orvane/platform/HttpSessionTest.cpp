@@ -3,6 +3,7 @@
 #include <orvane/platform/FileDescriptor.h>
 #include <orvane/platform/HttpSession.h>
 #include <orvane/platform/UrlError.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -31,6 +32,7 @@ using namespace std::chrono_literals;
 using testing::answer;
 using testing::answerText;
 using testing::FaultServer;
+using testing::Moment;
 using testing::Reaction;
 
 HttpRequest requestTo(const std::string& url, std::string method = "GET") {
@@ -226,6 +228,21 @@ TEST(HttpSession, TreatsHalfAnAnswerAsALostConnection) {
   }
 }
 
+TEST(HttpSession, HearsAnEarlyRefusal) {
+  FaultServer server;
+  server.queue({.answer = answerText(403), .readAtMost = 0, .end = Reaction::End::reset});
+  testing::aroundSend([](Moment moment, int socket, std::string_view bytes) {
+    if (moment == Moment::before || !bytes.starts_with("PUT ")) return;
+    pollfd reset{.fd = socket, .events = 0, .revents = 0};
+    poll(&reset, 1, -1);
+  });
+  const auto response =
+      HttpSession::shared().sendAndWait(requestTo(server.url(), "PUT"), bodyOf(8'000'000));
+  testing::aroundSend({});
+  ASSERT_TRUE(response) << response.error().description();
+  EXPECT_EQ(response->status, 403);
+}
+
 TEST(HttpSession, TakesNoAnswerThatEndsTooSoon) {
   FaultServer server;
   for (const auto& whole : {answerText(200, "body", {{"ETag", "\"abc\""}}),
@@ -304,8 +321,9 @@ void keepIdle(HttpSession& session, FaultServer& server, std::size_t count) {
 
 /// So many of the next requests find that the server has closed every connection just before.
 void closeBeforeRequests(FaultServer& server, std::size_t times) {
-  testing::beforeSend([&server, times, closed = std::size_t{0}](std::string_view bytes) mutable {
-    if (bytes.find(" /now ") == std::string_view::npos || times == 0) return;
+  testing::aroundSend([&server, times, closed = std::size_t{0}](Moment moment, int /*socket*/,
+                                                                std::string_view bytes) mutable {
+    if (moment == Moment::after || !bytes.contains(" /now ") || times == 0) return;
     --times;
     while (server.connectionCount() == closed) std::this_thread::yield();
     closed = server.connectionCount();
@@ -350,7 +368,7 @@ TEST(HttpSession, ServersSeeARequestOnce) {
                            << request.name << ", " << idle << " idle, closed " << closing.moment;
         EXPECT_EQ(code, again ? 0 : -1005) << where;
         EXPECT_EQ(server.requests().size() - idle, again || closing.isRead ? 1U : 0U) << where;
-        testing::beforeSend({});
+        testing::aroundSend({});
       }
     }
   }

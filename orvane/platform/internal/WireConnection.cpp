@@ -2,6 +2,7 @@
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <orvane/platform/internal/WireConnection.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -62,6 +63,11 @@ WireConnection::Bytes WireConnection::moved() const {
   socklen_t size = sizeof info;
   if (socket_ < 0 || getsockopt(socket_, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return atClose_;
   return {.acknowledged = info.tcpi_bytes_acked, .received = info.tcpi_bytes_received};
+}
+
+bool WireConnection::hasArrivals() const {
+  int unread = 0;
+  return ioctl(socket_, FIONREAD, &unread) == 0 && unread > 0;
 }
 
 int WireConnection::onClose(void* /*context*/, curl_socket_t closing) {
