@@ -275,6 +275,8 @@ curl_socket_t Transfer::onOpen(void* self, curlsocktype /*purpose*/,
 /// Runs before each sending of the request. The library begins anew by itself, up to six times,
 /// when a kept connection ends without an answer, whatever the server has read by then; here it is
 /// kept from that.
+// The library gives the type.
+// NOLINTNEXTLINE(readability-non-const-parameter)
 int Transfer::onConnected(void* self, char* remoteAddress, char* localAddress, int remotePort,
                           int localPort) noexcept try {
   auto& transfer = *static_cast<Transfer*>(self);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <ranges>
 #include <string_view>
 #include <unordered_map>
 
@@ -47,10 +48,9 @@ std::shared_ptr<WireConnection> WireConnection::between(const Ends& ends,
   auto& connection = openConnections()[ends];
   if (connection && opened.empty()) return connection;
   connection = std::make_shared<WireConnection>();
-  const auto newest = std::find_if(opened.rbegin(), opened.rend(), [&](int socket) {
-    return localPortOf(socket) == ends.localPort;
-  });
-  if (newest != opened.rend()) connection->socket_ = *newest;
+  const auto newestFirst = opened | std::views::reverse;
+  const auto found = std::ranges::find(newestFirst, ends.localPort, &localPortOf);
+  if (found != newestFirst.end()) connection->socket_ = *found;
   return connection;
 }
 
