@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -13,9 +14,11 @@
 namespace orvane::testing {
 namespace {
 
+using SendHook = std::function<void(Moment, int, std::string_view)>;
+
 struct Hooks {
   std::mutex mutex;
-  std::shared_ptr<std::function<void(std::string_view)>> beforeSend;
+  std::shared_ptr<SendHook> aroundSend;
   Lookup lookup;
 };
 
@@ -32,9 +35,9 @@ std::vector<std::string> addressesOf(const char* name) {
 
 }  // namespace
 
-void beforeSend(std::function<void(std::string_view)> hook) {
+void aroundSend(SendHook hook) {
   const std::lock_guard lock(hooks().mutex);
-  hooks().beforeSend = std::make_shared<decltype(hook)>(std::move(hook));
+  hooks().aroundSend = hook ? std::make_shared<SendHook>(std::move(hook)) : nullptr;
 }
 
 void setLookup(Lookup lookup) {
@@ -48,14 +51,20 @@ void setLookup(Lookup lookup) {
 
 extern "C" __attribute__((visibility("default"))) ssize_t send(int socket, const void* data,
                                                                size_t size, int flags) {
-  std::shared_ptr<std::function<void(std::string_view)>> hook;
+  using orvane::testing::Moment;
+  std::shared_ptr<orvane::testing::SendHook> hook;
   {
     auto& hooks = orvane::testing::hooks();
     const std::lock_guard lock(hooks.mutex);
-    hook = hooks.beforeSend;
+    hook = hooks.aroundSend;
   }
-  if (hook && *hook) (*hook)({static_cast<const char*>(data), size});
-  return syscall(SYS_sendto, socket, data, size, flags, nullptr, 0);
+  const std::string_view bytes(static_cast<const char*>(data), size);
+  if (hook) (*hook)(Moment::before, socket, bytes);
+  const auto sent = syscall(SYS_sendto, socket, data, size, flags, nullptr, 0);
+  const int error = errno;
+  if (hook) (*hook)(Moment::after, socket, bytes);
+  errno = error;
+  return sent;
 }
 
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name,

@@ -10,8 +10,9 @@ namespace orvane::testing {
 // Stand between the client library and the system, for what a test cannot arrange from outside: a
 // moment between two calls, a name in the machine's directory. They change the test's own process.
 
-/// Runs before every later `send` of the process with the bytes to be sent, on the sending thread.
-void beforeSend(std::function<void(std::string_view bytes)> hook);
+/// Runs before and after every later `send` of the process, on the sending thread.
+enum class Moment { before, after };
+void aroundSend(std::function<void(Moment moment, int socket, std::string_view bytes)> hook);
 
 using Lookup = std::function<std::vector<std::string>(std::string_view name)>;
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -17,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Above this the client library sends the body apart from the head, in pieces of its buffer.
+/// Up to this the body leaves together with the head; above, in pieces of the library's buffer.
 constexpr std::size_t kSmallBody = std::size_t{64} * 1024;
 constexpr long kUploadBufferSize = 512L * 1024;
 /// The client library counts the milliseconds in an int.
@@ -103,18 +104,23 @@ void Transfer::attach(CURL* easy) {
 }
 
 void Transfer::setBody() {
+  curl_easy_setopt(easy_, CURLOPT_SEEKFUNCTION, &Transfer::onSeek);
+  curl_easy_setopt(easy_, CURLOPT_SEEKDATA, this);
   const bool carriesBody =
       body_.size() > 0 || request_.method == "PUT" || request_.method == "POST";
   if (request_.method == "HEAD") {
     curl_easy_setopt(easy_, CURLOPT_NOBODY, 1L);
   } else if (carriesBody) {
-    // Post fields, whatever the method: a small body leaves together with the head, and a request
-    // can be sent again on a fresh connection, since all of it is at hand.
+    // A post, whatever the method.
+    curl_easy_setopt(easy_, CURLOPT_POST, 1L);
     curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
-    curl_easy_setopt(easy_, CURLOPT_POSTFIELDS,
-                     body_.size() > 0 ? textOf(body_.view()).data() : "");
-    if (body_.size() > kSmallBody) {
+    if (body_.size() <= kSmallBody) {
+      curl_easy_setopt(easy_, CURLOPT_POSTFIELDS,
+                       body_.size() > 0 ? textOf(body_.view()).data() : "");
+    } else {
       curl_easy_setopt(easy_, CURLOPT_UPLOAD_BUFFERSIZE, kUploadBufferSize);
+      curl_easy_setopt(easy_, CURLOPT_READFUNCTION, &Transfer::onRead);
+      curl_easy_setopt(easy_, CURLOPT_READDATA, this);
     }
   }
   curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
@@ -156,6 +162,7 @@ void Transfer::prepareSecondSend() {
   sentTwice_ = true;
   libraryBeganAnew_ = false;
   connection_ = nullptr;
+  bytesRead_ = 0;
   curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, 1L);
 }
 
@@ -220,6 +227,30 @@ std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count, 
   return 0;
 }
 
+std::size_t Transfer::onRead(char* buffer, std::size_t size, std::size_t count,
+                             void* self) noexcept {
+  auto& transfer = *static_cast<Transfer*>(self);
+  const auto rest = transfer.body_.view().subspan(transfer.bytesRead_);
+  const auto piece = rest.first(std::min(rest.size(), size * count));
+  std::ranges::copy(textOf(piece), buffer);
+  // A server that refuses may reset the connection right behind its answer, and with the next
+  // sending, which then fails, the answer would be lost. So what has arrived is read before.
+  if (!transfer.head_.hasBegun() && transfer.connection_->hasArrivals()) {
+    transfer.readsFirst_ = true;
+    return CURL_READFUNC_PAUSE;
+  }
+  transfer.bytesRead_ += piece.size();
+  return piece.size();
+}
+
+/// The library goes back to the start of a body before its handle sends anew; if that body was not
+/// sent whole, even before the handle's next request, whether this has a body or not.
+int Transfer::onSeek(void* self, curl_off_t offset, int origin) noexcept {
+  if (origin != SEEK_SET || offset != 0) return CURL_SEEKFUNC_FAIL;
+  static_cast<Transfer*>(self)->bytesRead_ = 0;
+  return CURL_SEEKFUNC_OK;
+}
+
 std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept
     try {
   const std::string_view piece(data, size * count);
@@ -260,6 +291,8 @@ curl_socket_t Transfer::onOpen(void* self, curlsocktype /*purpose*/,
 /// Runs before each sending of the request. The library begins anew by itself, up to six times,
 /// when a kept connection ends without an answer, whatever the server has read by then; here it is
 /// kept from that.
+// The library gives the type.
+// NOLINTNEXTLINE(readability-non-const-parameter)
 int Transfer::onConnected(void* self, char* remoteAddress, char* localAddress, int remotePort,
                           int localPort) noexcept try {
   auto& transfer = *static_cast<Transfer*>(self);
@@ -282,6 +315,7 @@ int Transfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_off_t receiv
                          curl_off_t /*toSend*/, curl_off_t sent) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   transfer.bytesReceived_ = received;
+  if (std::exchange(transfer.readsFirst_, false)) curl_easy_pause(transfer.easy_, CURLPAUSE_CONT);
   // Less than before: the library has begun anew on a fresh connection.
   if (sent <= transfer.bytesSent_) return 0;
   transfer.bytesSent_ = sent;

@@ -79,6 +79,8 @@ class Transfer {
   [[nodiscard]] HttpResponse takeResponse();
   [[nodiscard]] std::uint64_t bytesMoved() const;
 
+  static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* self) noexcept;
+  static int onSeek(void* self, curl_off_t offset, int origin) noexcept;
   static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* self) noexcept;
   static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept;
   static curl_socket_t onOpen(void* self, curlsocktype purpose, curl_sockaddr* address) noexcept;
@@ -101,6 +103,8 @@ class Transfer {
   bool answerIsEnough_ = false;  ///< Ended early: longer than allowed, and not needed whole.
   bool reportsAtExit_ = false;
   ResponseHead head_;
+  std::size_t bytesRead_ = 0;  ///< Of the body, by the library.
+  bool readsFirst_ = false;    ///< The library is to read before it sends more.
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 

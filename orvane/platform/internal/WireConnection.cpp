@@ -2,11 +2,13 @@
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <orvane/platform/internal/WireConnection.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <functional>
+#include <ranges>
 #include <string_view>
 #include <unordered_map>
 
@@ -46,10 +48,9 @@ std::shared_ptr<WireConnection> WireConnection::between(const Ends& ends,
   auto& connection = openConnections()[ends];
   if (connection && opened.empty()) return connection;
   connection = std::make_shared<WireConnection>();
-  const auto newest = std::find_if(opened.rbegin(), opened.rend(), [&](int socket) {
-    return localPortOf(socket) == ends.localPort;
-  });
-  if (newest != opened.rend()) connection->socket_ = *newest;
+  const auto newestFirst = opened | std::views::reverse;
+  const auto found = std::ranges::find(newestFirst, ends.localPort, &localPortOf);
+  if (found != newestFirst.end()) connection->socket_ = *found;
   return connection;
 }
 
@@ -62,6 +63,11 @@ WireConnection::Bytes WireConnection::moved() const {
   socklen_t size = sizeof info;
   if (socket_ < 0 || getsockopt(socket_, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return atClose_;
   return {.acknowledged = info.tcpi_bytes_acked, .received = info.tcpi_bytes_received};
+}
+
+bool WireConnection::hasArrivals() const {
+  int unread = 0;
+  return ioctl(socket_, FIONREAD, &unread) == 0 && unread > 0;
 }
 
 int WireConnection::onClose(void* /*context*/, curl_socket_t closing) {

@@ -43,6 +43,9 @@ class WireConnection {
   /// Since it was made; of a closed connection, until then.
   [[nodiscard]] Bytes moved() const;
 
+  /// Whether bytes have arrived that nobody has read yet.
+  [[nodiscard]] bool hasArrivals() const;
+
  private:
   static int onClose(void* context, curl_socket_t closing);
 
