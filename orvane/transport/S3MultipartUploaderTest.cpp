@@ -2,12 +2,17 @@
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 
+#include <sys/resource.h>
+
 #include <filesystem>
 #include <future>
+#include <iostream>
 #include <optional>
 #include <thread>
 
+#include "support/ChildProcess.h"
 #include "support/FaultServer.h"
+#include "support/MemoryGrowth.h"
 #include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
 
@@ -24,6 +29,7 @@ using Progress = std::vector<std::pair<std::int64_t, std::int64_t>>;
 using Lines = std::vector<std::string>;
 
 constexpr std::int64_t kChunk = S3MultipartUploader::chunkSize;
+constexpr int kSideBySideUploads = 20;
 const std::string kInitiate = "POST /photos/k?uploads";
 const std::string kPart1 = "PUT /photos/k?partNumber=1&uploadId=id";
 const std::string kPart2 = "PUT /photos/k?partNumber=2&uploadId=id";
@@ -231,6 +237,57 @@ TEST(S3MultipartUploader, ManyUploadsShareOneUploader) {
     EXPECT_FALSE(ended.error);
     EXPECT_EQ(ended.progress, (Progress{{kChunk, kChunk + 1}, {kChunk + 1, kChunk + 1}}));
   }
+}
+
+const testing::ChildMain kSideBySide("sideBySide", [](const auto& arguments) {
+  const auto file = fileOfSize(std::stoll(arguments.at(1)));
+  // An allocator keeps blocks of a size that it has seen come back.
+  if (upload(configFor(arguments.at(2)), file).error) return 1;
+  S3MultipartUploader uploader(configFor(arguments.at(0)));
+  const testing::MemoryGrowth growth;
+  std::vector<std::future<Outcome>> outcomes;
+  for (int i = 0; i < kSideBySideUploads; ++i) outcomes.push_back(start(uploader, file));
+  for (auto& outcome : outcomes) EXPECT_FALSE(outcome.get().error);
+  std::cout << growth.kibibytesLeft();
+  return 0;
+});
+
+TEST(S3MultipartUploader, MemoryGoesBackToTheSystem) {
+  if (!testing::kMemoryIsTheProgramsOwn) GTEST_SKIP();
+  const FaultServer prompt(wellBehaved);
+  for (const auto size : {kChunk, kChunk - 1}) {
+    const testing::Gate gate;  // Opens once every upload holds its part.
+    FaultServer server([&](const RecordedRequest& request) {
+      auto reaction = wellBehaved(request);
+      if (request.method() != "PUT") return reaction;
+      reaction.gate = gate;
+      reaction.readAtMost = 0;
+      return reaction;
+    });
+    auto uploads = testing::ChildProcess::run("sideBySide",
+                                              {server.url(), std::to_string(size), prompt.url()});
+    server.waitForRequests(size < kChunk ? kSideBySideUploads : 2 * kSideBySideUploads);
+    gate.open();
+    EXPECT_LT(std::stol(uploads.readAll()), 32 * 1024) << size;
+  }
+}
+
+const testing::ChildMain kWithoutMemory("withoutMemory", [](const auto& arguments) {
+  S3MultipartUploader uploader(configFor(arguments.at(0)));
+  const auto file = fileOfSize(kChunk);
+  if (start(uploader, file).get().error) return 1;
+  const rlim_t room = testing::memoryFigure("VmData") * 1024 + kChunk / 2;
+  const rlimit limit{.rlim_cur = room, .rlim_max = room};
+  setrlimit(RLIMIT_DATA, &limit);
+  std::cout << start(uploader, file).get().error->description();
+  return 0;
+});
+
+TEST(S3MultipartUploader, WithoutMemoryForAPartItIsAborted) {
+  if (!testing::kMemoryIsTheProgramsOwn) GTEST_SKIP();
+  FaultServer server(wellBehaved);
+  EXPECT_EQ(testing::outputOfChild("withoutMemory", {server.url()}), "Unable to read file");
+  EXPECT_EQ(requestLines(server), (Lines{kInitiate, kPart1, kComplete, kInitiate, kAbort}));
 }
 
 }  // namespace
