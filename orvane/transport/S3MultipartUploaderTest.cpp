@@ -102,16 +102,12 @@ TEST(S3MultipartUploader, SizeDecidesBetweenOneRequestAndParts) {
     EXPECT_EQ(outcome.progress, progress);
     EXPECT_EQ(requestLines(server), lines);
     EXPECT_EQ(server.connectionCount(), 1U);
+    const auto seen = server.requests();
+    EXPECT_EQ(seen.at(0).header("Content-Type"), "image/jpeg");
+    if (size < kChunk) continue;
+    EXPECT_EQ(seen.at(1).header("Content-Type"), std::nullopt);
+    EXPECT_NE(seen.back().body.find("<ETag>tag</ETag>"), std::string::npos);
   }
-}
-
-TEST(S3MultipartUploader, SendsTypesAndUnquotedETags) {
-  FaultServer server(wellBehaved);
-  EXPECT_FALSE(upload(configFor(server.url()), fileOfSize(kChunk)).error);
-  const auto seen = server.requests();
-  EXPECT_EQ(seen.at(0).header("Content-Type"), "image/jpeg");
-  EXPECT_EQ(seen.at(1).header("Content-Type"), std::nullopt);
-  EXPECT_NE(seen.at(2).body.find("<ETag>tag</ETag>"), std::string::npos);
 }
 
 TEST(S3MultipartUploader, EarlyFailuresComeAtOnceAndSendNothing) {
@@ -153,6 +149,8 @@ TEST(S3MultipartUploader, AFailedStepEndsTheUpload) {
   for (const auto& [step, reaction, error, progressCalls, aborted] : cases) {
     SCOPED_TRACE(step + " " + error);
     FaultServer server([&](const RecordedRequest& request) {
+      // What becomes of the abort does not matter.
+      if (request.method() == "DELETE") return testing::resetAfter(0);
       return request.target().find(step) != std::string::npos ? reaction : wellBehaved(request);
     });
     const auto outcome = upload(configFor(server.url()), file);
@@ -164,14 +162,6 @@ TEST(S3MultipartUploader, AFailedStepEndsTheUpload) {
     if (aborted) lines.pop_back();
     EXPECT_NE(lines.back().find(step), std::string::npos);
   }
-}
-
-TEST(S3MultipartUploader, AFailedAbortKeepsThePartsError) {
-  FaultServer server([](const RecordedRequest& request) {
-    if (request.method() == "PUT") return answer(500);
-    return request.method() == "DELETE" ? testing::resetAfter(0) : wellBehaved(request);
-  });
-  EXPECT_EQ(upload(configFor(server.url()), fileOfSize(kChunk)).error, S3Error::httpError(500));
 }
 
 TEST(S3MultipartUploader, AFileThatChangesMeanwhileHasTheStatedOutcome) {
@@ -226,19 +216,6 @@ TEST(S3MultipartUploader, AnUploaderThatGoesLaterIsKeptAlive) {
   EXPECT_EQ(requestLines(server), (Lines{kInitiate, kPart1, kPart2, kComplete}));
 }
 
-TEST(S3MultipartUploader, ManyUploadsShareOneUploader) {
-  FaultServer server(wellBehaved);
-  S3MultipartUploader uploader(configFor(server.url()));
-  const auto file = fileOfSize(kChunk + 1);
-  std::vector<std::future<Outcome>> outcomes;
-  for (int i = 0; i < 24; ++i) outcomes.push_back(start(uploader, file));
-  for (auto& outcome : outcomes) {
-    const auto ended = outcome.get();
-    EXPECT_FALSE(ended.error);
-    EXPECT_EQ(ended.progress, (Progress{{kChunk, kChunk + 1}, {kChunk + 1, kChunk + 1}}));
-  }
-}
-
 const testing::ChildMain kSideBySide("sideBySide", [](const auto& arguments) {
   const auto file = fileOfSize(std::stoll(arguments.at(1)));
   // An allocator keeps blocks of a size that it has seen come back.
@@ -247,12 +224,16 @@ const testing::ChildMain kSideBySide("sideBySide", [](const auto& arguments) {
   const testing::MemoryGrowth growth;
   std::vector<std::future<Outcome>> outcomes;
   for (int i = 0; i < kSideBySideUploads; ++i) outcomes.push_back(start(uploader, file));
-  for (auto& outcome : outcomes) EXPECT_FALSE(outcome.get().error);
+  for (auto& outcome : outcomes) {
+    const auto ended = outcome.get();
+    const auto size = static_cast<std::int64_t>(file_size(file));
+    if (ended.error || ended.progress != Progress{{size, size}}) return 1;
+  }
   std::cout << growth.kibibytesLeft();
   return 0;
 });
 
-TEST(S3MultipartUploader, MemoryGoesBackToTheSystem) {
+TEST(S3MultipartUploader, ManyUploadsShareOneUploaderAndTheirMemoryGoesBack) {
   if (!testing::kMemoryIsTheProgramsOwn) GTEST_SKIP();
   const FaultServer prompt(wellBehaved);
   for (const auto size : {kChunk, kChunk - 1}) {
@@ -276,7 +257,7 @@ const testing::ChildMain kWithoutMemory("withoutMemory", [](const auto& argument
   S3MultipartUploader uploader(configFor(arguments.at(0)));
   const auto file = fileOfSize(kChunk);
   if (start(uploader, file).get().error) return 1;
-  const rlim_t room = testing::memoryFigure("VmData") * 1024 + kChunk / 2;
+  const auto room = static_cast<rlim_t>(testing::memoryFigure("VmData") * 1024 + kChunk / 2);
   const rlimit limit{.rlim_cur = room, .rlim_max = room};
   setrlimit(RLIMIT_DATA, &limit);
   std::cout << start(uploader, file).get().error->description();
