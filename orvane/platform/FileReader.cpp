@@ -1,4 +1,5 @@
 #include <orvane/platform/FileReader.h>
+#include <orvane/platform/MappedMemory.h>
 #include <orvane/platform/PosixError.h>
 
 #include <fcntl.h>
@@ -29,6 +30,16 @@ Result<std::size_t> fill(std::span<std::byte> buffer, ReadFrom readFrom) {
   return total;
 }
 
+/// Room for a file's content. What an allocator takes back it may keep for ever, which matters once
+/// many files are read side by side. Not cleared first: that would cost a tenth of hashing it.
+std::shared_ptr<std::byte[]> memoryFor(std::size_t size) {
+  constexpr std::size_t kLarge = std::size_t{1} << 20;
+  if (size < kLarge) return std::make_shared_for_overwrite<std::byte[]>(size);
+  auto memory = mappedMemory(size);
+  if (!memory) throw std::bad_alloc();
+  return memory;
+}
+
 }  // namespace
 
 Result<FileReader> FileReader::open(const std::filesystem::path& path) {
@@ -57,10 +68,9 @@ Result<std::size_t> FileReader::readAt(std::uint64_t offset, std::span<std::byte
 Result<SharedBytes> readWholeFile(const std::filesystem::path& path) try {
   auto reader = FileReader::open(path);
   if (!reader) return std::unexpected(reader.error());
-  // One byte more than expected shows the end of the file without another read. The memory is
-  // not cleared first: that would cost as much as a tenth of hashing it.
+  // One byte more than expected shows the end of the file without another read.
   std::size_t capacity = reader->sizeAtOpen() + 1;
-  auto content = std::make_shared_for_overwrite<std::byte[]>(capacity);
+  auto content = memoryFor(capacity);
   std::size_t length = 0;
   for (;;) {
     const auto count = reader->read({content.get() + length, capacity - length});
@@ -68,7 +78,7 @@ Result<SharedBytes> readWholeFile(const std::filesystem::path& path) try {
     length += *count;
     if (length < capacity) break;
     capacity *= 2;  // The file has grown since it was opened.
-    auto larger = std::make_shared_for_overwrite<std::byte[]>(capacity);
+    auto larger = memoryFor(capacity);
     std::copy_n(content.get(), length, larger.get());
     content = std::move(larger);
   }

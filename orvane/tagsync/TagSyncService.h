@@ -63,8 +63,9 @@ class TagSyncService {
   ///
   /// Fails with `TagSyncError` when there is no object URL or the answer is not a success
   /// (`downloadFailed`) and when the object is not UTF-8 (`parseError`); with the HTTP client's
-  /// errors; and with the database's when the time of the newest record cannot be read or written.
-  /// Bad records and tags that cannot be written are passed over; the latter count as applied.
+  /// errors, one of which (-1103) says that the object has more than 256 MiB; and with the
+  /// database's when the time of the newest record cannot be read or written. Bad records and tags
+  /// that cannot be written are passed over; the latter count as applied.
   [[nodiscard]] Async<std::int64_t> downloadTagsFromS3(S3Config config);
 
   /// Merges the tag objects of all other devices that have changed since they were last applied,

@@ -21,7 +21,8 @@ struct UploaderState;
 /// gone when the store answers the first request ends there without a word; from then on it keeps
 /// the uploader alive itself.
 ///
-/// An upload in parts holds one part in memory; a smaller file is held whole.
+/// An upload in parts holds one part in memory; a smaller file is held whole. The memory goes back
+/// to the system at the end.
 ///
 ///     S3MultipartUploader uploader(config);
 ///     uploader.upload("IMG_1.jpg", "media/IMG_1.jpg", "image/jpeg",
@@ -44,8 +45,9 @@ class S3MultipartUploader {
   /// What happens when the process exits, and more about callbacks, stands in UploadCallbacks.h.
   ///
   /// Errors: `S3Error::invalidURL`; `S3Error::fileReadError` when the file cannot be read, also
-  /// while it is being uploaded; `S3Error::httpError` for an answer of 300 or more;
-  /// `S3Error::serverError` with "Missing UploadId" or "Missing ETag"; the HTTP client's errors.
+  /// while it is being uploaded, or there is no memory for a part; `S3Error::httpError` for an
+  /// answer of 300 or more; `S3Error::serverError` with "Missing UploadId" or "Missing ETag"; the
+  /// HTTP client's errors.
   ///
   /// A file that becomes shorter meanwhile is completed with the parts read until then.
   void upload(const std::filesystem::path& fileURL, std::string_view key,

@@ -52,7 +52,7 @@ struct S3Uploader {
 
   /// Assembles the object from its parts (number from 1, ETag without quotes; in any order) and
   /// returns its ETag, which may be empty. Blocks until the answer is there. An answer of 200 is a
-  /// success even if its body reports an error.
+  /// success even if its body reports an error. Only the first MiB of the body is looked at.
   [[nodiscard]] static Result<std::string> completeMultipartUpload(
       std::string_view key, std::string_view uploadId,
       std::vector<std::pair<std::int64_t, std::string>> parts, const S3Config& config);

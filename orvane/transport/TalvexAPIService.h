@@ -34,13 +34,14 @@ class TalvexAPIService {
   /// prefix counts as it is: that of the configuration is not put before it.
   ///
   /// Blocks until the last page is there, a thousand objects to a page; callable from any thread,
-  /// callbacks included. Each page is held in memory as text while it is read. Nothing is retried,
-  /// and a listing that fails halfway yields nothing.
+  /// callbacks included. Each page is held in memory as text while it is read; one of more than
+  /// 64 MiB fails with dataLengthExceedsMaximum (-1103). Nothing is retried, and a listing that
+  /// fails halfway yields nothing.
   ///
   /// Errors: `Error::kUrlLoading` with badURL (-1000) when the configuration makes no URL, and
   /// whatever the HTTP client reports. Of the domain `kDomain`: the status as code when that is 300
-  /// or more ("ListObjects HTTP 403: " and the answer's body), and -1 ("Invalid response encoding")
-  /// when an answer is not UTF-8. Entries that cannot be made out are left out.
+  /// or more ("ListObjects HTTP 403: " and the first MiB of the answer's body), and -1 ("Invalid
+  /// response encoding") when an answer is not UTF-8. Entries that cannot be made out are left out.
   [[nodiscard]] Result<std::vector<KeyETagPair>> listObjects(const S3Config& config,
                                                              std::string_view prefix);
 

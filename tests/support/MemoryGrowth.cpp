@@ -2,12 +2,9 @@
 
 #include <fstream>
 #include <stdexcept>
-#include <string>
 
 namespace orvane::testing {
-namespace {
 
-/// A figure of /proc/self/status in KiB.
 long memoryFigure(const std::string& name) {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
@@ -16,10 +13,10 @@ long memoryFigure(const std::string& name) {
   throw std::runtime_error("no figure named " + name);
 }
 
-}  // namespace
-
 MemoryGrowth::MemoryGrowth() : before_(memoryFigure("VmRSS")) {}
 
 long MemoryGrowth::kibibytes() const { return memoryFigure("VmHWM") - before_; }
+
+long MemoryGrowth::kibibytesLeft() const { return memoryFigure("VmRSS") - before_; }
 
 }  // namespace orvane::testing

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace orvane::testing {
 
 /// Whether figures of memory say what the program does; sanitizers keep memory of their own.
@@ -9,6 +11,9 @@ inline constexpr bool kMemoryIsTheProgramsOwn = false;
 inline constexpr bool kMemoryIsTheProgramsOwn = true;
 #endif
 
+/// A figure of /proc/self/status in KiB, for example "VmData".
+[[nodiscard]] long memoryFigure(const std::string& name);
+
 /// By how much the memory of this process grows from here on. Meant for a process of its own: what
 /// it has held and returned before counts towards the peak.
 class MemoryGrowth {
@@ -16,6 +21,8 @@ class MemoryGrowth {
   MemoryGrowth();
   /// From what was held at the beginning to the peak.
   [[nodiscard]] long kibibytes() const;
+  /// From what was held at the beginning to what is held now.
+  [[nodiscard]] long kibibytesLeft() const;
 
  private:
   long before_;

@@ -4,62 +4,18 @@
 #include <orvane/platform/internal/CurlError.h>
 
 #include <cstdlib>
-#include <optional>
 #include <string>
-#include <string_view>
-#include <vector>
+#include <utility>
 
-#include "support/ChildProcess.h"
 #include "support/TemporaryDirectory.h"
+#include "support/TlsServer.h"
 
 namespace orvane::platform {
 namespace {
 
-using testing::ChildProcess;
+using testing::TlsServer;
 
 std::string file(const std::string& name) { return (testing::testDirectory() / name).string(); }
-
-void openssl(const std::vector<std::string>& arguments) {
-  std::vector<std::string> command = {"openssl"};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  ASSERT_EQ(ChildProcess::start(command).wait(), 0);
-}
-
-/// Makes a key, and with it a certificate that says so of itself, or the request for one.
-void makeKey(const std::string& name, const std::string& kind, const std::string& certificate,
-             const std::string& host) {
-  openssl({"req", kind, "-nodes", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-subj",
-           "/CN=" + name, "-addext", "subjectAltName=" + host, "-keyout", file(name + ".key"),
-           "-out", file(certificate)});
-}
-
-void makeAuthority(const std::string& name) {
-  makeKey(name, "-x509", name + ".pem", "DNS:" + name);
-}
-
-void makeServer(const std::string& name, const std::string& issuer, const std::string& host,
-                const std::string& days = "1") {
-  makeKey(name, "-new", name + ".csr", host);
-  openssl({"x509", "-req", "-in", file(name + ".csr"), "-CA", file(issuer + ".pem"), "-CAkey",
-           file(issuer + ".key"), "-copy_extensions", "copy", "-days", days, "-out",
-           file(name + ".pem")});
-}
-
-/// A real TLS server on 127.0.0.1 that shows a certificate, and answers every GET.
-struct TlsServer {
-  explicit TlsServer(const std::string& name)
-      : process(ChildProcess::start({"openssl", "s_server", "-accept", "127.0.0.1:0", "-www",
-                                     "-key", file(name + ".key"), "-cert", file(name + ".pem")})) {
-    constexpr std::string_view kAnnouncement = "ACCEPT ";
-    for (auto line = process.readLine(); line; line = process.readLine()) {
-      if (!line->starts_with(kAnnouncement)) continue;
-      url = "https://" + line->substr(kAnnouncement.size()) + "/";
-      return;
-    }
-  }
-  ChildProcess process;
-  std::string url;
-};
 
 /// The error that a request to `url` ends with; empty when an answer comes.
 std::string errorFrom(const std::string& url) {
@@ -72,12 +28,12 @@ std::string errorFrom(const std::string& url) {
 
 /// With the options that hosts give, on real connections.
 TEST(TrustedAuthorities, VouchForServersAndFaultsAreNamed) {
-  makeAuthority("authority");
-  makeAuthority("stranger");
-  makeServer("good", "authority", "IP:127.0.0.1");
-  makeServer("strange", "stranger", "IP:127.0.0.1");
-  makeServer("misnamed", "authority", "DNS:other.example");
-  makeServer("expired", "authority", "IP:127.0.0.1", "-1");
+  testing::makeAuthority("authority");
+  testing::makeAuthority("stranger");
+  testing::makeServer("good", "authority", "IP:127.0.0.1");
+  testing::makeServer("strange", "stranger", "IP:127.0.0.1");
+  testing::makeServer("misnamed", "authority", "DNS:other.example");
+  testing::makeServer("expired", "authority", "IP:127.0.0.1", "-1");
   EXPECT_EQ(errorFrom(TlsServer("good").url),
             "The server's certificate is not trusted (nobody trusted has issued it)");
 
@@ -101,7 +57,7 @@ TEST(TrustedAuthorities, VouchForServersAndFaultsAreNamed) {
 }
 
 TEST(TrustedAuthorities, AMachineWithoutAnyGivesAFinalError) {
-  makeAuthority("server");
+  testing::makeAuthority("server");
   const TlsServer server("server");
   CURL* const easy = curl_easy_init();
   curl_easy_setopt(easy, CURLOPT_URL, server.url.c_str());

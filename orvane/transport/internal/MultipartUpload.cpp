@@ -1,10 +1,10 @@
 #include <orvane/platform/BackgroundQueue.h>
+#include <orvane/platform/MappedMemory.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/internal/ETag.h>
 #include <orvane/transport/internal/MultipartUpload.h>
 
-#include <span>
 #include <utility>
 
 namespace orvane {
@@ -31,21 +31,22 @@ void MultipartUpload::start() {
   auto file = platform::FileReader::open(job_.file);
   if (!file) return abort(S3Error::fileReadError());
   file_ = std::move(*file);
-  buffer_ = std::make_shared<Bytes>(kPartSize);
+  buffer_ = platform::mappedMemory(kPartSize);
+  if (!buffer_) return abort(S3Error::fileReadError());
   uploadNextPart();
 }
 
 void MultipartUpload::uploadNextPart() {
   const auto number = static_cast<std::int64_t>(parts_.size()) + 1;
   if (number > partCount_) return complete();
-  const auto length = file_->read(*buffer_);
+  const auto length = file_->read({buffer_.get(), kPartSize});
   if (!length) return abort(S3Error::fileReadError());
   if (*length == 0) return complete();  // The file has become shorter.
   uploadPart(number, *length);
 }
 
 void MultipartUpload::uploadPart(std::int64_t number, std::size_t length) {
-  const SharedBytes body(buffer_, std::span(*buffer_).first(length));
+  const SharedBytes body(buffer_, ByteView(buffer_.get(), length));
   auto part = uploadPartRequest(uploader_->signer, job_.object, number, job_.uploadId, body);
   if (!part) return abort(S3Error::invalidURL());
   uploader_->session.start(

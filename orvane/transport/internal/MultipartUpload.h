@@ -62,7 +62,7 @@ class MultipartUpload : public std::enable_shared_from_this<MultipartUpload> {
   MultipartUploadJob job_;
   std::int64_t partCount_;
   std::optional<platform::FileReader> file_;
-  std::shared_ptr<Bytes> buffer_;  ///< The part in flight.
+  std::shared_ptr<std::byte[]> buffer_;  ///< The part in flight.
   std::vector<UploadedPart> parts_;
   std::int64_t bytesAccepted_ = 0;
 };
