@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <netdb.h>
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
@@ -14,8 +13,10 @@
 
 #include "support/FaultServer.h"
 #include "support/StoreConfig.h"
+#include "support/SystemCalls.h"
 #include "support/TemporaryDirectory.h"
 
+namespace orvane {
 namespace {
 
 using Signals = std::set<int>;
@@ -31,20 +32,6 @@ Signals taken() {
   }
   return open;
 }
-
-std::promise<Signals> takenInLookup;
-
-}  // namespace
-
-/// Stands before the C library's, for the client library too.
-extern "C" int getaddrinfo(const char* /*name*/, const char* /*service*/, const addrinfo* /*hints*/,
-                           addrinfo** /*result*/) {
-  takenInLookup.set_value(taken());
-  return EAI_NONAME;
-}
-
-namespace orvane {
-namespace {
 
 class MaskClassifier final : public ImageClassifier {
  public:
@@ -69,9 +56,11 @@ TEST(Signals, ThreadsOfTheEngineTakeOnlyThoseOfTheirOwnFaults) {
               [&](const Result<void>&) { inCallback.set_value(taken()); });
   EXPECT_EQ(inCallback.get_future().get(), synchronous);
 
-  const auto unknown = testing::configFor("http://photos.example");
+  Signals inLookup;
+  testing::beforeLookup([&] { inLookup = taken(); });
+  const auto unknown = testing::configFor("http://photos.invalid");
   EXPECT_FALSE(S3Uploader::initiateMultipartUpload("key", "text/plain", unknown));
-  EXPECT_EQ(takenInLookup.get_future().get(), synchronous);
+  EXPECT_EQ(inLookup, synchronous);
 
   const auto classifier = std::make_shared<MaskClassifier>();
   const ImageTagger tagger(classifier);

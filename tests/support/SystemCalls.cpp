@@ -17,6 +17,7 @@ namespace {
 struct Hooks {
   std::mutex mutex;
   std::shared_ptr<std::function<void(std::string_view)>> beforeSend;
+  std::function<void()> beforeLookup;
   std::map<std::string, std::vector<std::string>, std::less<>> addresses;
 };
 
@@ -27,6 +28,7 @@ Hooks& hooks() {
 
 std::vector<std::string> addressesOf(const char* name) {
   const std::lock_guard lock(hooks().mutex);
+  if (hooks().beforeLookup) hooks().beforeLookup();
   const auto found = hooks().addresses.find(name == nullptr ? "" : name);
   return found == hooks().addresses.end() ? std::vector<std::string>() : found->second;
 }
@@ -36,6 +38,11 @@ std::vector<std::string> addressesOf(const char* name) {
 void beforeSend(std::function<void(std::string_view)> hook) {
   const std::lock_guard lock(hooks().mutex);
   hooks().beforeSend = std::make_shared<decltype(hook)>(std::move(hook));
+}
+
+void beforeLookup(std::function<void()> hook) {
+  const std::lock_guard lock(hooks().mutex);
+  hooks().beforeLookup = std::move(hook);
 }
 
 void setAddresses(const std::string& name, const std::vector<std::string>& addresses) {
