@@ -5,7 +5,6 @@
 #include <orvane/transport/S3Uploader.h>
 #include <orvane/transport/TalvexAPIService.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
@@ -13,12 +12,14 @@
 #include <cerrno>
 #include <future>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "support/ChildProcess.h"
 #include "support/FaultServer.h"
 #include "support/LogLines.h"
+#include "support/OtherUser.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
@@ -44,13 +45,6 @@ class Exhausted {
   __rlimit_resource resource_;
   rlimit former_{};
 };
-
-/// The number of threads is limited for ordinary users only.
-bool becomeOrdinaryUser() {
-  constexpr uid_t kNobody = 65534;
-  return geteuid() != 0 ||
-         (chown(testing::testDirectory().c_str(), kNobody, kNobody) == 0 && setuid(kNobody) == 0);
-}
 
 template <class T>
 void print(const Result<T>& result) {
@@ -87,7 +81,6 @@ void useEverything(const S3Config& config, const std::string& recordId) {
 
 const testing::ChildMain kLimited("limited", [](const Arguments& arguments) {
   const auto config = testing::configFor(arguments.at(0));
-  if (!becomeOrdinaryUser()) return 1;
   {
     const Exhausted exhausted(arguments.at(1) == "threads" ? RLIMIT_NPROC : RLIMIT_NOFILE);
     useEverything(config, "during");
@@ -109,6 +102,8 @@ TEST(ResourceLimits, AreErrorsThatPass) {
   const auto file = testing::testDirectory() / "file";
   testing::writeFile(file, "");
   std::filesystem::resize_file(file, S3MultipartUploader::chunkSize);
+  std::optional<testing::OtherUser> user;  // The number of root's threads has no limit.
+  if (testing::OtherUser::isPossible()) user.emplace();
   const std::string log = "[ImageTagger] Vision classify failed: ";
   const std::pair<std::string, std::string> cases[] = {
       {"threads", "11 11 11 11 1 " + log + "start a thread: Resource temporarily unavailable\n"},

@@ -3,27 +3,23 @@
 #include <orvane/platform/PosixError.h>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 
 namespace orvane::platform {
 namespace {
 
 constexpr std::size_t kBufferSize = 1 << 20;
+/// Of one writer; after that it has stopped, or its end has left the lock to a forked child.
+constexpr std::chrono::seconds kLongestTurn{10};
 
 FileDescriptor openTemporary(const std::filesystem::path& name) {
   return FileDescriptor(::open(
       name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR));
-}
-
-void lock(const FileDescriptor& file) {
-  // A file system without locks is no reason not to write: one writer is the rule.
-  while (::flock(file.get(), LOCK_EX) != 0 && errno == EINTR) {
-  }
 }
 
 bool leadsTo(const std::filesystem::path& name, const FileDescriptor& file) {
@@ -40,6 +36,14 @@ bool removeOfAnotherUser(const std::filesystem::path& name) {
          ::unlink(name.c_str()) == 0;
 }
 
+/// Locks the temporary file; one that another writer keeps locked is removed. A file system without
+/// locks is no reason not to write: one writer is the rule.
+void lock(const FileDescriptor& file, const std::filesystem::path& temporary) {
+  if (file.lockWithin(kLongestTurn) == EWOULDBLOCK && leadsTo(temporary, file)) {
+    ::unlink(temporary.c_str());
+  }
+}
+
 /// Opens and locks the temporary file. While waiting for the lock, its former holder may have
 /// renamed or removed the file, so the name must still lead to what was locked. A file of another
 /// user is removed once: some file systems show one's own files as another user's.
@@ -47,7 +51,7 @@ Result<FileDescriptor> openLocked(const std::filesystem::path& temporary) {
   for (bool isRemoved = false;;) {
     auto file = openTemporary(temporary);
     const int failure = errno;
-    if (file) lock(file);
+    if (file) lock(file, temporary);
     if (!isRemoved && removeOfAnotherUser(temporary)) {
       isRemoved = true;
       continue;
@@ -93,7 +97,7 @@ Result<void> AtomicFile::append(ByteView bytes) {
 Result<void> AtomicFile::commit() {
   if (auto flushed = flush(); !flushed) return flushed;
   if (::fsync(file_.get()) != 0) return std::unexpected(lastPosixError("sync"));
-  // Another user may have removed the file, and another writer may be at work under its name.
+  // Others may have removed the file, and another writer may be at work under its name.
   if (!leadsTo(temporary_, file_)) return std::unexpected(posixError(ESTALE, "rename"));
   if (::rename(temporary_.c_str(), target_.c_str()) != 0) {
     return std::unexpected(lastPosixError("rename"));

@@ -14,7 +14,8 @@ namespace orvane::platform {
 /// disk, renamed over the target, and followed by a sync of the folder. The temporary file has one
 /// fixed name and is locked while in use: a writer that was killed leaves at most that one file,
 /// which the next writer takes over, and two writers of one target take turns. One that another
-/// user has left is removed where the folder allows it.
+/// user has left is removed where the folder allows it, and so is one that a writer has kept locked
+/// for ten seconds, as a stopped process does: its `commit` then fails with ESTALE.
 ///
 /// One thread at a time; every call may block on the disk.
 ///

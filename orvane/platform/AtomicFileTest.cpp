@@ -2,9 +2,11 @@
 #include <orvane/platform/AtomicFile.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <iostream>
 #include <thread>
 #include <vector>
 
@@ -123,17 +125,35 @@ TEST(AtomicFile, ATemporaryFileOfAnotherUserIsMadeAnew) {
   }
 }
 
-TEST(AtomicFile, AWriterWhoseFileWasRemovedReplacesNothing) {
+/// Gives the error of its commit, which comes when it goes on.
+const testing::ChildMain kStopped("stoppedWriter", [](const auto& arguments) {
+  auto file = AtomicFile::create(arguments.at(0)).value();
+  static_cast<void>(file.append(bytesOf("late")));
+  const bool forks = arguments.at(1) == "forks";
+  const pid_t child = forks ? fork() : 0;
+  if (forks && child == 0) return pause();
+  std::cout << child << std::endl;
+  raise(forks ? SIGKILL : SIGSTOP);
+  return static_cast<int>(file.commit().error().code());
+});
+
+TEST(AtomicFile, AWriterThatStopsOrLeavesItsLockToAChildHoldsUpNobodyForLong) {
   const auto target = testing::testDirectory() / "f";
-  ASSERT_TRUE(replace(target, "old"));
-  {
-    auto first = AtomicFile::create(target).value();
-    fs::remove(testing::testDirectory() / ".f.tmp");
-    const auto second = AtomicFile::create(target).value();
-    EXPECT_EQ(first.commit().error().code(), ESTALE);
+  std::vector<std::jthread> others;
+  for (const std::string how : {"stops", "forks"}) {
+    others.emplace_back([&target, how] {
+      const auto file = target.string() + how;
+      auto writer = testing::ChildProcess::run("stoppedWriter", {file, how});
+      const pid_t child = std::stoi(writer.readLine().value());
+      EXPECT_TRUE(replace(file, "new"));
+      if (child != 0) kill(child, SIGKILL);
+      writer.kill(SIGCONT);
+      EXPECT_EQ(writer.wait(), how == "forks" ? -SIGKILL : ESTALE);
+      EXPECT_EQ(readFile(file), "new");
+    });
   }
-  EXPECT_EQ(readFile(target), "old");
-  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+  others.clear();
+  EXPECT_EQ(filesIn(testing::testDirectory()), 2U);
 }
 
 }  // namespace

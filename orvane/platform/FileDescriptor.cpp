@@ -1,6 +1,10 @@
 #include <orvane/platform/FileDescriptor.h>
 
+#include <sys/file.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <thread>
 
 namespace orvane::platform {
 
@@ -10,6 +14,18 @@ FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
     number_ = std::exchange(other.number_, -1);
   }
   return *this;
+}
+
+int FileDescriptor::lockWithin(std::chrono::milliseconds limit) const {
+  // Others hold a lock for milliseconds at most times.
+  constexpr std::chrono::milliseconds kPause{2};
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (::flock(number_, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return errno;
+    if (std::chrono::steady_clock::now() >= end) return EWOULDBLOCK;
+    std::this_thread::sleep_for(kPause);
+  }
+  return 0;
 }
 
 void FileDescriptor::close() noexcept {

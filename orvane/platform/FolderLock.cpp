@@ -6,15 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <string>
-#include <thread>
 
 namespace orvane::platform {
 namespace {
-
-/// Others of the same folder hold it for milliseconds at most times.
-constexpr std::chrono::milliseconds kPause{2};
 
 /// A file and not the folder, for writing: network file systems lock nothing else exclusively.
 FileDescriptor openForLocking(const std::filesystem::path& file) {
@@ -29,14 +24,7 @@ FolderLock::FolderLock(const std::filesystem::path& folder, std::chrono::millise
   file_ = openForLocking(folder / ".lock");
   // Removing another user's file would let two processes of this one hold the lock.
   if (!file_) file_ = openForLocking(folder / (".lock-" + std::to_string(::geteuid())));
-  if (!file_) return;
-  const auto end = std::chrono::steady_clock::now() + limit;
-  for (;;) {
-    isHeld_ = ::flock(file_.get(), LOCK_EX | LOCK_NB) == 0;
-    if (isHeld_ || (errno != EWOULDBLOCK && errno != EINTR)) return;
-    if (std::chrono::steady_clock::now() >= end) return;
-    std::this_thread::sleep_for(kPause);
-  }
+  isHeld_ = file_ && file_.lockWithin(limit) == 0;
 }
 
 FolderLock::~FolderLock() {

@@ -36,8 +36,7 @@ void ThreadPool::growFor(std::size_t work) {
     const BlockedSignals blocked;
     std::thread([this] { serve(); }).detach();
     ++threads_;
-  } catch (const std::system_error&) {
-    // The threads there are will come to it. Where there are none, callers see that.
+  } catch (const std::system_error&) {  // NOLINT(bugprone-empty-catch): callers count the threads.
   }
 }
 
