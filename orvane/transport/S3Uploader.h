@@ -38,9 +38,9 @@ struct S3Uploader {
   /// Puts a local file as one object. The file is read whole into memory and hashed before this
   /// returns; meant for files of moderate size (see `S3MultipartUploader`).
   ///
-  /// `completion`, which must not be empty, is called exactly once, after any `progress`: at once on
-  /// the calling thread with `invalidURL` or `fileReadError`, otherwise on a queue of this upload's
-  /// own. `progress` (may be empty) gets bytes of the body sent so far and its length.
+  /// `completion`, which must not be empty, is called exactly once, after any `progress`: at once
+  /// on the calling thread with `invalidURL` or `fileReadError`, otherwise on a queue of this
+  /// upload's own. `progress` (may be empty) gets bytes of the body sent so far and its length.
   static void upload(const std::filesystem::path& fileURL, std::string_view key,
                      std::string_view contentType, const S3Config& config, UploadProgress progress,
                      UploadCompletion completion);
