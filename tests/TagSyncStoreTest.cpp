@@ -58,11 +58,13 @@ const testing::ChildMain kDevice("device", [](const std::vector<std::string>& ar
   if (!database.initialize()) return 2;
   const auto own = DeviceUUID::shared().uuid();
   auto& service = TagSyncService::shared();
-  const auto config = configFor(ObjectStore());
+  auto config = configFor(ObjectStore());
   while (argument != arguments.end()) {
     const auto word = next();
     if (word == "uuid") {
       std::cout << own << '\n';
+    } else if (word == "prefix") {
+      config.prefix += next();
     } else if (word == "record") {
       const auto id = next();
       UploadStore::shared().upsert({id, next(), UploadStatus::completed, 1, 1});
@@ -142,6 +144,16 @@ TEST(TagSyncStore, TagsReachTheSameAssetOnOtherDevices) {
   EXPECT_EQ(a.does({"merge", "show", "a1", "show", "a2"}), "1\ncitt\u00e0 mare onda \nneve \n");
   EXPECT_THAT(a.does({"tag", "a1", "luna", "upload", "merge"}), EndsWith("\n0\n"));
   EXPECT_EQ(b.does({"merge", "show", "b1"}), "3\ncitt\u00e0 luna mare onda \n");
+}
+
+TEST(TagSyncStore, EveryPlainPrefixWillDo) {
+  const Device a("a");
+  const Device b("b");
+  EXPECT_EQ(a.does({"record", "a1", "m", "tag", "a1", "mare"}) + b.does({"record", "b1", "m"}), "");
+  for (const auto* prefix : {"name", "a/b/", "Az09-._~/"}) {
+    EXPECT_THAT(a.does({"prefix", prefix, "upload"}), EndsWith(" 1\n")) << prefix;
+    EXPECT_EQ(b.does({"prefix", prefix, "merge"}), "1\n") << prefix;
+  }
 }
 
 TEST(TagSyncStore, DevicesWorkAtTheSameTime) {

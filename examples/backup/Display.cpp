@@ -47,26 +47,26 @@ std::string decimal(double number) {
   return text.data();
 }
 
-std::string printable(std::string_view name) {
-  const bool utf8 = orvane::platform::isUtf8(name);
-  std::string text;
-  while (!name.empty()) {
-    const auto* const next = std::find_if(name.begin() + 1, name.end(), beginsCharacter);
-    const auto character = name.substr(0, utf8 ? static_cast<std::size_t>(next - name.begin()) : 1);
-    const bool shown = utf8 ? !isConfusing(character) : character >= " " && character < "\x7F";
-    text += shown ? character : "?";
-    name.remove_prefix(character.size());
+std::string printable(std::string_view text) {
+  const bool utf8 = orvane::platform::isUtf8(text);
+  std::string shown;
+  while (!text.empty()) {
+    const auto* const next = std::find_if(text.begin() + 1, text.end(), beginsCharacter);
+    const auto character = text.substr(0, utf8 ? static_cast<std::size_t>(next - text.begin()) : 1);
+    const bool isShown = utf8 ? !isConfusing(character) : character >= " " && character < "\x7F";
+    shown += isShown ? character : "?";
+    text.remove_prefix(character.size());
   }
-  return text;
+  return shown;
 }
 
 std::string lineText(std::string_view word, std::string_view name, std::string_view detail) {
-  return padded(std::string(word), 10) + printable(name) + std::string(detail) + '\n';
+  return padded(std::string(word), 10) + printable(name) + printable(detail) + '\n';
 }
 
 std::string listText(const std::vector<std::string>& words) {
   std::string text;
-  for (const auto& word : words) text += (text.empty() ? "" : ", ") + word;
+  for (const auto& word : words) text += (text.empty() ? "" : ", ") + printable(word);
   return text.empty() ? "nothing known" : text;
 }
 

@@ -21,13 +21,14 @@ namespace backup {
   return std::to_string(count) + ' ' + std::string(thing) + (count == 1 ? "" : "s");
 }
 
-/// A file's name with "?" for what would confuse a terminal or its reader.
-[[nodiscard]] std::string printable(std::string_view name);
+/// A text from outside (a file's name, a tag, what a store says) with "?" for what would confuse a
+/// terminal or its reader.
+[[nodiscard]] std::string printable(std::string_view text);
 
-/// "a, b, c", or "nothing known".
+/// "a, b, c", or "nothing known"; the words printable.
 [[nodiscard]] std::string listText(const std::vector<std::string>& words);
 
-/// "word      name detail": a line about a file, the name printable.
+/// "word      name detail": a line about a file, name and detail printable.
 [[nodiscard]] std::string lineText(std::string_view word, std::string_view name,
                                    std::string_view detail = {});
 

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <utility>
 
+#include "Display.h"
 #include "Rules.h"
 
 namespace backup {
@@ -36,7 +37,7 @@ void recordETags(const orvane::S3Config& config) {
   if (records.empty()) return;
   const auto objects = listObjects(config);
   if (!objects) {
-    std::cerr << "The ETags are not known yet: " << explanation(objects.error()) << '\n';
+    std::cerr << "The ETags are not known yet: " << printable(explanation(objects.error())) << '\n';
     return;
   }
   for (UploadRecord& record : records) {

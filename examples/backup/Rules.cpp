@@ -32,7 +32,8 @@ std::optional<std::int64_t> statusOf(const orvane::Error& error) {
 std::optional<std::chrono::duration<double>> retryDelay(const orvane::Error& error,
                                                         const orvane::UploadRecord& record,
                                                         std::int64_t retriesInRun) {
-  if (!RetryPolicy::isRetryable(error) || retriesInRun >= RetryPolicy::maxSessionRetries ||
+  const bool canSucceed = RetryPolicy::isRetryable(error) || isUploadLost(error, record);
+  if (!canSucceed || retriesInRun >= RetryPolicy::maxSessionRetries ||
       record.retryCount >= RetryPolicy::maxLifetimeRetries) {
     return std::nullopt;
   }
@@ -50,9 +51,13 @@ bool isUnreachable(const orvane::Error& error) {
          std::ranges::count(kCut, static_cast<UrlErrorCode>(error.code())) > 0;
 }
 
-bool isRefused(const orvane::Error& error) {
+bool isUploadLost(const orvane::Error& error, const orvane::UploadRecord& record) {
+  return statusOf(error) == 404 && record.bytesUploaded > 0;
+}
+
+bool isRefused(const orvane::Error& error, const orvane::UploadRecord& record) {
   const auto status = statusOf(error);
-  return status == 403 || status == 404;
+  return status == 403 || (status == 404 && !isUploadLost(error, record));
 }
 
 std::string explanation(const orvane::Error& error) {

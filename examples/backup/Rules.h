@@ -27,8 +27,12 @@ constexpr std::size_t kAtATime = 4;
 /// Whether the store cannot be reached, which no file's retries shall be spent on.
 [[nodiscard]] bool isUnreachable(const orvane::Error& error);
 
+/// Whether the store does not know an upload any more of which it has accepted parts: the answer to
+/// its completion was lost, or somebody has ended it. Sent again, the file can go up.
+[[nodiscard]] bool isUploadLost(const orvane::Error& error, const orvane::UploadRecord& record);
+
 /// Whether the store can be reached, but nothing may be put there, or there is no such bucket.
-[[nodiscard]] bool isRefused(const orvane::Error& error);
+[[nodiscard]] bool isRefused(const orvane::Error& error, const orvane::UploadRecord& record);
 
 /// The error's sentence, with advice where the user can do something.
 [[nodiscard]] std::string explanation(const orvane::Error& error);

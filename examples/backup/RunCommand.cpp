@@ -168,12 +168,14 @@ Task Backup::upload(Item& item) {
     setStatus(item, retries == 0 ? UploadStatus::uploading : UploadStatus::retrying);
     const Result<void> outcome = co_await transfer(uploader_, item.file, record);
     if (outcome) co_return succeed(item);
-    const std::string reason = explanation(outcome.error());
+    const std::string reason = isUploadLost(outcome.error(), record)
+                                   ? "the store knows nothing of the parts sent any more"
+                                   : explanation(outcome.error());
     const auto delay = retryDelay(outcome.error(), record, retries);
     if (!delay) {
+      if (isRefused(outcome.error(), record)) ++refused_;
       setStatus(item, UploadStatus::failed, reason);
       unreachable_ = unreachable_ || isUnreachable(outcome.error());
-      if (isRefused(outcome.error())) ++refused_;
       co_return fail(record.id(), reason);
     }
     if (!isUnreachable(outcome.error())) ++record.retryCount;
@@ -258,6 +260,13 @@ void Backup::printSummary() const {
   }
 }
 
+/// The endpoint's host and, where it names one, port.
+std::string serverOf(const orvane::S3Config& config) {
+  const auto url = orvane::Url::parse(config.endpoint).value();
+  const std::string port(url.port());
+  return std::string(url.host()) + (port.empty() ? "" : ":" + port);
+}
+
 }  // namespace
 
 int runCommand(const Path& folder, const orvane::S3Config& config, bool retryAll) {
@@ -265,8 +274,8 @@ int runCommand(const Path& folder, const orvane::S3Config& config, bool retryAll
   lockState();
   bindState(folder, config);
   listenForStop();
-  std::cout << "Backing up " << printable(folder.string()) << " to bucket " << config.bucket
-            << " at " << config.host() << '\n'
+  std::cout << "Backing up " << printable(folder.string()) << " to bucket "
+            << printable(config.bucket) << " at " << printable(serverOf(config)) << '\n'
             << std::flush;
   // What has failed in earlier runs is tried again until its retries are used up.
   auto& store = UploadStore::shared();

@@ -52,7 +52,7 @@ int topCommand() {
   const auto tags = valueOf(openTags().topTags(20));
   for (const auto& [tag, count] : tags) {
     const double part = static_cast<double>(count) / static_cast<double>(tags.front().count);
-    std::cout << padded(tag, kTagColumns) << barText(part, 20) << ' ' << count << '\n';
+    std::cout << padded(printable(tag), kTagColumns) << barText(part, 20) << ' ' << count << '\n';
   }
   if (tags.empty()) std::cout << "no tags yet\n";
   return kSuccess;
@@ -64,7 +64,7 @@ int tagsCommand(const std::string& photo) {
     throw std::runtime_error("no such photo: " + printable(photo));
   }
   for (const auto& [tag, confidence] : tags) {
-    std::cout << padded(tag, kTagColumns) << barText(confidence, 20) << ' '
+    std::cout << padded(printable(tag), kTagColumns) << barText(confidence, 20) << ' '
               << std::lround(100 * confidence) << "%\n";
   }
   if (tags.empty()) std::cout << "no tags\n";

@@ -2,12 +2,14 @@
 
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/platform/Directories.h>
 #include <orvane/platform/FolderLock.h>
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/OnnxClassifier.h>
 #include <orvane/platform/Preferences.h>
 #include <orvane/platform/SecretServiceStore.h>
 #include <orvane/tagging/TagDatabase.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +17,7 @@
 #include <chrono>
 #include <cstdint>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -50,6 +53,22 @@ bool isPlain(std::string_view prefix) {
   constexpr std::string_view kPlain =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
   return prefix.find_first_not_of(kPlain) == std::string_view::npos;
+}
+
+/// Whether a URL holds a user's name or password, which would be shown and stored with it.
+bool holdsCredentials(const orvane::Url& url) {
+  constexpr std::string_view kSeparator = "://";
+  std::string_view authority = url.text();
+  authority.remove_prefix(url.scheme().size() + kSeparator.size());
+  return authority.substr(0, authority.find('/')).contains('@');
+}
+
+void warnIfOthersCanRead(const fs::path& file) {
+  std::error_code ignored;
+  const auto others = fs::perms::group_read | fs::perms::others_read;
+  if ((fs::status(file, ignored).permissions() & others) == fs::perms::none) return;
+  std::cerr << "orvane-backup: others can read the secret key in " << printable(file.string())
+            << "; chmod 600 shuts them out\n";
 }
 
 /// Whether the identity is in the secure store.
@@ -92,9 +111,13 @@ S3Config readConfig(const fs::path& file) {
     throw Refusal(name + ": only the prefix may be empty, and the endpoint must be a URL such as " +
                   "https://s3.example.org");
   }
+  if (holdsCredentials(*url)) {
+    throw Refusal(name + ": the endpoint must not hold a user or a password");
+  }
   if (!isPlain(config->prefix)) {
     throw Refusal(name + ": the prefix may hold letters from A to Z, digits and -._~/ only");
   }
+  warnIfOthersCanRead(file);
   return std::move(*config);
 }
 
@@ -113,9 +136,10 @@ void prepare(const Device& device) {
   // The stores report no failure to write; a backup that forgets is better refused.
   const auto folder = HostApplication::applicationSupportDirectory();
   if (!folder) throw Refusal("there is no place for the records: set HOME or give --state");
-  std::error_code error;
-  fs::create_directories(*folder, error);
-  if (error || access(folder->c_str(), W_OK) != 0) {
+  const auto made = orvane::platform::createPrivateDirectories(*folder);
+  // It may have been made open to others; file systems without modes leave it so.
+  static_cast<void>(chmod(folder->c_str(), S_IRWXU));
+  if (!made || access(folder->c_str(), W_OK) != 0) {
     throw Refusal("cannot write the records in " + printable(folder->string()));
   }
 }

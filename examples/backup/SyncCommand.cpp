@@ -51,6 +51,8 @@ void forgetPassedOver(const orvane::S3Config& config, std::int64_t records) {
   if (Preferences::shared().integer(kRecordsKey) == records) return;
   const std::string folder = config.prefix + "tags/";
   for (const auto& object : valueOf(TalvexAPIService::shared().listObjects(config, folder))) {
+    // A store may list anything.
+    if (!object.key.starts_with(folder)) continue;
     const auto device = object.key.substr(folder.size(), object.key.rfind('/') - folder.size());
     valueOf(openTags().updateRemoteETag(device, ""));
   }

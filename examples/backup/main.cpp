@@ -113,10 +113,10 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kSuccess : kUsage;
   } catch (const Refusal& refusal) {
-    std::cerr << "orvane-backup: " << refusal.what() << '\n';
+    std::cerr << "orvane-backup: " << printable(refusal.what()) << '\n';
     return kUsage;
   } catch (const std::exception& error) {
-    std::cerr << "orvane-backup: " << error.what() << '\n';
+    std::cerr << "orvane-backup: " << printable(error.what()) << '\n';
     return kSomethingFailed;
   }
 }

@@ -3,12 +3,10 @@
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <unistd.h>
 
-#include <barrier>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/ChildProcess.h"
@@ -87,17 +85,6 @@ TEST(DeviceUUID, LastsAProcessWhenItCannotBeSaved) {
   unsetenv("XDG_DATA_HOME");
   unsetenv("HOME");
   expectOneUse("-25291");
-}
-
-TEST(DeviceUUID, IsOneForThreadsThatAskAtOnce) {
-  std::vector<std::string> answers(16);
-  std::barrier start(std::ssize(answers));
-  std::vector<std::jthread> threads;
-  for (auto& answer : answers) {
-    threads.emplace_back([&] { start.arrive_and_wait(), answer = uuid(); });
-  }
-  threads.clear();
-  EXPECT_EQ(std::set(answers.begin(), answers.end()), std::set{testing::readFile(itemFile())});
 }
 
 /// What as many processes say that ask at the same time.

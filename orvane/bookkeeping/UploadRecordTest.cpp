@@ -80,19 +80,6 @@ TEST(UploadRecordTest, WritesWhatIsSet) {
             R"("retryCount":-2,"eTag":"\"e\"","tags":["mare",""],"tagsVersion":7})");
 }
 
-TEST(UploadRecordTest, EscapesEveryControlCharacterWhereverItStands) {
-  for (char c = 0; c < ' '; ++c) {
-    for (std::size_t position = 0; position < 48; ++position) {
-      auto record = plainRecord();
-      record.eTag = std::string(48, 'x');
-      record.eTag->at(position) = c;
-      const auto json = record.encodeJson().value();
-      EXPECT_EQ(json.find(c), std::string::npos) << int{c} << " at " << position;
-      EXPECT_EQ(UploadRecord::decodeJson(json)->eTag, record.eTag);
-    }
-  }
-}
-
 TEST(UploadRecordTest, WritesWhatJsonCannotExpressAsReplacements) {
   const auto replacements = [](std::size_t count) {
     std::string text;

@@ -31,11 +31,11 @@ std::vector<std::string> filenamesIn(UploadStore& store,
 ///
 /// Nothing reports a failure. A file that is missing or has any unreadable part makes an empty
 /// store; what could not be decoded is kept beside it, as "upload_records_v1.json.undecodable",
-/// when the next change replaces it. A text that is not UTF-8 is written with U+FFFD in place of
-/// what is wrong, and read so by the next process; of two identifiers that only differ there, it
-/// finds one. As long as a change cannot be written (a full disk, a date that is not finite in any
-/// record), it and those after it are made in memory only. Without an application-support folder
-/// all are.
+/// when the next change replaces it, and is not replaced where that fails. A text that is not UTF-8
+/// is written with U+FFFD in place of what is wrong, and read so by the next process; of two
+/// identifiers that only differ there, it finds one. As long as a change cannot be written (a full
+/// disk, a date that is not finite in any record), it and those after it are made in memory only.
+/// Without an application-support folder all are.
 ///
 /// Threads: any thread may call anything. An operation that reads waits for the changes queued
 /// before it and sees them. What is returned is a copy.

@@ -14,7 +14,6 @@
 #include <iostream>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/ChildProcess.h"
@@ -290,22 +289,6 @@ TEST(UploadStoreTest, WorksWithoutAnyFolder) {
   store().resetForTesting();
   EXPECT_THAT(store().allRecords(), IsEmpty());
   EXPECT_TRUE(fs::is_empty(testDirectory()));
-}
-
-TEST(UploadStoreTest, SerialisesConcurrentCallers) {
-  std::vector<std::jthread> threads;
-  for (const std::string thread : {"a", "b", "c", "d"}) {
-    threads.emplace_back([thread] {
-      for (int i = 0; i < 50; ++i) {
-        const auto id = thread + std::to_string(i);
-        store().upsert(make(id, failed));
-        if (!store().record(id) || store().failedRecords().empty()) std::abort();
-      }
-    });
-  }
-  threads.clear();
-  EXPECT_EQ(store().failedRecords().size(), 200U);
-  EXPECT_EQ(contentsAfterRestart(), contents());
 }
 
 }  // namespace

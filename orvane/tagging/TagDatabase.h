@@ -59,7 +59,8 @@ class TagDatabase {
   /// later pages are damaged opens, and may be written to.
   [[nodiscard]] Result<void> initialize();
 
-  /// Stores one tag of an asset as found by a device, in place of its earlier row.
+  /// Stores one tag of an asset as found by a device, in place of its earlier row. A confidence
+  /// that is not a number is stored as 0.
   [[nodiscard]] Result<void> upsertTag(std::string_view assetId, std::string_view tag,
                                        double confidence, std::string_view deviceUUID);
 

@@ -32,10 +32,14 @@ struct TagUpload {
 ///
 /// The operations are coroutines. While they wait for the network they block no thread; their work
 /// on the tag database and the upload store, which takes seconds for hundreds of thousands of tags,
-/// blocks the thread that runs them. Tags are written in transactions of about 25 ms, so that other
-/// users of the database wait less than 50 ms, unless the disk is slow or a single tag has
-/// megabytes. The executor must outlive the operation. Cancelling it ends the transfer under way
-/// with the code cancelled (-999); what has been written stays. The host must have called
+/// blocks the thread that runs them. Tags are written in transactions that end after 25 ms, so that
+/// each keeps other users of the database waiting for about 50 ms, unless the disk is slow or a
+/// single tag takes longer. A lock that another process holds for seconds costs a tag for every 3
+/// of them, and ever more after 12. The configuration's prefix may hold ASCII letters, digits and
+/// "-._~/" only.
+///
+/// The executor must outlive the operation. Cancelling it ends the transfer under way with the code
+/// cancelled (-999); what has been written stays. The host must have called
 /// `TagDatabase::initialize`; until then an upload finds no tags, and downloads count tags without
 /// keeping them.
 ///
@@ -53,9 +57,12 @@ class TagSyncService {
 
   /// Replaces this device's tag object by all of its tags. Sends nothing when there are none.
   ///
+  /// After the database was lost, that object is the only copy of the tags: call
+  /// `downloadTagsFromS3` first, since any tag that was found meanwhile would replace them all.
+  ///
   /// Fails with the database's error when the tags cannot be read, and with the uploader's when
-  /// they cannot be sent; the object is then as it was. An asset whose tags have no JSON form is
-  /// left out.
+  /// they cannot be sent; the object is then as it was, unless only the answer was lost. An asset
+  /// of which a text is not UTF-8 or a confidence infinite is left out.
   [[nodiscard]] Async<TagUpload> uploadTagsToS3(S3Config config);
 
   /// Reads this device's tag object back, for example after its database was lost: applies the
@@ -70,7 +77,8 @@ class TagSyncService {
 
   /// Merges the tag objects of all other devices that have changed since they were last applied,
   /// and yields how many tags were applied. The tags of assets that no local upload record names
-  /// are passed over; they come with the next change of their object.
+  /// are skipped; they come with the next change of their object. A tag of more than 1,024 bytes
+  /// is not written, but counted.
   ///
   /// Fails when the devices cannot be listed: with `TagSyncError` (`downloadFailed`, `parseError`)
   /// or the HTTP client's errors. A device whose object cannot be read is passed over. Only the

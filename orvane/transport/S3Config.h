@@ -21,8 +21,13 @@ struct S3Config {
   std::string region;     ///< Named in the signature's credential scope.
   std::string accessKey;  ///< Sent with every request.
   std::string secretKey;  ///< Signs requests; never sent, never logged.
-  std::string prefix;     ///< Put before every key as it is; no separator is added.
-  std::string endpoint;   ///< Base URL: scheme, host, optionally a port and a path.
+  /// Put before every key as it is; no separator is added. For tags (`TagSyncService`) it may hold
+  /// ASCII letters, digits and "-._~/" only: they are read under the prefix as it stands, while
+  /// uploads escape it.
+  std::string prefix;
+  /// Base URL: scheme, host, optionally a port and a path; no user name and no password, which
+  /// would go into log lines and error texts.
+  std::string endpoint;
   std::optional<std::string> tenantName = {};  ///< For the host; the engine does not read it.
 
   /// Reads the form that `toJson` writes; unknown members are ignored. Absent when the text is

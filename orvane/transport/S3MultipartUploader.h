@@ -38,6 +38,9 @@ class S3MultipartUploader {
   /// Uploads a file to an object key. Blocks while a small file is read and hashed; otherwise
   /// returns at once.
   ///
+  /// `contentType` must not begin or end with a blank, which the signature counts and HTTP does
+  /// not: the store answers 403. `completion` must not be empty.
+  ///
   /// `progress` (may be empty) gets the bytes accepted by the store and the file's size: once at
   /// the end of a small file, after each part of a larger one. `completion` is called once, after
   /// every `progress`. Both run on the uploader's own queue, at most 4 callbacks at a time, one at
@@ -49,7 +52,14 @@ class S3MultipartUploader {
   /// answer of 300 or more; `S3Error::serverError` with "Missing UploadId" or "Missing ETag"; the
   /// HTTP client's errors.
   ///
-  /// A file that becomes shorter meanwhile is completed with the parts read until then.
+  /// The size, and so the number of parts, is the file's at the call. A file that becomes shorter
+  /// meanwhile is completed with the parts read until then; of one that grows, or is replaced by a
+  /// longer one, what lies beyond those parts is missing. Both succeed: who uploads files that
+  /// others write compares size and time of change before and after.
+  ///
+  /// When a part fails, the upload is aborted. When completing it fails, nothing more is sent: the
+  /// bucket then holds the object, where only the answer was lost, or the parts, which take space
+  /// until the store's own rules or the host remove the unfinished upload.
   void upload(const std::filesystem::path& fileURL, std::string_view key,
               std::string_view contentType, UploadProgress progress, UploadCompletion completion);
 

@@ -172,6 +172,7 @@ TEST(S3MultipartUploader, AFileThatChangesMeanwhileHasTheStatedOutcome) {
     std::optional<Error> error;
     std::size_t parts;
   } cases[] = {{"shrinks", [](const File& file) { resize_file(file, kChunk + 7); }, {}, 2},
+               {"grows", [](const File& file) { resize_file(file, 5 * kChunk); }, {}, 3},
                {"empties", [](const File& file) { resize_file(file, 0); }, {}, 0},
                {"vanishes", [](const File& file) { remove(file); }, S3Error::fileReadError(), 0},
                {"becomes a folder", [](const File& file) { remove(file), create_directory(file); },

@@ -18,6 +18,9 @@ namespace orvane {
 /// One-shot calls to the object store. Each is signed with the current time, sent once and never
 /// retried. Any thread may make any number of them at the same time.
 ///
+/// A content type must not begin or end with a blank, which the signature counts and HTTP does not:
+/// the store answers 403.
+///
 /// Errors they share: `S3Error::invalidURL` when configuration and key make no URL (nothing is
 /// sent), `S3Error::httpError` for an answer of 300 or more, and the HTTP client's own errors
 /// (domain `Error::kUrlLoading`, or `Error::kPosix` where threads or descriptors have run out)
@@ -36,10 +39,10 @@ struct S3Uploader {
   /// Puts a local file as one object. The file is read whole into memory and hashed before this
   /// returns; meant for files of moderate size (see `S3MultipartUploader`).
   ///
-  /// `completion` is called exactly once (see UploadCallbacks.h for the exit), after any
-  /// `progress`: at once on the calling thread with `invalidURL` or `fileReadError`, otherwise on a
-  /// queue of this upload's own. `progress` (may be empty) gets bytes of the body sent so far and
-  /// its length.
+  /// `completion`, which must not be empty, is called exactly once (see UploadCallbacks.h for the
+  /// exit), after any `progress`: at once on the calling thread with `invalidURL` or
+  /// `fileReadError`, otherwise on a queue of this upload's own. `progress` (may be empty) gets
+  /// bytes of the body sent so far and its length.
   static void upload(const std::filesystem::path& fileURL, std::string_view key,
                      std::string_view contentType, const S3Config& config, UploadProgress progress,
                      UploadCompletion completion);
@@ -52,7 +55,9 @@ struct S3Uploader {
 
   /// Assembles the object from its parts (number from 1, ETag without quotes; in any order) and
   /// returns its ETag, which may be empty. Blocks until the answer is there. An answer of 200 is a
-  /// success even if its body reports an error. Only the first MiB of the body is looked at.
+  /// success even if its body reports an error. Only the first MiB of the body is looked at. After
+  /// a failure the bucket holds the object, where only the answer was lost, or the parts until
+  /// `abortMultipartUpload`.
   [[nodiscard]] static Result<std::string> completeMultipartUpload(
       std::string_view key, std::string_view uploadId,
       std::vector<std::pair<std::int64_t, std::string>> parts, const S3Config& config);

@@ -34,7 +34,7 @@ namespace orvane {
 /// Bytes sent so far and bytes in all.
 using UploadProgress = std::function<void(std::int64_t bytesSent, std::int64_t totalBytes)>;
 
-/// The outcome of an upload.
+/// The outcome of an upload. An upload needs one that is not empty.
 using UploadCompletion = std::function<void(Result<void> result)>;
 
 }  // namespace orvane

@@ -52,6 +52,7 @@ class BackupHostTest : public ::testing::Test {
     writeFile(config_, R"({"bucket":"photos","region":"us-east-1","accessKey":")" + accessKey +
                            R"(","secretKey":")" + secretKey + R"(","prefix":")" + prefix +
                            R"(","endpoint":")" + endpoint + "\"}");
+    fs::permissions(config_, fs::perms::owner_read | fs::perms::owner_write);
   }
   void configure(const ObjectStore& store) const {
     configure(store.endpoint(), store.accessKey(), store.secretKey(), store.prefix());

@@ -34,5 +34,16 @@ TEST(BackupRulesTest, DelaysDoubleUntilTheRetriesAreUsedUp) {
   }
 }
 
+TEST(BackupRulesTest, AnUploadThatTheStoreHasForgottenIsNoRefusal) {
+  const orvane::Error gone = orvane::S3Error::httpError(404);
+  orvane::UploadRecord record("a", "a", orvane::UploadStatus::uploading, 0, 20'000'000);
+  EXPECT_TRUE(isRefused(gone, record));
+  EXPECT_FALSE(retryDelay(gone, record, 0));
+  record.bytesUploaded = record.totalBytes;
+  EXPECT_FALSE(isRefused(gone, record));
+  EXPECT_TRUE(retryDelay(gone, record, 0));
+  EXPECT_TRUE(isRefused(orvane::S3Error::httpError(403), record));
+}
+
 }  // namespace
 }  // namespace backup
