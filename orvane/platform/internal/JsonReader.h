@@ -50,7 +50,8 @@ template <class Root = ondemand::object, class ReadRoot>
                                 ReadRoot&& readRoot) {
   ondemand::document document;
   Root root;
-  return !parser.iterate(withoutByteOrderMark(text)).get(document) && !document.get(root) && readRoot(root) &&
+  return !parser.iterate(withoutByteOrderMark(text)).get(document) && !document.get(root) &&
+         readRoot(root) &&
          document.current_location().error() == simdjson::error_code::OUT_OF_BOUNDS;
 }
 
