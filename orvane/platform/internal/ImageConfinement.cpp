@@ -88,7 +88,8 @@ void confine() {
                    SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_THREAD, CLONE_THREAD));
   seccomp_rule_add(filter, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0);
   // Names of threads.
-  seccomp_rule_add(filter, SCMP_ACT_ALLOW, SCMP_SYS(prctl), 1, SCMP_A0(SCMP_CMP_EQ, PR_SET_NAME));
+  seccomp_rule_add(filter, SCMP_ACT_ALLOW, SCMP_SYS(prctl), 1,
+                   SCMP_A0(SCMP_CMP_EQ, PR_SET_NAME, 0));
   seccomp_load(filter);  // Where the kernel has no filters, the limits remain.
   seccomp_release(filter);
 }

@@ -86,7 +86,7 @@ Result<RgbImage> readImage(const fs::path& file, int width, int height, ImageFit
   auto reader = FileReader::open(file);
   if (!reader) return unreadable(file, reader.error());
   if (ThreadWorker::isGone) return unreadable(file, posixError(ECANCELED, "decode"));
-  thread_local ThreadWorker own;
+  static thread_local ThreadWorker own;
   auto& worker = own.worker;
   if (!worker || !worker->isReady()) {
     worker.reset();
