@@ -103,23 +103,35 @@ std::string_view formatOf(VipsSource* source) {
   return {};
 }
 
-/// Decodes into exactly that size, upright. WebP would be reduced by its decoder, in a way of its
-/// own, and would not look like the same image in another format.
-Image thumbnail(VipsSource* source, std::string_view format, Size size, ImageFit fit) {
+/// The loader's options. A JPEG decoder is fastest at an eighth of the size; it gives no less than
+/// `size` here.
+std::string optionsFor(std::string_view format, Size whole, Size size) {
+  if (format != "VipsForeignLoadJpeg") return "[fail_on=error]";
+  int shrink = 8;
+  while (shrink > 1 && (whole.width < shrink * size.width || whole.height < shrink * size.height)) {
+    shrink /= 2;
+  }
+  return "[fail_on=error,shrink=" + std::to_string(shrink) + "]";
+}
+
+/// Decodes into exactly that size, upright. The thumbnail of a source would have WebP reduced by
+/// its decoder, in a way of its own, and JPEG decoded larger than is needed.
+Image thumbnail(VipsSource* source, std::string_view format, Size whole, Size size, ImageFit fit) {
   const bool isCover = fit == ImageFit::cover;
   const auto sizes = isCover ? VIPS_SIZE_BOTH : VIPS_SIZE_FORCE;
   const auto crop = isCover ? VIPS_INTERESTING_CENTRE : VIPS_INTERESTING_NONE;
-  // libvips 8.14 does not hand the thumbnail's own `fail_on` to the loader.
-  constexpr const char* kOptions = "[fail_on=error]";
-  VipsImage* image = nullptr;
-  if (format == "VipsForeignLoadWebp") {
-    const Image whole(
-        vips_image_new_from_source(source, kOptions, "access", VIPS_ACCESS_SEQUENTIAL, nullptr));
-    return operate(whole, vips_thumbnail_image, size.width, "height", size.height, "size", sizes,
+  const auto options = optionsFor(format, whole, size);
+  if (format != "VipsForeignLoadHeif") {
+    const Image image(vips_image_new_from_source(source, options.c_str(), "access",
+                                                 VIPS_ACCESS_SEQUENTIAL, nullptr));
+    return operate(image, vips_thumbnail_image, size.width, "height", size.height, "size", sizes,
                    "crop", crop);
   }
+  // It takes the small copy that a file may hold. Its own `fail_on` does not reach the loader in
+  // libvips 8.14.
+  VipsImage* image = nullptr;
   vips_thumbnail_source(source, &image, size.width, "height", size.height, "size", sizes, "crop",
-                        crop, "option_string", kOptions, nullptr);
+                        crop, "option_string", options.c_str(), nullptr);
   return Image(image);
 }
 
@@ -199,8 +211,8 @@ std::expected<RgbImage, ImageProblem> decodeImage(int file, const ImageRequest& 
   const auto size = sizeWanted(whole, request);
   const bool isReduced = size.width < whole.width || size.height < whole.height;
   const int factor = isReduced ? 2 : 1;
-  const auto large =
-      thumbnail(source.get(), format, {factor * size.width, factor * size.height}, request.fit);
+  const Size twice{factor * size.width, factor * size.height};
+  const auto large = thumbnail(source.get(), format, whole, twice, request.fit);
   auto image = pixelsOf(operate(onWhite(inSrgb(large)), vips_shrink, 1.0 * factor, 1.0 * factor));
   if (!image) return failure(ImageProblem::damaged);
   return std::move(*image);
