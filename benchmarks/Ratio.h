@@ -50,7 +50,8 @@ class Ratio {
 
  private:
   [[nodiscard]] double now() const {
-    return clock_ == Clock::wall ? read(CLOCK_MONOTONIC) : read(CLOCK_PROCESS_CPUTIME_ID) + ofChildren();
+    return clock_ == Clock::wall ? read(CLOCK_MONOTONIC)
+                                 : read(CLOCK_PROCESS_CPUTIME_ID) + ofChildren();
   }
 
   static double read(clockid_t clock) {
