@@ -63,8 +63,9 @@ int work() {
   limitResources();
   if (isAbandoned() || !startDecoders()) return EXIT_FAILURE;
   confine();
-  while (const auto task = nextTask()) {
+  while (auto task = nextTask()) {
     const auto image = decodeImage(task->file.get(), task->request);
+    task->file.close();
     const ImageReply reply = image ? ImageReply{image->width, image->height, ImageProblem::none}
                                    : ImageReply{0, 0, image.error()};
     send(&reply, sizeof reply);
