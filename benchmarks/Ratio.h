@@ -1,10 +1,13 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <sys/types.h>
 
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <vector>
 
 namespace orvane::benchmarks {
@@ -19,7 +22,8 @@ inline double median(std::vector<double> values) {
 /// as counters: `engine_ms`, `floor_ms` and their ratio, the figure that counts.
 class Ratio {
  public:
-  /// What a round costs: seconds on the wall, or seconds of this process on all its cores.
+  /// What a round costs: seconds on the wall, or seconds of this process and its running children
+  /// on all their cores.
   enum class Clock { wall, processCpu };
 
   explicit Ratio(benchmark::State& state, Clock clock = Clock::wall)
@@ -46,9 +50,26 @@ class Ratio {
 
  private:
   [[nodiscard]] double now() const {
+    return clock_ == Clock::wall ? read(CLOCK_MONOTONIC)
+                                 : read(CLOCK_PROCESS_CPUTIME_ID) + ofChildren();
+  }
+
+  static double read(clockid_t clock) {
     timespec time{};
-    clock_gettime(clock_ == Clock::wall ? CLOCK_MONOTONIC : CLOCK_PROCESS_CPUTIME_ID, &time);
+    clock_gettime(clock, &time);
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+  }
+
+  static double ofChildren() {
+    double sum = 0;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+      std::ifstream children(thread.path() / "children");
+      for (pid_t child = 0; children >> child;) {
+        clockid_t clock{};
+        if (clock_getcpuclockid(child, &clock) == 0) sum += read(clock);
+      }
+    }
+    return sum;
   }
 
   template <class F>

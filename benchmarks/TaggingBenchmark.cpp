@@ -1,6 +1,6 @@
 // What tagging a photograph of 12 megapixels costs (decoding it small, naming the scene, choosing
 // tags), against decoding it at its full size with libvips in the same run; in seconds of CPU,
-// since both may use several threads.
+// since both use several threads or processes.
 
 #include <benchmark/benchmark.h>
 #include <orvane/platform/internal/VipsHandle.h>

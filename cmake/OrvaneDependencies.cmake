@@ -6,7 +6,9 @@ find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
 find_package(simdjson REQUIRED)
 find_package(SQLite3 3.35 REQUIRED)
 find_package(PkgConfig REQUIRED)
+# Of the program that decodes images.
 pkg_check_modules(VIPS REQUIRED IMPORTED_TARGET vips>=8.13)
+pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp>=2.5)
 find_path(RAPIDJSON_INCLUDE_DIR rapidjson/writer.h REQUIRED)
 
 # Not RAPIDJSON_SSE2: with it, version 1.1 leaves some control characters of long texts unescaped.

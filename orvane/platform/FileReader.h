@@ -23,6 +23,9 @@ class FileReader {
   /// The size in bytes when the file was opened.
   [[nodiscard]] std::size_t sizeAtOpen() const noexcept { return size_; }
 
+  /// The open file, for another process to read.
+  [[nodiscard]] int descriptor() const noexcept { return file_.get(); }
+
   /// Fills `buffer` from the current position and returns how many bytes were read: fewer than
   /// asked for only at the end of the file, 0 when nothing is left. Fails with a POSIX error.
   [[nodiscard]] Result<std::size_t> read(std::span<std::byte> buffer);

@@ -2,6 +2,7 @@
 #include <orvane/platform/HostApplication.h>
 #include <orvane/platform/ImageClassifier.h>
 #include <orvane/platform/SceneClassifier.h>
+#include <orvane/platform/internal/ImageReader.h>
 #include <orvane/platform/internal/TrustedAuthorities.h>
 
 #include <algorithm>
@@ -49,6 +50,7 @@ void fix(Settings& settings) {
   if (!store) store = std::make_shared<FileSecureStore>();
   auto& classifier = settings.options.imageClassifier;
   if (!classifier) classifier = std::make_shared<SceneClassifier>();
+  if (const auto& worker = settings.options.imageWorker) platform::setImageWorker(*worker);
 }
 
 const Settings& fixedSettings() {
@@ -84,6 +86,9 @@ Result<void> HostApplication::configure(HostOptions options) {
   if (!isIdentifier(options.identifier)) return refused(2, "The identifier is malformed");
   if (options.dataDirectory && !options.dataDirectory->is_absolute()) {
     return refused(3, "The data directory is not an absolute path");
+  }
+  if (options.imageWorker && !options.imageWorker->is_absolute()) {
+    return refused(5, "The image worker is not an absolute path");
   }
   if (options.certificateAuthorities) {
     const auto trusted = platform::trustAuthoritiesIn(*options.certificateAuthorities);

@@ -33,6 +33,12 @@ struct HostOptions {
 
   /// What looks at images. Left out: the built-in `SceneClassifier`.
   std::shared_ptr<const ImageClassifier> imageClassifier = {};
+
+  /// The program that decodes images for both of the library's classifiers, `orvane-image-worker`.
+  /// Left out: the one of the library's own build or installation. The library starts it where a
+  /// thread classifies its first image; it is a child process like any other, so a host must not
+  /// wait for children that it has not started.
+  std::optional<std::filesystem::path> imageWorker = {};
 };
 
 /// The application that links the engine: who it is, and where it keeps its files.
@@ -44,8 +50,9 @@ class HostApplication {
 
   /// Sets the options. Optional; once, before the first use of the engine. Fails with the domain
   /// "HostApplication" when the options are already fixed (code 1), when the identifier is
-  /// malformed (code 2), when the data folder is not an absolute path (code 3) or when the file of
-  /// authorities cannot be read or holds no certificate (code 4).
+  /// malformed (code 2), when the data folder is not an absolute path (code 3), when the file of
+  /// authorities cannot be read or holds no certificate (code 4) or when the image worker is not an
+  /// absolute path (code 5).
   [[nodiscard]] static Result<void> configure(HostOptions options);
 
   [[nodiscard]] static const std::string& identifier();

@@ -1,14 +1,24 @@
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/platform/HostApplication.h>
+#include <orvane/platform/SceneClassifier.h>
 #include <orvane/transport/S3MultipartUploader.h>
 
 #include <cstdio>
 #include <filesystem>
 
-// Reaches every room of the library, so that a missing header or library shows.
-int main() {
-  const auto data = std::filesystem::current_path() / "consumer-data";
-  if (!orvane::HostApplication::configure({.dataDirectory = data})) return 1;
+// Reaches every room of the library, so that a missing header, library or program shows.
+int main(int, char** arguments) {
+  orvane::HostOptions options;
+  options.dataDirectory = std::filesystem::current_path() / "consumer-data";
+#ifdef CONSUMER_IMAGE_WORKER
+  options.imageWorker = CONSUMER_IMAGE_WORKER;
+#endif
+  if (!orvane::HostApplication::configure(options)) return 1;
+  const auto scene = orvane::SceneClassifier().classify(arguments[1]);
+  if (!scene) {
+    std::puts(scene.error().description().c_str());
+    return 1;
+  }
   orvane::UploadStore::shared().upsert({"id", "media/a.jpg", orvane::UploadStatus::pending, 0, 1});
   const orvane::S3MultipartUploader uploader(orvane::S3Config{});
   const auto record = orvane::UploadStore::shared().record("id");

@@ -2,6 +2,7 @@
 
 #include <orvane/Error.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <string_view>
@@ -17,7 +18,7 @@ struct RgbImage {
 };
 
 /// How an image gets into a box of other proportions.
-enum class ImageFit {
+enum class ImageFit : std::int32_t {
   inside,   ///< Proportions kept; both sides within the box. A smaller image stays as it is.
   stretch,  ///< Exactly the box, whatever that does to the proportions; enlarged where needed.
   cover     ///< Proportions kept, enlarged where needed; the box's share of the middle cut out.
@@ -26,32 +27,46 @@ enum class ImageFit {
 /// Domain of `readImage`'s own errors; their codes are the values of `ImageProblem`.
 inline constexpr std::string_view kImageErrorDomain = "Image";
 
-enum class ImageProblem {
-  notAnImage = 1,  ///< None of the formats that can be read here.
-  damaged = 2,     ///< Begins as an image, but cannot be decoded whole.
-  tooLarge = 3     ///< Decoding would take too much memory.
+enum class ImageProblem : std::int32_t {
+  none = 0,
+  notAnImage = 1,     ///< None of the formats that can be read here.
+  damaged = 2,        ///< Begins as an image, but cannot be decoded whole.
+  tooManyPixels = 3,  ///< More than 500 megapixels.
+  tooLong = 4,        ///< A side above 65,535 pixels.
+  tooNarrow = 5,      ///< One side more than 100 times the other.
+  cutOff = 6,         ///< The file ends before the image does.
+  tooSlow = 7,        ///< Not decoded within the time limit.
+  tooMuchMemory = 8,  ///< The decoder needed more memory than it may have.
+  crashed = 9         ///< The decoder ended in the middle of the image.
 };
+
+/// How long one image may take.
+inline constexpr std::chrono::seconds kImageTimeLimit{20};
 
 /// Decodes an image file (JPEG, PNG, WebP, TIFF; HEIF where libvips has the decoder) into a box of
 /// `width` by `height` pixels, each 1 to 2048; seen the right way up, its colours converted to sRGB
 /// by its profile, what is transparent laid on white. Of several pages or frames, the first.
 ///
-/// As far as the format allows, only the size needed is decoded, row by row. An image of more than
-/// 500 megapixels or with a side above 65,535 is refused, and so is one for which more than 512 MiB
-/// would be held at once: about 90 megapixels where the coding is kept whole (progressive JPEG,
-/// interlaced PNG, WebP, HEIF; 170 for TIFF). So what cameras take passes, and panoramas of the
-/// usual codings do.
+/// A reduced image does not depend on how large it was: it is decoded to twice the size wanted, and
+/// each pixel is the mean of four.
 ///
-/// Fails with a POSIX error when the file cannot be read or is not a regular one, else with the
-/// domain "Image". Blocks for reading and computing, all on the calling thread, at its priority.
-/// Any thread may call it, several at once.
+/// The decoders run in `orvane-image-worker`, a process of its own, which may use 768 MiB and
+/// `limit` for an image, and no other file. Whatever an image does to it, this process gets an
+/// error. Each calling thread has its own worker: started for its first image, used for all that
+/// follow, replaced when it has ended, killed when the thread ends.
 ///
-/// The first call starts libvips for the whole process. In it, the cache of operations is then off,
-/// since files may change, and libvips' warnings are dropped. (The codecs inside HEIF still print a
-/// line about some damaged streams; nothing can be done about that.) When the process
-/// exits, this fails with ECANCELED, after the step under way: a few rows, or all of an image whose
-/// coding is kept whole.
+/// Fails with a POSIX error when the file cannot be read, is not a regular one, or the worker
+/// cannot be started; else with the domain "Image". Each sentence names the file and what is wrong.
+///
+/// Fails with ECANCELED once the process has begun to exit, also when an image is under way.
+///
+/// Blocks for decoding, at the calling thread's priority. Any thread may call it, several at once.
 [[nodiscard]] Result<RgbImage> readImage(const std::filesystem::path& file, int width, int height,
-                                         ImageFit fit);
+                                         ImageFit fit,
+                                         std::chrono::milliseconds limit = kImageTimeLimit);
+
+/// Names the worker program for all workers started from here on. Until then it is the one of this
+/// build or, in an installed library, the one installed with it.
+void setImageWorker(std::filesystem::path program);
 
 }  // namespace orvane::platform

@@ -4,9 +4,9 @@
 #include <sys/stat.h>
 
 #include <array>
-#include <cerrno>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -157,9 +157,9 @@ TEST(ImageReader, FitsTheBox) {
     ImageFit fit;
     int expectedWidth, expectedHeight;
   } cases[] = {{300, 100, ImageFit::inside, 60, 20},  {30, 10, ImageFit::inside, 30, 10},
-               {2000, 1, ImageFit::inside, 60, 1},    {1, 2000, ImageFit::inside, 1, 60},
+               {1000, 10, ImageFit::inside, 60, 1},   {20, 2000, ImageFit::inside, 1, 60},
                {300, 100, ImageFit::stretch, 60, 60}, {1, 1, ImageFit::stretch, 60, 60},
-               {2000, 1, ImageFit::cover, 60, 60},    {7, 5, ImageFit::cover, 60, 60}};
+               {1000, 10, ImageFit::cover, 60, 60},   {7, 5, ImageFit::cover, 60, 60}};
   for (const auto& c : cases) {
     SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
     for (const std::string name : {"f.jpg", "f.png", "f.webp"}) {
@@ -179,24 +179,39 @@ TEST(ImageReader, CoverShowsTheMiddle) {
   ASSERT_TRUE(save(picture, "c.png"));
   const auto image = readNamed("c.png", 40, 40, ImageFit::cover);
   ASSERT_TRUE(image);
-  for (const double at : {0.0, 0.5, 0.99}) EXPECT_EQ(pixel(*image, at, at), kGreen);
+  for (const double at : {0.0, 0.5, 0.99}) EXPECT_TRUE(near(pixel(*image, at, at), kGreen, 5));
   const auto whole = readNamed("c.png", 40, 40, ImageFit::stretch);
   ASSERT_TRUE(whole);
   EXPECT_EQ(pixel(*whole, 0, 0), (Colour{0, 0, 0}));
 }
 
-TEST(ImageReader, ReducesByMeans) {
-  const std::vector<std::uint8_t> samples{0, 100, 50, 250, 10, 30};
-  const Image picture(
-      vips_image_new_from_memory_copy(samples.data(), 6, 6, 1, 1, VIPS_FORMAT_UCHAR));
-  ASSERT_TRUE(save(picture, "m.png"));
-  const auto image = readNamed("m.png", 4, 1, ImageFit::stretch);
-  ASSERT_TRUE(image);
-  // Each new pixel covers one and a half of the old ones.
-  EXPECT_EQ(pixel(*image, 0.0, 0)[0], 33);
-  EXPECT_EQ(pixel(*image, 0.25, 0)[1], 67);
-  EXPECT_EQ(pixel(*image, 0.5, 0)[2], 170);
-  EXPECT_EQ(pixel(*image, 0.75, 0)[0], 23);
+/// How far two images of one size are apart, on average.
+double distance(const RgbImage& a, const RgbImage& b) {
+  double sum = 0;
+  for (std::size_t i = 0; i < a.pixels.size(); ++i) sum += std::abs(a.pixels[i] - b.pixels.at(i));
+  return sum / static_cast<double>(a.pixels.size());
+}
+
+Image noise(int width, int height, int grain) {
+  VipsImage* image = nullptr;
+  vips_perlin(&image, width, height, "cell_size", grain, "uchar", TRUE, nullptr);
+  return meaning(Image(image), VIPS_INTERPRETATION_B_W, VIPS_FORMAT_UCHAR);
+}
+
+TEST(ImageReader, AReducedImageDoesNotDependOnItsWidth) {
+  const auto picture = noise(1600, 1200, 12);
+  std::optional<RgbImage> first;
+  for (const int width : {400, 800, 1536, 1600}) {
+    const auto copy = operate(picture, vips_resize, width / 1600.0);
+    for (const std::string name : {"w.png", "w.jpg[Q=95]", "w.webp[Q=95]", "w.tif"}) {
+      SCOPED_TRACE(name + " " + std::to_string(width));
+      ASSERT_TRUE(save(copy, name));
+      const auto image = readNamed(name, 192, 192, ImageFit::inside);
+      ASSERT_TRUE(image);
+      if (!first) first = *image;
+      EXPECT_LT(distance(*image, *first), 1.5);
+    }
+  }
 }
 
 TEST(ImageReader, ConvertsEachKindOfPixelToSrgb) {
@@ -277,51 +292,55 @@ TEST(ImageReader, FollowsProfilesThatAreOfUse) {
   EXPECT_TRUE(near(pixel(*image, 0.5, 0.5), colour, 3));
 }
 
-void expectProblem(const Result<RgbImage>& image, ImageProblem problem) {
-  ASSERT_FALSE(image);
+void expectProblem(const std::string& name, ImageProblem problem) {
+  const auto image = readNamed(name, 64, 64, ImageFit::inside);
+  ASSERT_FALSE(image) << name;
   EXPECT_EQ(image.error().domain(), kImageErrorDomain) << image.error().description();
-  EXPECT_EQ(image.error().code(), static_cast<int>(problem));
+  EXPECT_EQ(image.error().code(), static_cast<int>(problem)) << image.error().description();
 }
 
-TEST(ImageReader, SaysWhatIsWrongWithAFile) {
+TEST(ImageReader, NamesTheFileAndWhatIsWrongWithIt) {
   testing::writeFile(testDirectory() / "text.jpg", "Dear diary");
   testing::writeFile(testDirectory() / "empty.jpg", "");
-  testing::writeFile(testDirectory() / "head.jpg", "\xFF\xD8\xFF\xE0");
   testing::writeFile(testDirectory() / "page.svg", "<svg width='8' height='8'/>");
   fs::create_directory(testDirectory() / "folder.jpg");
   ASSERT_EQ(mkfifo((testDirectory() / "pipe.jpg").c_str(), 0600), 0);
-  const auto problemOf = [](const char* name) { return readNamed(name, 9, 9, ImageFit::inside); };
-  expectProblem(problemOf("text.jpg"), ImageProblem::notAnImage);
-  expectProblem(problemOf("empty.jpg"), ImageProblem::notAnImage);
-  expectProblem(problemOf("page.svg"), ImageProblem::notAnImage);
-  expectProblem(problemOf("head.jpg"), ImageProblem::damaged);
-  const std::map<std::string, int> numbers{
-      {"folder.jpg", EINVAL}, {"pipe.jpg", EINVAL}, {"missing.jpg", ENOENT}};
-  for (const auto& [name, number] : numbers) {
-    const auto image = problemOf(name.c_str());
-    ASSERT_FALSE(image);
-    EXPECT_EQ(image.error().domain(), Error::kPosix);
-    EXPECT_EQ(image.error().code(), number) << name;
+  ASSERT_TRUE(save(flat(1010, 10, kBlue), "narrow.png"));
+  ASSERT_TRUE(save(quarters(64, 64), "bad.png"));
+  auto content = testing::readFile(testDirectory() / "bad.png");
+  content[content.find("IDAT") + 8] ^= 1;
+  testing::writeFile(testDirectory() / "bad.png", content);
+  for (const auto* name : {"giant.png", "long.png"}) {
+    fs::copy(fs::path(ORVANE_TEST_IMAGES) / name, testDirectory() / name);
+  }
+  const std::map<std::string, const char*> sentences{
+      {"text.jpg", " is not a JPEG, PNG, WebP, TIFF or HEIF image"},
+      {"empty.jpg", " is not a JPEG, PNG, WebP, TIFF or HEIF image"},
+      {"page.svg", " is not a JPEG, PNG, WebP, TIFF or HEIF image"},
+      {"bad.png", " is damaged"},
+      {"giant.png", " has more than 500 megapixels"},
+      {"long.png", " has a side of more than 65,535 pixels"},
+      {"narrow.png", " has one side more than 100 times as long as the other"},
+      {"folder.jpg", ": Is a directory"},
+      {"pipe.jpg", " is not a regular file"},
+      {"missing.jpg", ": No such file or directory"}};
+  for (const auto& [name, sentence] : sentences) {
+    const auto image = readNamed(name, 9, 9, ImageFit::inside);
+    ASSERT_FALSE(image) << name;
+    EXPECT_EQ(image.error().description(), (testDirectory() / name).string() + sentence);
   }
 }
 
-TEST(ImageReader, HalfAFileIsDamaged) {
-  const auto picture = quarters(640, 480);
+TEST(ImageReader, APartOfAFileIsCutOff) {
+  const auto picture = noise(640, 480, 4);
   for (const std::string name : kFormats) {
     SCOPED_TRACE(name);
     if (!save(picture, name)) continue;
     const auto file = testDirectory() / name.substr(0, name.find('['));
-    const auto whole = testing::readFile(file);
+    const auto size = static_cast<double>(fs::file_size(file));
     for (const double share : {0.9, 0.5, 0.1}) {
-      testing::writeFile(
-          file,
-          whole.substr(0, static_cast<std::size_t>(static_cast<double>(whole.size()) * share)));
-      // Where a TIFF has lost its contents, which come last, libvips does not know it any more.
-      const bool isLost = file.extension() == ".tif";
-      ::testing::internal::CaptureStderr();
-      expectProblem(readImage(file, 64, 64, ImageFit::inside),
-                    isLost ? ImageProblem::notAnImage : ImageProblem::damaged);
-      EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+      fs::resize_file(file, static_cast<std::uintmax_t>(size * share));
+      expectProblem(name, ImageProblem::cutOff);
     }
   }
 }
@@ -337,8 +356,8 @@ TEST(ImageReader, ManyThreadsDoNotMixUpTheirFiles) {
     threads.emplace_back([i] {
       for (int round = 0; round < 10; ++round) {
         if (i == 0) {
-          expectProblem(readNamed("half.jpg", 64, 64, ImageFit::inside), ImageProblem::damaged);
-          expectProblem(readNamed("text.jpg", 64, 64, ImageFit::inside), ImageProblem::notAnImage);
+          expectProblem("half.jpg", ImageProblem::cutOff);
+          expectProblem("text.jpg", ImageProblem::notAnImage);
         } else {
           expectQuarters(readNamed(i % 2 == 0 ? "good.jpg" : "good.png", 64, 64, ImageFit::inside),
                          {kRed, kGreen, kBlue, kWhite});
