@@ -76,7 +76,8 @@ void useEverything(const S3Config& config, const std::string& recordId) {
   print(testing::run(S3Uploader::uploadData({}, "key", "text/plain", config)));
   UploadStore::shared().upsert(
       {recordId, recordId, UploadStatus::pending, 0, 1, {}, {}, false, 0, {}, {}, 0});
-  std::cout << UploadStore::shared().allRecords().size() << ' ' << lineOfTagging(file) << std::endl;
+  std::cout << UploadStore::shared().allRecords().size() << ' '
+            << lineOfTagging(testing::testDirectory() / "none") << std::endl;
 }
 
 const testing::ChildMain kLimited("limited", [](const Arguments& arguments) {
@@ -105,13 +106,14 @@ TEST(ResourceLimits, AreErrorsThatPass) {
   std::optional<testing::OtherUser> user;  // The number of root's threads has no limit.
   if (testing::OtherUser::isPossible()) user.emplace();
   const std::string log = "[ImageTagger] Vision classify failed: ";
+  const std::string image = (testing::testDirectory() / "none").string();
   const std::pair<std::string, std::string> cases[] = {
       {"threads", "11 11 11 11 1 " + log + "start a thread: Resource temporarily unavailable\n"},
-      {"descriptors", "24 24 24 24 1 " + log + "open: Too many open files\n"}};
+      {"descriptors", "24 24 24 24 1 " + log + image + ": Too many open files\n"}};
   for (const auto& [limit, outcome] : cases) {
     auto child = testing::ChildProcess::run("limited", {server.url(), limit});
     EXPECT_EQ(child.readAll(),
-              outcome + "0 0 0 0 2 " + log + "The file is not an image of a known format\n");
+              outcome + "0 0 0 0 2 " + log + image + ": No such file or directory\n");
     EXPECT_EQ(child.wait(), 0) << limit;
     EXPECT_EQ(testing::outputOfChild("stored"), "2") << limit;
     std::filesystem::remove_all(testing::testDirectory() / "data");
