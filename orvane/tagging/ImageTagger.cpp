@@ -44,11 +44,7 @@ ImageTagger::ImageTagger(std::shared_ptr<const ImageClassifier> classifier)
 
 boost::asio::awaitable<std::vector<TagWithConfidence>> ImageTagger::tagImage(
     std::filesystem::path at) const {
-  // Named: GCC 12 destroys the temporaries of a co_await twice when the coroutine is given up.
-  auto work = platform::utilityTask([this, at = std::move(at)] { return classify(at); });
-  auto tags = co_await std::move(work);
-  if (tags) co_return std::move(*tags);
-  co_return failed(tags.error());
+  return platform::utilityTask([this, at = std::move(at)] { return classify(at); }, failed);
 }
 
 std::vector<TagWithConfidence> ImageTagger::classify(const std::filesystem::path& image) const {

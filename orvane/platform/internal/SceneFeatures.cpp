@@ -138,7 +138,9 @@ Grid gridOf(const RgbImage& image) {
 }
 
 void measureSky(const Grid& grid, SceneFeatures& features) {
-  Mean top, blue, detail;
+  Mean top;
+  Mean blue;
+  Mean detail;
   std::vector<float> saturations;
   for (int row = 0; row < grid.rows; ++row) {
     for (int column = 0; column < grid.columns; ++column) {

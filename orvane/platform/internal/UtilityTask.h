@@ -1,6 +1,5 @@
 #pragma once
 
-#include <orvane/Async.h>
 #include <orvane/platform/BackgroundQueue.h>
 #include <orvane/platform/PosixError.h>
 #include <orvane/platform/internal/Suspension.h>
@@ -11,19 +10,22 @@
 
 namespace orvane::platform {
 
-/// Runs `work`, which must not throw, on the utility pool and yields its result, or a POSIX error
-/// when no thread can be started; the calling coroutine is suspended meanwhile. Work that has begun
-/// is not cancelled. When the process exits, the coroutine is left alone.
-template <class Work>
-Async<std::invoke_result_t<Work&>> utilityTask(Work work) {
-  using Outcome = Result<std::invoke_result_t<Work&>>;
-  return suspended<Outcome>([work = std::move(work)](auto resume, auto /*cancellation*/) mutable {
+/// Runs `work`, which must not throw, on the utility pool and yields its result; when no thread can
+/// be started, that of `withoutThread`, which gets the POSIX error. The calling coroutine is
+/// suspended meanwhile. Work that has begun is not cancelled. When the process exits, the coroutine
+/// is left alone.
+template <class Work, class WithoutThread>
+boost::asio::awaitable<std::invoke_result_t<Work&>> utilityTask(Work work,
+                                                                WithoutThread withoutThread) {
+  using Value = std::invoke_result_t<Work&>;
+  return suspended<Value>([work = std::move(work), withoutThread = std::move(withoutThread)](
+                              auto resume, auto /*cancellation*/) mutable {
     if (!BackgroundQueue::hasUtilityThread()) {
-      return resume(std::unexpected(posixError(EAGAIN, "start a thread")));
+      return resume(withoutThread(posixError(EAGAIN, "start a thread")));
     }
     BackgroundQueue::utility([work = std::move(work), resume = std::move(resume)]() mutable {
       auto last = std::move(resume);  // Goes, and with it the executor, as soon as it is called.
-      last(Outcome(work()));
+      last(work());
     });
   });
 }
