@@ -10,7 +10,7 @@ namespace orvane::testing {
 void makeAuthority(const std::string& name);
 
 /// The same for a server of that host ("IP:127.0.0.1", "DNS:a.example"), issued by an authority. It
-/// expires after so many days; -1 is yesterday.
+/// expires after so many days; 0 is at once.
 void makeServer(const std::string& name, const std::string& authority, const std::string& host,
                 const std::string& days = "1");
 

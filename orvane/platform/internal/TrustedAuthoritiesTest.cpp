@@ -33,7 +33,7 @@ TEST(TrustedAuthorities, VouchForServersAndFaultsAreNamed) {
   testing::makeServer("good", "authority", "IP:127.0.0.1");
   testing::makeServer("strange", "stranger", "IP:127.0.0.1");
   testing::makeServer("misnamed", "authority", "DNS:other.example");
-  testing::makeServer("expired", "authority", "IP:127.0.0.1", "-1");
+  testing::makeServer("expired", "authority", "IP:127.0.0.1", "0");
   EXPECT_EQ(errorFrom(TlsServer("good").url),
             "The server's certificate is not trusted (nobody trusted has issued it)");
 
