@@ -107,9 +107,11 @@ TEST(ResourceLimits, AreErrorsThatPass) {
   if (testing::OtherUser::isPossible()) user.emplace();
   const std::string log = "[ImageTagger] Vision classify failed: ";
   const std::string image = (testing::testDirectory() / "none").string();
-  const std::pair<std::string, std::string> cases[] = {
-      {"threads", "11 11 11 11 1 " + log + "start a thread: Resource temporarily unavailable\n"},
-      {"descriptors", "24 24 24 24 1 " + log + image + ": Too many open files\n"}};
+  std::vector<std::pair<std::string, std::string>> cases = {
+      {"threads", "11 11 11 11 1 " + log + "start a thread: Resource temporarily unavailable\n"}};
+#ifndef __SANITIZE_ADDRESS__  // The sanitizer itself opens pipes to look at objects.
+  cases.emplace_back("descriptors", "24 24 24 24 1 " + log + image + ": Too many open files\n");
+#endif
   for (const auto& [limit, outcome] : cases) {
     auto child = testing::ChildProcess::run("limited", {server.url(), limit});
     EXPECT_EQ(child.readAll(),
