@@ -1,13 +1,14 @@
 #pragma once
 
 #include <orvane/tagging/TagWithConfidence.h>
+
+#include "DataFolder.h"
+
 #include <sqlite3.h>
 
 #include <cstdint>
 #include <filesystem>
 #include <string_view>
-
-#include "DataFolder.h"
 
 /// SQLite by hand, with the settings of the tag database.
 namespace orvane::benchmarks {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/host/HostApplication.h>
 
 #include <array>
 #include <cstdio>

@@ -1,8 +1,11 @@
 // What reading an answer of a listing costs, against `memchr` looking once at each of its bytes.
 
-#include <benchmark/benchmark.h>
-#include <orvane/platform/Utf8.h>
+#include <orvane/platform/base/Utf8.h>
 #include <orvane/transport/internal/ListingPage.h>
+
+#include "Ratio.h"
+
+#include <benchmark/benchmark.h>
 
 #include <array>
 #include <cstdio>
@@ -10,12 +13,10 @@
 #include <cstring>
 #include <string>
 
-#include "Ratio.h"
-
 namespace {
 
-using orvane::internal::parseKeyETagPairs;
-using orvane::internal::parseToken;
+using orvane::transport::parseKeyETagPairs;
+using orvane::transport::parseToken;
 
 /// An answer with 1000 entries as stores write it.
 std::string page() {

@@ -1,12 +1,13 @@
-#include <benchmark/benchmark.h>
-#include <orvane/platform/Digest.h>
+#include <orvane/platform/base/Digest.h>
 #include <orvane/transport/AWSSignatureV4.h>
+
+#include "Ratio.h"
+
+#include <benchmark/benchmark.h>
 
 #include <chrono>
 #include <cstddef>
 #include <initializer_list>
-
-#include "Ratio.h"
 
 namespace {
 

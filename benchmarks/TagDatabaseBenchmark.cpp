@@ -2,10 +2,16 @@
 // pragmas and transactions: storing five tags for each of 20,000 assets, and reading 1,000,000
 // rows. The floor steps through a result and looks at every value; it builds nothing from them.
 
-#include <benchmark/benchmark.h>
-#include <orvane/platform/HostApplication.h>
 #include <orvane/tagging/TagDatabase.h>
+
+#include <orvane/platform/host/HostApplication.h>
 #include <orvane/tagging/internal/TagStatements.h>
+
+#include "BareDatabase.h"
+#include "DataFolder.h"
+#include "Ratio.h"
+
+#include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
 #include <array>
@@ -17,15 +23,11 @@
 #include <string_view>
 #include <vector>
 
-#include "BareDatabase.h"
-#include "DataFolder.h"
-#include "Ratio.h"
-
 namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
-namespace statements = internal::statements;
+namespace statements = tagging::statements;
 using benchmarks::assetIdOf;
 using benchmarks::Bare;
 using benchmarks::BareConnection;

@@ -1,5 +1,8 @@
-#include <benchmark/benchmark.h>
 #include <orvane/tagging/TagLocalization.h>
+
+#include "Ratio.h"
+
+#include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <random>
@@ -7,8 +10,6 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
-
-#include "Ratio.h"
 
 namespace {
 

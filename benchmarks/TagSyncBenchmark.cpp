@@ -2,23 +2,24 @@
 // same run: building one against appending the same bytes, reading and merging one against
 // inserting the same rows by hand, in transactions of 1,000 lines.
 
-#include <benchmark/benchmark.h>
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/host/HostApplication.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagging/internal/TagStatements.h>
 #include <orvane/tagsync/internal/TagExchange.h>
 #include <orvane/tagsync/internal/TagObject.h>
+
+#include "BareDatabase.h"
+#include "DataFolder.h"
+#include "Ratio.h"
+
+#include <benchmark/benchmark.h>
 
 #include <array>
 #include <chrono>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "BareDatabase.h"
-#include "DataFolder.h"
-#include "Ratio.h"
 
 namespace orvane {
 namespace {
@@ -80,13 +81,13 @@ TagsByAsset allTags() {
 void BuildTagObject(benchmark::State& state) {
   prepare();
   const auto tags = allTags();
-  const auto object = internal::tagObjectOf(tags, kTimestamp);
+  const auto object = tagsync::tagObjectOf(tags, kTimestamp);
   const auto lines = linesOf(textOf(object));
   require(lines.size() == kAssets, "lines");
 
   benchmarks::Ratio ratio(state);
   for (auto _ : state) {
-    ratio.engine([&] { benchmark::DoNotOptimize(internal::tagObjectOf(tags, kTimestamp)); });
+    ratio.engine([&] { benchmark::DoNotOptimize(tagsync::tagObjectOf(tags, kTimestamp)); });
     ratio.floor([&] {
       std::string body;
       for (const auto line : lines) body.append(line);
@@ -116,12 +117,12 @@ void MergeTagObject(benchmark::State& state) {
   BareConnection plain(documents / "plain.sqlite");
   BareConnection engine(documents / "tag_database.sqlite");
   benchmarks::copySchema(documents / "tag_database.sqlite", plain);
-  Bare upsert(plain.handle(), internal::statements::kUpsertTag);
+  Bare upsert(plain.handle(), tagging::statements::kUpsertTag);
 
   const auto tags = allTags();
-  const auto object = internal::tagObjectOf(tags, kTimestamp);
+  const auto object = tagsync::tagObjectOf(tags, kTimestamp);
   const auto lines = linesOf(textOf(object));
-  const auto assets = internal::assetsByObjectName();
+  const auto assets = tagsync::assetsByObjectName();
   std::size_t line = kAssets;
   auto asset = tags.end();
   benchmarks::Ratio ratio(state);
@@ -137,9 +138,9 @@ void MergeTagObject(benchmark::State& state) {
     std::string piece;
     for (int i = 0; i < kLinesPerPiece; ++i) piece += lines[line++];
     ratio.engine([&] {
-      internal::TagObjectReader reader(std::move(piece));
+      tagsync::TagObjectReader reader(std::move(piece));
       require(reader.isUtf8(), "UTF-8");
-      require(internal::mergeTags(reader, database, kDevice, assets) ==
+      require(tagsync::mergeTags(reader, database, kDevice, assets) ==
                   std::int64_t{kLinesPerPiece} * kTagsPerAsset,
               "merge");
     });

@@ -2,20 +2,22 @@
 // tags), against decoding it at its full size with libvips in the same run; in seconds of CPU,
 // since both use several threads or processes.
 
-#include <benchmark/benchmark.h>
-#include <orvane/platform/internal/VipsHandle.h>
+#include <orvane/platform/images/internal/VipsHandle.h>
 #include <orvane/tagging/ImageTagger.h>
-#include <unistd.h>
 
+#include "Ratio.h"
+
+#include <benchmark/benchmark.h>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
+
+#include <unistd.h>
+
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
-
-#include "Ratio.h"
 
 namespace orvane {
 namespace {

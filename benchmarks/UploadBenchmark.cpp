@@ -1,10 +1,15 @@
 // What an upload costs the client in CPU, beside a plain loop that reads, hashes and sends the same
 // bytes over one socket and waits for the same answers.
 
-#include <benchmark/benchmark.h>
-#include <orvane/platform/Digest.h>
-#include <orvane/platform/FileReader.h>
+#include <orvane/platform/base/Digest.h>
+#include <orvane/platform/files/FileReader.h>
 #include <orvane/transport/S3MultipartUploader.h>
+
+#include "Ratio.h"
+#include "Sink.h"
+
+#include <benchmark/benchmark.h>
+
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,9 +22,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "Ratio.h"
-#include "Sink.h"
 
 namespace orvane::benchmarks {
 namespace {

@@ -1,14 +1,20 @@
 // What the upload store costs with 100,000 records, each against its floor in the same run: a
 // change against writing the same bytes durably, and loading against walking the same JSON.
 
-#include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <orvane/bookkeeping/UploadStore.h>
+
 #include <orvane/bookkeeping/internal/RecordStore.h>
 #include <orvane/bookkeeping/internal/UploadRecordJson.h>
-#include <orvane/platform/FileDescriptor.h>
-#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/files/FileDescriptor.h>
+#include <orvane/platform/host/HostApplication.h>
+
+#include "DataFolder.h"
+#include "Ratio.h"
+
+#include <benchmark/benchmark.h>
 #include <simdjson.h>
+
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,9 +25,6 @@
 #include <fstream>
 #include <string>
 #include <vector>
-
-#include "DataFolder.h"
-#include "Ratio.h"
 
 namespace orvane {
 namespace {
@@ -139,23 +142,23 @@ std::size_t walk(simdjson::ondemand::value value) {
   namespace ondemand = simdjson::ondemand;
   std::size_t sum = 0;
   switch (value.type()) {
-    case ondemand::json_type::object:
+    case simdjson::ondemand::json_type::object:
       for (auto field : value.get_object())
         sum += field.unescaped_key().value().size() + walk(field.value());
       break;
-    case ondemand::json_type::array:
+    case simdjson::ondemand::json_type::array:
       for (auto element : value.get_array()) sum += walk(element.value());
       break;
-    case ondemand::json_type::string:
+    case simdjson::ondemand::json_type::string:
       sum += value.get_string().value().size();
       break;
-    case ondemand::json_type::number:
+    case simdjson::ondemand::json_type::number:
       sum += static_cast<std::size_t>(value.get_number().value().as_double());
       break;
-    case ondemand::json_type::boolean:
+    case simdjson::ondemand::json_type::boolean:
       sum += std::size_t{value.get_bool().value()};
       break;
-    case ondemand::json_type::null:
+    case simdjson::ondemand::json_type::null:
       break;
   }
   return sum;
@@ -175,7 +178,7 @@ void load(benchmark::State& state) {
   std::vector<double> readsAndWalks;
   for (auto _ : state) {
     loads.push_back(secondsInChild([] {
-      using Store = internal::RecordStore<UploadRecord, internal::UploadRecordJson>;
+      using Store = bookkeeping::RecordStore<UploadRecord, bookkeeping::UploadRecordJson>;
       auto& store = *new Store(".benchmark", "upload_records_v1.json");
       if (store.read([](const auto& records) { return records.size(); }) != kRecords) std::abort();
     }));

@@ -2,11 +2,15 @@
 // time while nothing happens, and how long a call of `upload` for a small file takes beside them,
 // against the same call without.
 
-#include <benchmark/benchmark.h>
-#include <netinet/in.h>
-#include <orvane/platform/FileDescriptor.h>
-#include <orvane/platform/HttpSession.h>
+#include <orvane/platform/files/FileDescriptor.h>
+#include <orvane/platform/http/HttpSession.h>
 #include <orvane/transport/S3MultipartUploader.h>
+
+#include "Sink.h"
+
+#include <benchmark/benchmark.h>
+
+#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,8 +26,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "Sink.h"
 
 namespace orvane::benchmarks {
 namespace {

@@ -3,9 +3,10 @@
 
 #define PCRE2_CODE_UNIT_WIDTH 8
 
-#include <orvane/platform/Utf8.h>
-#include <orvane/transport/internal/ETag.h>
+#include <orvane/platform/base/Utf8.h>
+#include <orvane/transport/ETag.h>
 #include <orvane/transport/internal/ListingPage.h>
+
 #include <pcre2.h>
 
 #include <cstddef>
@@ -70,7 +71,7 @@ std::vector<KeyETagPair> matchedPairs(std::string_view text) {
     text.remove_prefix(static_cast<std::size_t>(block->data() + block->size() - text.data()));
     if (const auto found = key.firstIn(*block, 1)) {
       const auto tag = eTag.firstIn(*block, 1).value_or("");
-      pairs.push_back({std::string(*found), orvane::etagFromXml(tag)});
+      pairs.push_back({std::string(*found), orvane::transport::etagFromXml(tag)});
     }
   }
   return pairs;
@@ -87,7 +88,7 @@ std::optional<std::string> matchedToken(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   if (!orvane::platform::isUtf8(text)) return 0;
-  if (orvane::internal::parseKeyETagPairs(text) != matchedPairs(text)) std::abort();
-  if (orvane::internal::parseToken(text) != matchedToken(text)) std::abort();
+  if (orvane::transport::parseKeyETagPairs(text) != matchedPairs(text)) std::abort();
+  if (orvane::transport::parseToken(text) != matchedToken(text)) std::abort();
   return 0;
 }

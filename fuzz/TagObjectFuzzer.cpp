@@ -3,6 +3,8 @@
 
 #include <orvane/tagsync/internal/TagObject.h>
 
+#include "IsJson.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -10,13 +12,11 @@
 #include <string>
 #include <string_view>
 
-#include "IsJson.h"
-
 namespace {
 
-using orvane::internal::TagLine;
-using orvane::internal::TagObjectReader;
-using orvane::internal::TagObjectWriter;
+using orvane::tagsync::TagLine;
+using orvane::tagsync::TagObjectReader;
+using orvane::tagsync::TagObjectWriter;
 
 void require(bool condition) {
   if (!condition) std::abort();

@@ -4,18 +4,18 @@
 #include <orvane/bookkeeping/internal/RecordMap.h>
 #include <orvane/bookkeeping/internal/UploadRecordJson.h>
 
+#include "IsJson.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 
-#include "IsJson.h"
-
 namespace {
 
 using orvane::UploadRecord;
-using orvane::internal::UploadRecordJson;
-using Records = orvane::internal::RecordMap<UploadRecord, UploadRecordJson>;
+using orvane::bookkeeping::UploadRecordJson;
+using Records = orvane::bookkeeping::RecordMap<UploadRecord, UploadRecordJson>;
 
 std::string written(Records& records) {
   std::string text;

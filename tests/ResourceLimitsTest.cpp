@@ -1,20 +1,8 @@
-#include <gtest/gtest.h>
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
 #include <orvane/transport/TalvexAPIService.h>
-#include <sys/resource.h>
-
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/use_future.hpp>
-#include <cerrno>
-#include <future>
-#include <iostream>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "support/ChildProcess.h"
 #include "support/FaultServer.h"
@@ -23,6 +11,20 @@
 #include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <future>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace orvane {
 namespace {

@@ -1,6 +1,7 @@
-#include <gtest/gtest.h>
-#include <orvane/platform/internal/SceneRules.h>
+#include <orvane/platform/vision/internal/SceneRules.h>
 #include <orvane/tagging/TagLocalization.h>
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>

@@ -1,22 +1,23 @@
-#include <gtest/gtest.h>
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
 
+#include "support/FaultServer.h"
+#include "support/StoreConfig.h"
+#include "support/SystemCalls.h"
+#include "support/TemporaryDirectory.h"
+
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
+#include <gtest/gtest.h>
+
 #include <csignal>
 #include <future>
 #include <memory>
 #include <set>
 #include <string_view>
 #include <vector>
-
-#include "support/FaultServer.h"
-#include "support/StoreConfig.h"
-#include "support/SystemCalls.h"
-#include "support/TemporaryDirectory.h"
 
 namespace {
 

@@ -1,13 +1,14 @@
-#include <gtest/gtest.h>
 #include <orvane/transport/AWSSignatureV4.h>
+
+#include "support/ChildProcess.h"
+
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "support/ChildProcess.h"
 
 namespace orvane {
 namespace {

@@ -1,13 +1,20 @@
 // Devices, each a process with its own data folder, identity and database, share one bucket of a
 // real object store.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/host/HostApplication.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/TagSyncService.h>
+
+#include "support/ChildProcess.h"
+#include "support/ObjectStore.h"
+#include "support/Run.h"
+#include "support/StoreConfig.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -17,12 +24,6 @@
 #include <string>
 #include <type_traits>
 #include <vector>
-
-#include "support/ChildProcess.h"
-#include "support/ObjectStore.h"
-#include "support/Run.h"
-#include "support/StoreConfig.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane {
 namespace {

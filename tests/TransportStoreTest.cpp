@@ -1,13 +1,21 @@
 // The transport against a real object store that verifies signatures and payload hashes.
 
-#include <gtest/gtest.h>
-#include <orvane/platform/HttpSession.h>
+#include <orvane/platform/http/HttpSession.h>
 #include <orvane/transport/AWSSignatureV4.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
 #include <orvane/transport/TalvexAPIService.h>
 #include <orvane/transport/XmlText.h>
+
+#include "support/ChildProcess.h"
+#include "support/MemoryGrowth.h"
+#include "support/ObjectStore.h"
+#include "support/Run.h"
+#include "support/StoreConfig.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdio>
@@ -17,13 +25,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "support/ChildProcess.h"
-#include "support/MemoryGrowth.h"
-#include "support/ObjectStore.h"
-#include "support/Run.h"
-#include "support/StoreConfig.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane {
 namespace {

@@ -1,13 +1,14 @@
 // One operation of the engine, run in three ways: as a coroutine, as a future, with a callback.
 //
 // usage: orvane-async CONFIG       (the JSON file that orvane-backup takes)
-#include <orvane/platform/Bytes.h>
+#include <orvane/platform/base/Bytes.h>
 #include <orvane/transport/S3Uploader.h>
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
+
 #include <exception>
 #include <filesystem>
 #include <fstream>

@@ -3,13 +3,13 @@
 #include <orvane/Error.h>
 #include <orvane/transport/S3Config.h>
 
+#include "Rules.h"
+
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
-
-#include "Rules.h"
 
 namespace backup {
 

@@ -1,6 +1,7 @@
 #include "Display.h"
 
-#include <orvane/platform/Utf8.h>
+#include <orvane/platform/base/Utf8.h>
+
 #include <unistd.h>
 
 #include <algorithm>

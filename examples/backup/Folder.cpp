@@ -1,6 +1,7 @@
 #include "Folder.h"
 
-#include <orvane/platform/Utf8.h>
+#include <orvane/platform/base/Utf8.h>
+
 #include <sys/stat.h>
 
 #include <algorithm>

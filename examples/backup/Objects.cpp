@@ -4,11 +4,11 @@
 #include <orvane/transport/TalvexAPIService.h>
 #include <orvane/transport/XmlText.h>
 
-#include <iostream>
-#include <utility>
-
 #include "Display.h"
 #include "Rules.h"
+
+#include <iostream>
+#include <utility>
 
 namespace backup {
 

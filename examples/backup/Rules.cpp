@@ -1,6 +1,6 @@
 #include "Rules.h"
 
-#include <orvane/platform/UrlError.h>
+#include <orvane/platform/http/UrlError.h>
 #include <orvane/transport/RetryPolicy.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/TalvexAPIService.h>

@@ -1,18 +1,8 @@
 #include <orvane/bookkeeping/BandwidthStatsStore.h>
 #include <orvane/bookkeeping/MultipartUploadStore.h>
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/host/HostApplication.h>
 #include <orvane/transport/RetryPolicy.h>
-
-#include <algorithm>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/use_awaitable.hpp>
-#include <chrono>
-#include <iostream>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "Commands.h"
 #include "Display.h"
@@ -23,6 +13,17 @@
 #include "Setup.h"
 #include "Tasks.h"
 #include "Transfer.h"
+
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace backup {
 namespace {

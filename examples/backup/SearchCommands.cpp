@@ -1,6 +1,10 @@
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/tagging/TagDatabase.h>
 
+#include "Commands.h"
+#include "Display.h"
+#include "Setup.h"
+
 #include <algorithm>
 #include <cmath>
 #include <functional>
@@ -9,10 +13,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "Commands.h"
-#include "Display.h"
-#include "Setup.h"
 
 namespace backup {
 namespace {

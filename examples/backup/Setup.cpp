@@ -2,13 +2,17 @@
 
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/Directories.h>
-#include <orvane/platform/FolderLock.h>
-#include <orvane/platform/HostApplication.h>
-#include <orvane/platform/OnnxClassifier.h>
-#include <orvane/platform/Preferences.h>
-#include <orvane/platform/SecretServiceStore.h>
+#include <orvane/platform/files/Directories.h>
+#include <orvane/platform/files/FolderLock.h>
+#include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/host/Preferences.h>
+#include <orvane/platform/secrets/SecretServiceStore.h>
+#include <orvane/platform/vision/OnnxClassifier.h>
 #include <orvane/tagging/TagDatabase.h>
+
+#include "Commands.h"
+#include "Display.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,9 +28,6 @@
 #include <string_view>
 #include <utility>
 
-#include "Commands.h"
-#include "Display.h"
-
 namespace backup {
 
 namespace fs = std::filesystem;
@@ -35,6 +36,8 @@ using orvane::Preferences;
 using orvane::S3Config;
 
 namespace {
+
+constexpr const char* kIdentifier = "org.orvane.backup";
 
 constexpr auto kFolderKey = "backup_folder";
 constexpr auto kDestinationKey = "backup_destination";
@@ -122,10 +125,12 @@ S3Config readConfig(const fs::path& file) {
 }
 
 void prepare(const Device& device) {
-  orvane::HostOptions options{.identifier = "org.orvane.backup"};
+  orvane::HostOptions options{.identifier = kIdentifier};
   if (device.state) options.dataDirectory = fs::absolute(*device.state);
   options.certificateAuthorities = device.authorities;
-  if (device.keyring) options.secureStore = std::make_shared<orvane::SecretServiceStore>();
+  if (device.keyring) {
+    options.secureStore = std::make_shared<orvane::SecretServiceStore>(kIdentifier);
+  }
   if (device.model) {
     const auto classifier = orvane::OnnxClassifier::open(*device.model);
     if (!classifier) throw Refusal(classifier.error().description());

@@ -3,14 +3,14 @@
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/tagging/TagDatabase.h>
 
+#include "Commands.h"
+#include "Display.h"
+#include "Setup.h"
+
 #include <algorithm>
 #include <array>
 #include <iostream>
 #include <map>
-
-#include "Commands.h"
-#include "Display.h"
-#include "Setup.h"
 
 namespace backup {
 namespace {

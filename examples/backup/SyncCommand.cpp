@@ -1,16 +1,16 @@
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/Preferences.h>
+#include <orvane/platform/host/Preferences.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/TagSyncError.h>
 #include <orvane/tagsync/TagSyncService.h>
 #include <orvane/transport/TalvexAPIService.h>
 
-#include <iostream>
-
 #include "Commands.h"
 #include "Display.h"
 #include "Setup.h"
 #include "Tasks.h"
+
+#include <iostream>
 
 namespace backup {
 namespace {

@@ -1,13 +1,6 @@
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/tagging/TagDatabase.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <iostream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "Commands.h"
 #include "Display.h"
@@ -15,6 +8,14 @@
 #include "Rules.h"
 #include "Setup.h"
 #include "Tasks.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace backup {
 namespace {

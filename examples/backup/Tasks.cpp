@@ -1,14 +1,15 @@
 #include "Tasks.h"
 
+#include "Commands.h"
+
+#include <boost/asio/co_spawn.hpp>
+
 #include <unistd.h>
 
 #include <atomic>
-#include <boost/asio/co_spawn.hpp>
 #include <chrono>
 #include <csignal>
 #include <exception>
-
-#include "Commands.h"
 
 namespace backup {
 namespace {

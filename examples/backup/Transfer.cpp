@@ -2,16 +2,17 @@
 
 #include <orvane/bookkeeping/MultipartUploadStore.h>
 
+#include "Rules.h"
+#include "Tasks.h"
+
 #include <boost/asio/post.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
+
 #include <map>
 #include <string>
 #include <utility>
-
-#include "Rules.h"
-#include "Tasks.h"
 
 namespace backup {
 namespace {

@@ -1,5 +1,10 @@
 #include <orvane/bookkeeping/UploadStore.h>
 
+#include "Commands.h"
+#include "Display.h"
+#include "Objects.h"
+#include "Setup.h"
+
 #include <algorithm>
 #include <array>
 #include <iostream>
@@ -7,11 +12,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "Commands.h"
-#include "Display.h"
-#include "Objects.h"
-#include "Setup.h"
 
 namespace backup {
 namespace {

@@ -1,5 +1,9 @@
 // The command line: what is asked for, where the store is, what this device is like.
-#include <orvane/platform/SystemLog.h>
+#include <orvane/platform/host/SystemLog.h>
+
+#include "Commands.h"
+#include "Display.h"
+#include "Setup.h"
 
 #include <CLI/CLI.hpp>
 #include <exception>
@@ -8,10 +12,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-
-#include "Commands.h"
-#include "Display.h"
-#include "Setup.h"
 
 namespace {
 

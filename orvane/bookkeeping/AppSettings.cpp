@@ -1,5 +1,6 @@
 #include <orvane/bookkeeping/AppSettings.h>
-#include <orvane/platform/Preferences.h>
+
+#include <orvane/platform/host/Preferences.h>
 
 #include <string_view>
 

@@ -1,7 +1,8 @@
-#include <gtest/gtest.h>
 #include <orvane/bookkeeping/AppSettings.h>
 
 #include "support/ChildProcess.h"
+
+#include <gtest/gtest.h>
 
 namespace orvane {
 namespace {

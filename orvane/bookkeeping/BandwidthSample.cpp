@@ -1,5 +1,6 @@
 #include <orvane/bookkeeping/BandwidthSample.h>
-#include <orvane/platform/Uuid.h>
+
+#include <orvane/platform/base/Uuid.h>
 
 namespace orvane {
 

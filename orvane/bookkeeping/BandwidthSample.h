@@ -6,7 +6,7 @@
 
 namespace orvane {
 
-namespace internal {
+namespace bookkeeping {
 struct BandwidthSampleJson;
 }
 
@@ -26,7 +26,7 @@ class BandwidthSample {
   friend bool operator==(const BandwidthSample&, const BandwidthSample&) = default;
 
  private:
-  friend struct internal::BandwidthSampleJson;
+  friend struct bookkeeping::BandwidthSampleJson;
 
   BandwidthSample() = default;
 

@@ -1,6 +1,7 @@
 #include <orvane/bookkeeping/BandwidthStatsStore.h>
+
 #include <orvane/bookkeeping/internal/BandwidthSampleJson.h>
-#include <orvane/platform/Preferences.h>
+#include <orvane/platform/host/Preferences.h>
 
 #include <iterator>
 #include <limits>
@@ -69,7 +70,7 @@ bool BandwidthStatsStore::load() {
   const auto total = preferences.readInteger(totalBytesKey);
   const auto stored = preferences.readBytes(samplesKey);
   if (!total || !stored) return false;
-  auto earlier = internal::BandwidthSampleJson::decode(textOf(stored->value_or(Bytes())));
+  auto earlier = bookkeeping::BandwidthSampleJson::decode(textOf(stored->value_or(Bytes())));
   const std::lock_guard guard(lock_);
   if (std::exchange(isLoaded_, true)) return true;
   totalBytesTransferred_ = saturatingSum(total->value_or(0), totalBytesTransferred_);
@@ -103,7 +104,7 @@ void BandwidthStatsStore::storeSamples() {
   if (!mayStore()) return;
   const auto current = samples();
   if (current.empty()) return Preferences::shared().remove(samplesKey);
-  const auto json = internal::BandwidthSampleJson::encode(current);
+  const auto json = bookkeeping::BandwidthSampleJson::encode(current);
   if (json) Preferences::shared().set(samplesKey, bytesOf(*json));
 }
 

@@ -1,8 +1,10 @@
+#include <orvane/bookkeeping/BandwidthStatsStore.h>
+
+#include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/host/Preferences.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <orvane/bookkeeping/BandwidthStatsStore.h>
-#include <orvane/platform/HostApplication.h>
-#include <orvane/platform/Preferences.h>
 
 #include <cmath>
 #include <cstdint>

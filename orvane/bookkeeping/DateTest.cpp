@@ -1,5 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/bookkeeping/Date.h>
+
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cmath>

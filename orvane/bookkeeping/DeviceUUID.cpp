@@ -1,9 +1,10 @@
 #include <orvane/bookkeeping/DeviceUUID.h>
-#include <orvane/platform/FolderLock.h>
-#include <orvane/platform/HostApplication.h>
-#include <orvane/platform/SecureStore.h>
-#include <orvane/platform/Utf8.h>
-#include <orvane/platform/Uuid.h>
+
+#include <orvane/platform/base/Utf8.h>
+#include <orvane/platform/base/Uuid.h>
+#include <orvane/platform/files/FolderLock.h>
+#include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/secrets/SecureStore.h>
 
 #include <chrono>
 #include <cstdio>

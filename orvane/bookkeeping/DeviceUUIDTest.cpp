@@ -1,6 +1,12 @@
+#include <orvane/bookkeeping/DeviceUUID.h>
+
+#include "support/ChildProcess.h"
+#include "support/OtherUser.h"
+#include "support/TemporaryDirectory.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <orvane/bookkeeping/DeviceUUID.h>
+
 #include <unistd.h>
 
 #include <cstdlib>
@@ -8,10 +14,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-#include "support/ChildProcess.h"
-#include "support/OtherUser.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane {
 namespace {

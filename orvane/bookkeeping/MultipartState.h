@@ -6,7 +6,7 @@
 
 namespace orvane {
 
-namespace internal {
+namespace bookkeeping {
 struct MultipartStateJson;
 }
 
@@ -52,7 +52,7 @@ class MultipartState {
   friend bool operator==(const MultipartState&, const MultipartState&) = default;
 
  private:
-  friend struct internal::MultipartStateJson;
+  friend struct bookkeeping::MultipartStateJson;
 };
 
 }  // namespace orvane

@@ -1,4 +1,5 @@
 #include <orvane/bookkeeping/MultipartUploadStore.h>
+
 #include <orvane/bookkeeping/internal/MultipartStateJson.h>
 #include <orvane/bookkeeping/internal/RecordStore.h>
 
@@ -7,7 +8,7 @@
 namespace orvane {
 namespace {
 
-using Store = internal::RecordStore<MultipartState, internal::MultipartStateJson>;
+using Store = bookkeeping::RecordStore<MultipartState, bookkeeping::MultipartStateJson>;
 using States = Store::Records;
 
 }  // namespace

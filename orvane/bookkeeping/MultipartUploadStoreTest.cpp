@@ -1,13 +1,14 @@
+#include <orvane/bookkeeping/MultipartUploadStore.h>
+
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <orvane/bookkeeping/MultipartUploadStore.h>
 
 #include <filesystem>
 #include <iostream>
 #include <string>
-
-#include "support/ChildProcess.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane {
 namespace {

@@ -1,6 +1,7 @@
 #include <orvane/bookkeeping/UploadRecord.h>
+
 #include <orvane/bookkeeping/internal/UploadRecordJson.h>
-#include <orvane/platform/Ascii.h>
+#include <orvane/platform/base/Ascii.h>
 
 #include <algorithm>
 #include <array>
@@ -56,16 +57,16 @@ std::string UploadRecord::thumbnailFilename() const {
 }
 
 std::optional<std::string> UploadRecord::encodeJson() const {
-  internal::JsonWriter writer(internal::BadText::repair);
-  if (!internal::UploadRecordJson::write(writer, *this)) return std::nullopt;
+  platform::JsonWriter writer(platform::BadText::repair);
+  if (!bookkeeping::UploadRecordJson::write(writer, *this)) return std::nullopt;
   return std::string(writer.text());
 }
 
 std::optional<UploadRecord> UploadRecord::decodeJson(std::string_view json) {
-  auto record = internal::UploadRecordJson::blank();
-  const bool readable = internal::readDocument(
+  auto record = bookkeeping::UploadRecordJson::blank();
+  const bool readable = platform::readDocument(
       simdjson::padded_string(json), [&](simdjson::ondemand::object& object) {
-        return internal::UploadRecordJson::read(object, record);
+        return bookkeeping::UploadRecordJson::read(object, record);
       });
   if (!readable) return std::nullopt;
   return record;

@@ -11,7 +11,7 @@
 
 namespace orvane {
 
-namespace internal {
+namespace bookkeeping {
 struct UploadRecordJson;
 }
 
@@ -73,7 +73,7 @@ class UploadRecord {
   [[nodiscard]] static std::optional<UploadRecord> decodeJson(std::string_view json);
 
  private:
-  friend struct internal::UploadRecordJson;
+  friend struct bookkeeping::UploadRecordJson;
 };
 
 }  // namespace orvane

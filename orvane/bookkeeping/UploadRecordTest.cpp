@@ -1,5 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/bookkeeping/UploadRecord.h>
+
+#include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdint>

@@ -1,15 +1,14 @@
 #include <orvane/bookkeeping/UploadStore.h>
+
 #include <orvane/bookkeeping/internal/RecordStore.h>
 #include <orvane/bookkeeping/internal/UploadRecordJson.h>
-#include <orvane/bookkeeping/internal/UploadStoreFilenames.h>
-#include <orvane/platform/internal/Prefetch.h>
 
 #include <utility>
 
 namespace orvane {
 namespace {
 
-using Store = internal::RecordStore<UploadRecord, internal::UploadRecordJson>;
+using Store = bookkeeping::RecordStore<UploadRecord, bookkeeping::UploadRecordJson>;
 using Records = Store::Records;
 
 bool isFailed(const UploadRecord& record) { return record.status == UploadStatus::failed; }
@@ -38,28 +37,6 @@ UploadStore& UploadStore::shared() {
 
 std::optional<UploadRecord> UploadStore::record(std::string_view assetId) {
   return implementation_->store.copyOf(assetId);
-}
-
-std::vector<std::string> internal::filenamesIn(UploadStore& store,
-                                               std::span<const std::string_view> assetIds) {
-  return store.implementation_->store.read([&](const Records& records) {
-    // In three rounds, so that many records come from memory at the same time.
-    std::vector<const UploadRecord*> found;
-    found.reserve(assetIds.size());
-    for (const auto assetId : assetIds) {
-      found.push_back(records.find(assetId));
-      internal::prefetch(found.back());
-    }
-    for (const auto* record : found) {
-      if (record != nullptr) internal::prefetch(record->filename().data());
-    }
-    std::vector<std::string> names;
-    names.reserve(assetIds.size());
-    for (const auto* record : found) {
-      names.push_back(record == nullptr ? std::string() : record->filename());
-    }
-    return names;
-  });
 }
 
 std::vector<UploadRecord> UploadStore::allRecords() {

@@ -6,19 +6,11 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace orvane {
-
-class UploadStore;
-
-namespace internal {
-std::vector<std::string> filenamesIn(UploadStore& store,
-                                     std::span<const std::string_view> assetIds);
-}
 
 /// Remembers the upload record of every asset across restarts of the process.
 ///
@@ -104,8 +96,6 @@ class UploadStore {
 
  private:
   struct Implementation;
-  friend std::vector<std::string> internal::filenamesIn(UploadStore& store,
-                                                        std::span<const std::string_view> assetIds);
 
   UploadStore();
   ~UploadStore();

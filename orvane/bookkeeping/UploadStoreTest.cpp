@@ -1,6 +1,12 @@
+#include <orvane/bookkeeping/UploadStore.h>
+
+#include "support/ChildProcess.h"
+#include "support/OtherUser.h"
+#include "support/TemporaryDirectory.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <orvane/bookkeeping/UploadStore.h>
+
 #include <sys/fsuid.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -15,10 +21,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-#include "support/ChildProcess.h"
-#include "support/OtherUser.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane {
 namespace {

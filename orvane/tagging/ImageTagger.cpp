@@ -1,7 +1,8 @@
-#include <orvane/platform/HostApplication.h>
-#include <orvane/platform/SystemLog.h>
-#include <orvane/platform/internal/UtilityTask.h>
 #include <orvane/tagging/ImageTagger.h>
+
+#include <orvane/platform/concurrency/UtilityTask.h>
+#include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/host/SystemLog.h>
 #include <orvane/tagging/TagLocalization.h>
 
 #include <algorithm>

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <orvane/platform/ImageClassifier.h>
+#include <orvane/platform/vision/ImageClassifier.h>
 #include <orvane/tagging/TagWithConfidence.h>
 
 #include <boost/asio/awaitable.hpp>
+
 #include <cstdint>
 #include <filesystem>
 #include <memory>

@@ -1,11 +1,11 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <orvane/platform/HostApplication.h>
 #include <orvane/tagging/ImageTagger.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
-#include <atomic>
+#include <orvane/platform/host/HostApplication.h>
+
+#include "support/LogLines.h"
+#include "support/TemporaryDirectory.h"
+#include "support/TestImage.h"
+
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>
@@ -14,6 +14,13 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/use_future.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -25,10 +32,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include "support/LogLines.h"
-#include "support/TemporaryDirectory.h"
-#include "support/TestImage.h"
 
 namespace orvane {
 namespace {

@@ -1,7 +1,8 @@
-#include <orvane/platform/DatabaseQueue.h>
-#include <orvane/platform/Directories.h>
-#include <orvane/platform/HostApplication.h>
 #include <orvane/tagging/TagDatabase.h>
+
+#include <orvane/platform/database/DatabaseQueue.h>
+#include <orvane/platform/files/Directories.h>
+#include <orvane/platform/host/HostApplication.h>
 #include <orvane/tagging/internal/TagDatabaseSchema.h>
 #include <orvane/tagging/internal/TagStatements.h>
 
@@ -16,7 +17,7 @@
 namespace orvane {
 namespace {
 
-namespace statements = internal::statements;
+namespace statements = tagging::statements;
 using platform::Database;
 using platform::DatabaseArguments;
 using platform::DatabaseQueue;
@@ -110,7 +111,7 @@ Result<void> TagDatabase::initialize() {
     const std::lock_guard guard(lock_);
     dbQueue_ = *opened;
   }
-  return internal::tagDatabaseMigrator().migrate(**opened);
+  return tagging::tagDatabaseMigrator().migrate(**opened);
 }
 
 SharedQueue TagDatabase::queue() const {

@@ -21,7 +21,7 @@ class Database;
 class DatabaseQueue;
 }  // namespace platform
 
-namespace internal {
+namespace tagging {
 class TagBatch;
 }
 
@@ -114,7 +114,7 @@ class TagDatabase {
   [[nodiscard]] Result<std::optional<BackfillProgress>> getBackfillProgress() const;
 
  private:
-  friend class internal::TagBatch;  ///< Writes many tags at a time, each as `upsertTag` does.
+  friend class tagging::TagBatch;  ///< Writes many tags at a time, each as `upsertTag` does.
 
   TagDatabase() = default;
   ~TagDatabase() = default;

@@ -1,7 +1,13 @@
+#include <orvane/tagging/TagBatch.h>
+#include <orvane/tagging/TagDatabase.h>
+
+#include "support/ChildProcess.h"
+#include "support/TagDatabaseFile.h"
+#include "support/TemporaryDirectory.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <orvane/tagging/TagDatabase.h>
-#include <orvane/tagging/internal/TagBatch.h>
+
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -12,10 +18,6 @@
 #include <future>
 #include <string>
 #include <vector>
-
-#include "support/ChildProcess.h"
-#include "support/TagDatabaseFile.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane {
 namespace {
@@ -191,7 +193,7 @@ const ChildMain kFullDisk("full-disk", [](const auto&) {
                                             {std::string(5000, 'b'), 1}};
   auto done = db.upsertTags("0", tags, "A");
   while (done) done = db.upsertTags(std::to_string(++stored), tags, "A");
-  internal::TagBatch batch(db, "A");
+  tagging::TagBatch batch(db, "A");
   const std::vector<TagWithConfidence> many(5000, tags.front());
   for (int asset = 0; asset < 4; ++asset) batch.add("hopeless", many);
   if (batch.finish() != 20'000) return 6;

@@ -1,14 +1,15 @@
+#include <orvane/tagging/TagDatabase.h>
+
+#include "support/TagDatabaseFile.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <orvane/tagging/TagDatabase.h>
 
 #include <chrono>
 #include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "support/TagDatabaseFile.h"
 
 namespace orvane {
 namespace {

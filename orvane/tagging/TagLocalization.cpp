@@ -1,5 +1,6 @@
-#include <orvane/platform/Ascii.h>
 #include <orvane/tagging/TagLocalization.h>
+
+#include <orvane/platform/base/Ascii.h>
 #include <orvane/tagging/internal/ItalianLabels.h>
 
 #include <algorithm>
@@ -12,7 +13,7 @@
 namespace orvane {
 namespace {
 
-using internal::kItalianLabels;
+using tagging::kItalianLabels;
 
 static_assert(kItalianLabels.size() == 981);
 static_assert(std::ranges::adjacent_find(kItalianLabels, std::greater_equal(),

@@ -1,5 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/tagging/TagLocalization.h>
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <set>

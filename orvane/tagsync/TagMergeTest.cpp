@@ -1,5 +1,6 @@
-#include <gmock/gmock.h>
 #include <orvane/tagsync/TagSyncError.h>
+
+#include "TagSyncServiceTest.h"
 
 #include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>
@@ -7,11 +8,11 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/use_future.hpp>
+#include <gmock/gmock.h>
+
 #include <future>
 #include <thread>
 #include <utility>
-
-#include "TagSyncServiceTest.h"
 
 namespace orvane::testing {
 namespace {

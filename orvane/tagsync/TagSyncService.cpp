@@ -1,14 +1,15 @@
+#include <orvane/tagsync/TagSyncService.h>
+
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/Ascii.h>
-#include <orvane/platform/HttpSession.h>
-#include <orvane/platform/PercentEncoding.h>
-#include <orvane/platform/SystemLog.h>
-#include <orvane/platform/UrlError.h>
-#include <orvane/platform/Utf8.h>
+#include <orvane/platform/base/Ascii.h>
+#include <orvane/platform/base/PercentEncoding.h>
+#include <orvane/platform/base/Utf8.h>
+#include <orvane/platform/host/SystemLog.h>
+#include <orvane/platform/http/HttpSession.h>
+#include <orvane/platform/http/UrlError.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/TagSyncError.h>
-#include <orvane/tagsync/TagSyncService.h>
 #include <orvane/tagsync/internal/TagExchange.h>
 #include <orvane/tagsync/internal/TagListing.h>
 #include <orvane/transport/AWSSignatureV4.h>
@@ -16,6 +17,7 @@
 
 #include <boost/asio/cancellation_state.hpp>
 #include <boost/asio/this_coro.hpp>
+
 #include <chrono>
 #include <string_view>
 #include <utility>
@@ -24,8 +26,8 @@ namespace orvane {
 namespace {
 
 namespace this_coro = boost::asio::this_coro;
-using internal::RemoteTagFile;
 using platform::HttpSession;
+using tagsync::RemoteTagFile;
 
 constexpr std::size_t kLargestListing = std::size_t{64} << 20;
 /// An object is read whole; this is room for some millions of tags.
@@ -79,11 +81,11 @@ bool isUnchanged(const RemoteTagFile& file, TagDatabase& database) {
 
 /// Applies another device's object and remembers its ETag; returns how many tags were applied.
 std::int64_t merge(std::string body, const RemoteTagFile& file, TagDatabase& database,
-                   const internal::AssetsByObjectName& assets) {
+                   const tagsync::AssetsByObjectName& assets) {
   if (body.empty()) return 0;
-  internal::TagObjectReader object(std::move(body));
+  tagsync::TagObjectReader object(std::move(body));
   if (!object.isUtf8()) return 0;
-  const auto applied = internal::mergeTags(object, database, file.uuid, assets);
+  const auto applied = tagsync::mergeTags(object, database, file.uuid, assets);
   static_cast<void>(database.upsertRemoteETag(file.uuid, file.eTag));
   log("Remote device " + file.uuid + ": applied " + decimal(applied) + " tags");
   return applied;
@@ -101,7 +103,7 @@ TagSyncService& TagSyncService::shared() {
 }
 
 std::string TagSyncService::keyOf(std::string_view uuid) const {
-  return std::string(tagsPrefix_).append(uuid).append(internal::kTagFileName);
+  return std::string(tagsPrefix_).append(uuid).append(tagsync::kTagFileName);
 }
 
 Async<TagUpload> TagSyncService::uploadTagsToS3(S3Config config) {
@@ -115,7 +117,7 @@ Async<TagUpload> TagSyncService::uploadTagsToS3(S3Config config) {
     co_return TagUpload{};
   }
   const auto assets = static_cast<std::int64_t>(tags->size());
-  auto body = internal::tagObjectOf(*tags, nowInMilliseconds());
+  auto body = tagsync::tagObjectOf(*tags, nowInMilliseconds());
   tags->clear();  // Sending may take long.
   if (body.empty()) co_return TagUpload{};
 
@@ -141,11 +143,11 @@ Async<std::int64_t> TagSyncService::downloadTagsFromS3(S3Config config) {
   if (!body) co_return std::unexpected(std::move(body.error()));
   if (body->empty()) co_return 0;
 
-  internal::TagObjectReader object(std::move(*body));
+  tagsync::TagObjectReader object(std::move(*body));
   if (!object.isUtf8()) {
     co_return std::unexpected(TagSyncError::parseError("Invalid UTF-8 in JSONL"));
   }
-  const auto restored = internal::restoreTags(object, tagDb_, deviceUUID_, *lastSeen);
+  const auto restored = tagsync::restoreTags(object, tagDb_, deviceUUID_, *lastSeen);
   auto stored = tagDb_.updateLastSeenTimestamp(deviceUUID_, restored.newest);
   if (!stored) co_return std::unexpected(std::move(stored.error()));
   log("Download complete: " + decimal(restored.applied) +
@@ -155,7 +157,7 @@ Async<std::int64_t> TagSyncService::downloadTagsFromS3(S3Config config) {
 
 Async<std::int64_t> TagSyncService::downloadAllRemoteTags(S3Config config) {
   log("Starting cross-device tag download");
-  const auto assets = internal::assetsByObjectName();
+  const auto assets = tagsync::assetsByObjectName();
   auto listing = listTagFiles(config);
   auto files = co_await std::move(listing);
   if (!files) co_return std::unexpected(std::move(files.error()));
@@ -196,7 +198,7 @@ Async<std::vector<RemoteTagFile>> TagSyncService::listTagFiles(S3Config config) 
   if (!platform::isUtf8(*text)) {
     co_return std::unexpected(TagSyncError::parseError("Invalid UTF-8 in ListObjects response"));
   }
-  co_return internal::tagFilesInListing(*text, listPrefix);
+  co_return tagsync::tagFilesInListing(*text, listPrefix);
 }
 
 Async<std::string> TagSyncService::downloadFromS3(std::string key, std::int64_t rangeStart,

@@ -13,7 +13,7 @@ namespace orvane {
 
 class TagDatabase;
 
-namespace internal {
+namespace tagsync {
 struct RemoteTagFile;
 }
 
@@ -91,7 +91,7 @@ class TagSyncService {
   /// The key of a device's tag object, without the configuration's prefix.
   [[nodiscard]] std::string keyOf(std::string_view uuid) const;
 
-  [[nodiscard]] Async<std::vector<internal::RemoteTagFile>> listTagFiles(S3Config config) const;
+  [[nodiscard]] Async<std::vector<tagsync::RemoteTagFile>> listTagFiles(S3Config config) const;
   /// The whole object, or with `rangeEnd` the bytes from `rangeStart` to that, inclusive.
   [[nodiscard]] static Async<std::string> downloadFromS3(std::string key, std::int64_t rangeStart,
                                                          std::optional<std::int64_t> rangeEnd,

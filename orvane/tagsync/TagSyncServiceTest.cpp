@@ -1,9 +1,10 @@
 #include "TagSyncServiceTest.h"
 
-#include <gmock/gmock.h>
 #include <orvane/tagsync/TagSyncError.h>
 #include <orvane/tagsync/internal/TagObject.h>
 #include <orvane/transport/S3Error.h>
+
+#include <gmock/gmock.h>
 
 #include <chrono>
 #include <thread>
@@ -62,9 +63,9 @@ TEST_F(TagSyncServiceTest, UploadsThisDevicesTags) {
   EXPECT_EQ(uploaded->byteOffset, static_cast<std::int64_t>(request.body.size()));
   EXPECT_EQ(uploaded->eTag, "tag");
   EXPECT_EQ(uploaded->tagCount, 2);
-  std::map<std::string, internal::TagLine> lines;
-  internal::TagObjectReader object(request.body);
-  for (internal::TagLine read; object.next(read);) lines[read.assetId.value()] = read;
+  std::map<std::string, tagsync::TagLine> lines;
+  tagsync::TagObjectReader object(request.body);
+  for (tagsync::TagLine read; object.next(read);) lines[read.assetId.value()] = read;
   ASSERT_EQ(lines.size(), 2U);
   EXPECT_EQ(lines["mine"].tags, tags);
   EXPECT_EQ(lines["mine"].s3Key, "k");

@@ -1,22 +1,23 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/TagSyncService.h>
-
-#include <map>
-#include <mutex>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "support/FaultServer.h"
 #include "support/LogLines.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TagDatabaseFile.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace orvane::testing {
 

@@ -1,6 +1,7 @@
-#include <orvane/platform/Ascii.h>
-#include <orvane/platform/PercentEncoding.h>
 #include <orvane/transport/AWSSignatureV4.h>
+
+#include <orvane/platform/base/Ascii.h>
+#include <orvane/platform/base/PercentEncoding.h>
 
 #include <algorithm>
 #include <array>

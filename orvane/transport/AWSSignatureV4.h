@@ -1,9 +1,9 @@
 #pragma once
 
-#include <orvane/platform/Bytes.h>
-#include <orvane/platform/Digest.h>
-#include <orvane/platform/HttpRequest.h>
-#include <orvane/platform/Url.h>
+#include <orvane/platform/base/Bytes.h>
+#include <orvane/platform/base/Digest.h>
+#include <orvane/platform/http/HttpRequest.h>
+#include <orvane/platform/http/Url.h>
 
 #include <array>
 #include <chrono>

@@ -1,5 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/transport/AWSSignatureV4.h>
+
+#include <gtest/gtest.h>
 
 #include <chrono>
 

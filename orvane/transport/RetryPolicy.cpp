@@ -1,5 +1,6 @@
-#include <orvane/platform/UrlError.h>
 #include <orvane/transport/RetryPolicy.h>
+
+#include <orvane/platform/http/UrlError.h>
 #include <orvane/transport/S3Error.h>
 
 #include <algorithm>

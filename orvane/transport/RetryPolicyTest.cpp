@@ -1,6 +1,8 @@
-#include <gtest/gtest.h>
 #include <orvane/transport/RetryPolicy.h>
+
 #include <orvane/transport/S3Error.h>
+
+#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdint>

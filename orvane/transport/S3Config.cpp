@@ -1,8 +1,9 @@
-#include <orvane/platform/Ascii.h>
-#include <orvane/platform/PercentEncoding.h>
-#include <orvane/platform/internal/JsonReader.h>
-#include <orvane/platform/internal/JsonWriter.h>
 #include <orvane/transport/S3Config.h>
+
+#include <orvane/platform/base/Ascii.h>
+#include <orvane/platform/base/PercentEncoding.h>
+#include <orvane/platform/json/JsonReader.h>
+#include <orvane/platform/json/JsonWriter.h>
 
 #include <utility>
 
@@ -11,33 +12,34 @@ namespace {
 
 namespace ondemand = simdjson::ondemand;
 
-bool readTenantName(ondemand::value& value, S3Config& config) {
+bool readTenantName(simdjson::ondemand::value& value, S3Config& config) {
   config.tenantName.reset();
-  return internal::readNull(value) || internal::read(value, config.tenantName.emplace());
+  return platform::readNull(value) || platform::read(value, config.tenantName.emplace());
 }
 
-constexpr internal::Members<S3Config, 7> kMembers{
-    {internal::requiredMember<S3Config, &S3Config::bucket>("bucket"),
-     internal::requiredMember<S3Config, &S3Config::region>("region"),
-     internal::requiredMember<S3Config, &S3Config::accessKey>("accessKey"),
-     internal::requiredMember<S3Config, &S3Config::secretKey>("secretKey"),
-     internal::requiredMember<S3Config, &S3Config::prefix>("prefix"),
-     internal::requiredMember<S3Config, &S3Config::endpoint>("endpoint"),
+constexpr platform::Members<S3Config, 7> kMembers{
+    {platform::requiredMember<S3Config, &S3Config::bucket>("bucket"),
+     platform::requiredMember<S3Config, &S3Config::region>("region"),
+     platform::requiredMember<S3Config, &S3Config::accessKey>("accessKey"),
+     platform::requiredMember<S3Config, &S3Config::secretKey>("secretKey"),
+     platform::requiredMember<S3Config, &S3Config::prefix>("prefix"),
+     platform::requiredMember<S3Config, &S3Config::endpoint>("endpoint"),
      {"tenantName", false, readTenantName}}};
 
 }  // namespace
 
 std::optional<S3Config> S3Config::fromJson(std::string_view text) {
   S3Config config;
-  const bool valid = internal::readDocument(
-      simdjson::padded_string(text),
-      [&](ondemand::object& object) { return internal::readMembers(object, kMembers, config); });
+  const bool valid = platform::readDocument(
+      simdjson::padded_string(text), [&](simdjson::ondemand::object& object) {
+        return platform::readMembers(object, kMembers, config);
+      });
   if (!valid) return std::nullopt;
   return config;
 }
 
 std::string S3Config::toJson() const {
-  internal::JsonWriter writer;
+  platform::JsonWriter writer;
   writer.beginObject();
   writer.member("bucket", bucket);
   writer.member("region", region);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orvane/platform/Url.h>
+#include <orvane/platform/http/Url.h>
 
 #include <optional>
 #include <string>

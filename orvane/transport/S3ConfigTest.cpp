@@ -1,5 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/transport/S3Config.h>
+
+#include <gtest/gtest.h>
 
 namespace orvane {
 namespace {

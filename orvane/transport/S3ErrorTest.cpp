@@ -1,5 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/transport/S3Error.h>
+
+#include <gtest/gtest.h>
 
 namespace orvane {
 namespace {

@@ -1,9 +1,11 @@
-#include <orvane/platform/BackgroundQueue.h>
-#include <orvane/platform/FileReader.h>
-#include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
+
+#include <orvane/platform/concurrency/BackgroundQueue.h>
+#include <orvane/platform/files/FileReader.h>
+#include <orvane/transport/S3Error.h>
 #include <orvane/transport/internal/MultipartProtocol.h>
 #include <orvane/transport/internal/MultipartUpload.h>
+
 #include <sys/stat.h>
 
 #include <optional>

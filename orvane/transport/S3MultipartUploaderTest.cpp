@@ -1,6 +1,14 @@
-#include <gtest/gtest.h>
-#include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
+
+#include <orvane/transport/S3Error.h>
+
+#include "support/ChildProcess.h"
+#include "support/FaultServer.h"
+#include "support/MemoryGrowth.h"
+#include "support/StoreConfig.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
 
 #include <sys/resource.h>
 
@@ -9,12 +17,6 @@
 #include <iostream>
 #include <optional>
 #include <thread>
-
-#include "support/ChildProcess.h"
-#include "support/FaultServer.h"
-#include "support/MemoryGrowth.h"
-#include "support/StoreConfig.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <orvane/Async.h>
 #include <orvane/Error.h>
-#include <orvane/platform/Bytes.h>
+#include <orvane/platform/base/Bytes.h>
 #include <orvane/transport/S3Config.h>
 #include <orvane/transport/UploadCallbacks.h>
 

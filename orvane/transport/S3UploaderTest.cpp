@@ -1,11 +1,6 @@
-#include <gtest/gtest.h>
-#include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3Uploader.h>
 
-#include <functional>
-#include <future>
-#include <iostream>
-#include <thread>
+#include <orvane/transport/S3Error.h>
 
 #include "support/ChildProcess.h"
 #include "support/FaultServer.h"
@@ -13,6 +8,13 @@
 #include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <future>
+#include <iostream>
+#include <thread>
 
 namespace orvane {
 namespace {

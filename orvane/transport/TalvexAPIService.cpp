@@ -1,10 +1,11 @@
-#include <orvane/platform/Ascii.h>
-#include <orvane/platform/HttpSession.h>
-#include <orvane/platform/PercentEncoding.h>
-#include <orvane/platform/UrlError.h>
-#include <orvane/platform/Utf8.h>
-#include <orvane/transport/AWSSignatureV4.h>
 #include <orvane/transport/TalvexAPIService.h>
+
+#include <orvane/platform/base/Ascii.h>
+#include <orvane/platform/base/PercentEncoding.h>
+#include <orvane/platform/base/Utf8.h>
+#include <orvane/platform/http/HttpSession.h>
+#include <orvane/platform/http/UrlError.h>
+#include <orvane/transport/AWSSignatureV4.h>
 #include <orvane/transport/XmlText.h>
 #include <orvane/transport/internal/ListingPage.h>
 
@@ -49,8 +50,8 @@ Result<Page> readPage(const HttpResponse& answer) {
   if (!isText) {
     return std::unexpected(Error(TalvexAPIService::kDomain, -1, "Invalid response encoding"));
   }
-  return Page{.pairs = internal::parseKeyETagPairs(answer.body),
-              .continuationToken = internal::parseToken(answer.body)};
+  return Page{.pairs = transport::parseKeyETagPairs(answer.body),
+              .continuationToken = transport::parseToken(answer.body)};
 }
 
 Result<Page> listPage(const S3Config& config, std::string_view prefix,

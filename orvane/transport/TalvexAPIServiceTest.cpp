@@ -1,10 +1,12 @@
-#include <gtest/gtest.h>
 #include <orvane/transport/TalvexAPIService.h>
+
 #include <orvane/transport/XmlText.h>
 #include <orvane/transport/internal/ListingPage.h>
 
 #include "support/FaultServer.h"
 #include "support/StoreConfig.h"
+
+#include <gtest/gtest.h>
 
 namespace orvane {
 namespace {
@@ -35,7 +37,7 @@ TEST(ListingPage, ReadsWhatTheExpressionsMatch) {
       {entry("<Key><Key>a</Key>") + entry("<key>b</key>"), {{"<Key>a", ""}}},
       {entry("<Key>a\nb</Key>") + entry("<Key>a\u2028<Key>c</Key>"), {{"c", ""}}}};
   for (const auto& [text, pairs] : cases) {
-    EXPECT_EQ(internal::parseKeyETagPairs(text), pairs) << text;
+    EXPECT_EQ(transport::parseKeyETagPairs(text), pairs) << text;
   }
 }
 
@@ -45,15 +47,15 @@ TEST(ListingPage, HostilePagesAreScannedOnce) {
     std::string text;
     while (text.size() < 10'000'000) text += repeated;
     for (const auto* end : {"", "</Key>"}) {
-      EXPECT_LE(internal::parseKeyETagPairs(entry(text + end)).size(), 1U) << repeated;
+      EXPECT_LE(transport::parseKeyETagPairs(entry(text + end)).size(), 1U) << repeated;
     }
   }
 }
 
 TEST(ListingPage, ReadsTheFirstTokenUnlessItIsEmpty) {
-  EXPECT_EQ(internal::parseToken("<X>" + token("a/+=&amp; ") + token("b")), "a/+=&amp; ");
-  EXPECT_EQ(internal::parseToken(token("") + token("b")), std::nullopt);
-  EXPECT_EQ(internal::parseToken("<NextContinuationToken>a"), std::nullopt);
+  EXPECT_EQ(transport::parseToken("<X>" + token("a/+=&amp; ") + token("b")), "a/+=&amp; ");
+  EXPECT_EQ(transport::parseToken(token("") + token("b")), std::nullopt);
+  EXPECT_EQ(transport::parseToken("<NextContinuationToken>a"), std::nullopt);
 }
 
 TEST(XmlText, ReplacesReferences) {

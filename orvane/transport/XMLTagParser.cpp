@@ -1,5 +1,6 @@
-#include <orvane/platform/Utf8.h>
 #include <orvane/transport/XMLTagParser.h>
+
+#include <orvane/platform/base/Utf8.h>
 
 namespace orvane {
 

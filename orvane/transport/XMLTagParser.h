@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orvane/platform/Bytes.h>
+#include <orvane/platform/base/Bytes.h>
 
 #include <optional>
 #include <string>

@@ -1,5 +1,6 @@
-#include <gtest/gtest.h>
 #include <orvane/transport/XMLTagParser.h>
+
+#include <gtest/gtest.h>
 
 namespace orvane {
 namespace {

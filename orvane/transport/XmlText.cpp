@@ -1,5 +1,6 @@
-#include <orvane/platform/Utf8.h>
 #include <orvane/transport/XmlText.h>
+
+#include <orvane/platform/base/Utf8.h>
 
 #include <algorithm>
 #include <array>

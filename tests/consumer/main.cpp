@@ -1,6 +1,6 @@
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/HostApplication.h>
-#include <orvane/platform/SceneClassifier.h>
+#include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/vision/SceneClassifier.h>
 #include <orvane/transport/S3MultipartUploader.h>
 
 #include <cstdio>

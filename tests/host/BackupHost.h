@@ -1,5 +1,10 @@
 #pragma once
 
+#include "support/ChildProcess.h"
+#include "support/FaultServer.h"
+#include "support/ObjectStore.h"
+#include "support/TemporaryDirectory.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,11 +13,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "support/ChildProcess.h"
-#include "support/FaultServer.h"
-#include "support/ObjectStore.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane::testing {
 

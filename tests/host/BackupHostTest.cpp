@@ -1,13 +1,13 @@
 #include "BackupHost.h"
 
+#include "support/TlsServer.h"
+
 #include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <map>
 #include <set>
 #include <thread>
-
-#include "support/TlsServer.h"
 
 namespace orvane::testing {
 namespace {

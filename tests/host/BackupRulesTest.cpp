@@ -1,10 +1,11 @@
-#include <gtest/gtest.h>
-#include <orvane/platform/UrlError.h>
+#include <orvane/platform/http/UrlError.h>
 #include <orvane/transport/S3Error.h>
 
-#include <chrono>
-
 #include "examples/backup/Rules.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
 
 namespace backup {
 namespace {

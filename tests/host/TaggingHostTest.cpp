@@ -1,13 +1,12 @@
 #include "BackupHost.h"
+#include "support/SecretService.h"
+#include "support/TestImage.h"
 
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <set>
 #include <sstream>
-
-#include "support/SecretService.h"
-#include "support/TestImage.h"
 
 namespace orvane::testing {
 namespace {

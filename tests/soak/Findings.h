@@ -1,7 +1,7 @@
 #pragma once
 
 #include <orvane/Async.h>
-#include <orvane/platform/UrlError.h>
+#include <orvane/platform/http/UrlError.h>
 #include <orvane/transport/RetryPolicy.h>
 
 #include <algorithm>

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Findings.h"
+
 #include <malloc.h>
 #include <unistd.h>
 
@@ -12,8 +14,6 @@
 #include <ostream>
 #include <span>
 #include <vector>
-
-#include "Findings.h"
 
 namespace orvane::soak {
 

@@ -3,11 +3,11 @@
 #include <orvane/tagsync/TagSyncService.h>
 #include <orvane/transport/S3Uploader.h>
 
-#include <algorithm>
-#include <vector>
-
 #include "Work.h"
 #include "support/Run.h"
+
+#include <algorithm>
+#include <vector>
 
 namespace orvane::soak {
 namespace {

@@ -4,16 +4,16 @@
 #include <orvane/transport/S3Uploader.h>
 #include <orvane/transport/TalvexAPIService.h>
 
+#include "Work.h"
+#include "support/Run.h"
+#include "support/TemporaryDirectory.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <future>
 #include <random>
 #include <utility>
 #include <vector>
-
-#include "Work.h"
-#include "support/Run.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane::soak {
 namespace {

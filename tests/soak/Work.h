@@ -2,13 +2,13 @@
 
 #include <orvane/transport/S3Config.h>
 
+#include "Findings.h"
+#include "support/ObjectStore.h"
+
 #include <chrono>
 #include <stop_token>
 #include <string>
 #include <thread>
-
-#include "Findings.h"
-#include "support/ObjectStore.h"
 
 namespace orvane::soak {
 

@@ -6,11 +6,20 @@
 // usage: orvane_soak SECONDS     through ctest, which says where the store is
 
 #include <orvane/bookkeeping/DeviceUUID.h>
-#include <orvane/platform/HostApplication.h>
-#include <orvane/platform/SystemLog.h>
-#include <orvane/platform/UrlError.h>
+#include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/host/SystemLog.h>
+#include <orvane/platform/http/UrlError.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/TagSyncService.h>
+
+#include "Findings.h"
+#include "Resources.h"
+#include "Work.h"
+#include "support/ChildProcess.h"
+#include "support/ObjectStore.h"
+#include "support/Run.h"
+#include "support/StoreConfig.h"
+#include "support/TemporaryDirectory.h"
 
 #include <chrono>
 #include <csignal>
@@ -23,15 +32,6 @@
 #include <string_view>
 #include <thread>
 #include <vector>
-
-#include "Findings.h"
-#include "Resources.h"
-#include "Work.h"
-#include "support/ChildProcess.h"
-#include "support/ObjectStore.h"
-#include "support/Run.h"
-#include "support/StoreConfig.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane::soak {
 namespace {

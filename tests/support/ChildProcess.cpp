@@ -1,5 +1,7 @@
 #include "support/ChildProcess.h"
 
+#include "support/OtherUser.h"
+
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -10,8 +12,6 @@
 #include <map>
 #include <stdexcept>
 #include <utility>
-
-#include "support/OtherUser.h"
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): glibc declares it for GNU only
 

@@ -1,8 +1,9 @@
 #include "support/FaultServer.h"
 
+#include <orvane/platform/base/Ascii.h>
+
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <orvane/platform/Ascii.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <orvane/platform/FileDescriptor.h>
+#include <orvane/platform/files/FileDescriptor.h>
+
+#include "support/Reaction.h"
 
 #include <condition_variable>
 #include <cstddef>
@@ -15,8 +17,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include "support/Reaction.h"
 
 namespace orvane::testing {
 

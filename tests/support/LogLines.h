@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orvane/platform/SystemLog.h>
+#include <orvane/platform/host/SystemLog.h>
 
 #include <mutex>
 #include <string>

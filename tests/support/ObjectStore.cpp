@@ -1,13 +1,13 @@
 #include "support/ObjectStore.h"
 
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
 #include <simdjson.h>
 
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
-
-#include "support/ChildProcess.h"
-#include "support/TemporaryDirectory.h"
 
 namespace orvane::testing {
 namespace {

@@ -1,13 +1,13 @@
 #include "support/OtherUser.h"
 
+#include "support/TemporaryDirectory.h"
+
 #include <grp.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <stdexcept>
-
-#include "support/TemporaryDirectory.h"
 
 namespace orvane::testing {
 namespace {

@@ -1,5 +1,7 @@
 #include "support/SecretService.h"
 
+#include "support/TemporaryDirectory.h"
+
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -7,8 +9,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "support/TemporaryDirectory.h"
 
 namespace orvane::testing {
 namespace {

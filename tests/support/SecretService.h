@@ -1,10 +1,10 @@
 #pragma once
 
+#include "support/ChildProcess.h"
+
 #include <cstddef>
 #include <optional>
 #include <string>
-
-#include "support/ChildProcess.h"
 
 namespace orvane::testing {
 

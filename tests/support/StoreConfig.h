@@ -2,9 +2,9 @@
 
 #include <orvane/transport/S3Config.h>
 
-#include <string>
-
 #include "support/ObjectStore.h"
+
+#include <string>
 
 namespace orvane::testing {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <orvane/platform/DatabaseQueue.h>
-#include <orvane/platform/HostApplication.h>
+#include <orvane/platform/database/DatabaseQueue.h>
+#include <orvane/platform/host/HostApplication.h>
 
 #include <filesystem>
 #include <memory>

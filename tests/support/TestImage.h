@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orvane/platform/internal/ImageReader.h>
+#include <orvane/platform/images/ImageReader.h>
 
 #include <array>
 #include <filesystem>

@@ -1,9 +1,9 @@
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-
-#include "support/ChildProcess.h"
-#include "support/TemporaryDirectory.h"
 
 // Every test runs in a process of its own, in a new folder that holds all it writes; loopback
 // traffic never goes through a proxy of the machine.

@@ -1,11 +1,11 @@
 #include "support/TlsServer.h"
 
+#include "support/TemporaryDirectory.h"
+
 #include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <vector>
-
-#include "support/TemporaryDirectory.h"
 
 namespace orvane::testing {
 namespace {

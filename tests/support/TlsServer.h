@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "support/ChildProcess.h"
+
+#include <string>
 
 namespace orvane::testing {
 

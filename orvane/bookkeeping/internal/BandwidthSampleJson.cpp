@@ -1,12 +1,15 @@
 #include <orvane/bookkeeping/internal/BandwidthSampleJson.h>
-#include <orvane/platform/Uuid.h>
-#include <orvane/platform/internal/JsonReader.h>
-#include <orvane/platform/internal/JsonWriter.h>
 
-namespace orvane::internal {
+#include <orvane/platform/base/Uuid.h>
+#include <orvane/platform/json/JsonReader.h>
+#include <orvane/platform/json/JsonWriter.h>
+
+namespace orvane::bookkeeping {
 namespace {
 
-bool readUuid(ondemand::value& value, std::string& result) {
+using platform::read;
+
+bool readUuid(simdjson::ondemand::value& value, std::string& result) {
   std::string text;
   if (!read(value, text)) return false;
   auto uuid = platform::uuidFrom(text);
@@ -18,32 +21,34 @@ bool readUuid(ondemand::value& value, std::string& result) {
 
 std::optional<BandwidthSampleJson::Samples> BandwidthSampleJson::decode(std::string_view json) {
   using S = BandwidthSample;
-  static constexpr Members<S, 3> kMembers = {{
-      {"id", true, [](ondemand::value& value, S& sample) { return readUuid(value, sample.id_); }},
+  static constexpr platform::Members<S, 3> kMembers = {{
+      {"id", true,
+       [](simdjson::ondemand::value& value, S& sample) { return readUuid(value, sample.id_); }},
       {"timestamp", true,
-       [](ondemand::value& value, S& sample) {
+       [](simdjson::ondemand::value& value, S& sample) {
          return read(value, sample.timestamp_.secondsSinceReferenceDate);
        }},
-      requiredMember<S, &S::bytesPerSecond_>("bytesPerSecond"),
+      platform::requiredMember<S, &S::bytesPerSecond_>("bytesPerSecond"),
   }};
   Samples samples;
-  const auto readSamples = [&samples](ondemand::array& array) {
+  const auto readSamples = [&samples](simdjson::ondemand::array& array) {
     for (auto item : array) {
-      ondemand::object object;
+      simdjson::ondemand::object object;
       samples.push_back(S());
       if (std::move(item).get_object().get(object)) return false;
-      if (!readMembers(object, kMembers, samples.back())) return false;
+      if (!platform::readMembers(object, kMembers, samples.back())) return false;
     }
     return true;
   };
-  if (!readDocument<ondemand::array>(simdjson::padded_string(json), readSamples)) {
+  if (!platform::readDocument<simdjson::ondemand::array>(simdjson::padded_string(json),
+                                                         readSamples)) {
     return std::nullopt;
   }
   return samples;
 }
 
 std::optional<std::string> BandwidthSampleJson::encode(const Samples& samples) {
-  JsonWriter writer;
+  platform::JsonWriter writer;
   writer.beginArray();
   for (const auto& sample : samples) {
     writer.beginObject();
@@ -57,4 +62,4 @@ std::optional<std::string> BandwidthSampleJson::encode(const Samples& samples) {
   return std::string(writer.text());
 }
 
-}  // namespace orvane::internal
+}  // namespace orvane::bookkeeping

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace orvane::internal {
+namespace orvane::bookkeeping {
 
 /// The JSON form of samples: an array of objects with the fields "id", "timestamp" and
 /// "bytesPerSecond".
@@ -22,4 +22,4 @@ struct BandwidthSampleJson {
   [[nodiscard]] static std::optional<std::string> encode(const Samples& samples);
 };
 
-}  // namespace orvane::internal
+}  // namespace orvane::bookkeeping

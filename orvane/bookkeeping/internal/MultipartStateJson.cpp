@@ -1,37 +1,40 @@
 #include <orvane/bookkeeping/internal/MultipartStateJson.h>
 
-namespace orvane::internal {
+namespace orvane::bookkeeping {
 namespace {
 
-bool readParts(ondemand::value& value, MultipartState& state) {
+using platform::read;
+
+bool readParts(simdjson::ondemand::value& value, MultipartState& state) {
   auto& parts = state.completedParts;
   parts.clear();
-  ondemand::object object;
+  simdjson::ondemand::object object;
   return !value.get_object().get(object) &&
-         readMap(object, [&parts](std::string_view number, ondemand::value& etag) {
-           return internal::read(etag, parts[std::string(number)]);
-         });
+         platform::readMap(object,
+                           [&parts](std::string_view number, simdjson::ondemand::value& etag) {
+                             return platform::read(etag, parts[std::string(number)]);
+                           });
 }
 
 }  // namespace
 
 MultipartState MultipartStateJson::blank() { return {{}, {}, {}, {}, 0, 0, {}}; }
 
-bool MultipartStateJson::read(ondemand::object& object, MultipartState& state) {
+bool MultipartStateJson::read(simdjson::ondemand::object& object, MultipartState& state) {
   using M = MultipartState;
-  static constexpr Members<M, 7> kMembers = {{
-      requiredMember<M, &M::assetId_>("assetId"),
-      requiredMember<M, &M::uploadId_>("uploadId"),
-      requiredMember<M, &M::key_>("key"),
-      requiredMember<M, &M::contentType_>("contentType"),
-      requiredMember<M, &M::totalParts_>("totalParts"),
-      requiredMember<M, &M::fileSize_>("fileSize"),
+  static constexpr platform::Members<M, 7> kMembers = {{
+      platform::requiredMember<M, &M::assetId_>("assetId"),
+      platform::requiredMember<M, &M::uploadId_>("uploadId"),
+      platform::requiredMember<M, &M::key_>("key"),
+      platform::requiredMember<M, &M::contentType_>("contentType"),
+      platform::requiredMember<M, &M::totalParts_>("totalParts"),
+      platform::requiredMember<M, &M::fileSize_>("fileSize"),
       {"completedParts", true, readParts},
   }};
-  return readMembers(object, kMembers, state);
+  return platform::readMembers(object, kMembers, state);
 }
 
-bool MultipartStateJson::write(JsonWriter& writer, const MultipartState& state) {
+bool MultipartStateJson::write(platform::JsonWriter& writer, const MultipartState& state) {
   writer.beginObject();
   writer.member("assetId", state.assetId());
   writer.member("uploadId", state.uploadId());
@@ -47,4 +50,4 @@ bool MultipartStateJson::write(JsonWriter& writer, const MultipartState& state) 
   return writer.ok();
 }
 
-}  // namespace orvane::internal
+}  // namespace orvane::bookkeeping

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <orvane/bookkeeping/MultipartState.h>
-#include <orvane/platform/internal/JsonReader.h>
-#include <orvane/platform/internal/JsonWriter.h>
+#include <orvane/platform/json/JsonReader.h>
+#include <orvane/platform/json/JsonWriter.h>
 
-namespace orvane::internal {
+namespace orvane::bookkeeping {
 
 /// The JSON form of a `MultipartState`: an object with its seven fields, all of them required.
 struct MultipartStateJson {
@@ -12,10 +12,10 @@ struct MultipartStateJson {
   [[nodiscard]] static MultipartState blank();
 
   /// Reads the object into `state`, which must be blank. False leaves it half read.
-  [[nodiscard]] static bool read(ondemand::object& object, MultipartState& state);
+  [[nodiscard]] static bool read(simdjson::ondemand::object& object, MultipartState& state);
 
   /// Writes the state as one object. False when it has no JSON form.
-  [[nodiscard]] static bool write(JsonWriter& writer, const MultipartState& state);
+  [[nodiscard]] static bool write(platform::JsonWriter& writer, const MultipartState& state);
 };
 
-}  // namespace orvane::internal
+}  // namespace orvane::bookkeeping

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <orvane/platform/internal/JsonReader.h>
-#include <orvane/platform/internal/JsonWriter.h>
+#include <orvane/platform/json/JsonReader.h>
+#include <orvane/platform/json/JsonWriter.h>
+
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include <algorithm>
-#include <boost/unordered/unordered_flat_map.hpp>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -14,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-namespace orvane::internal {
+namespace orvane::bookkeeping {
 
 /// A map from key to record that can be written as one JSON object at little more cost than copying
 /// its bytes: a few neighbours at a time keep their encoded form, until one of them changes.
@@ -94,12 +95,13 @@ class RecordMap {
   /// entries of one key the last one counts.
   [[nodiscard]] static std::optional<RecordMap> decode(const simdjson::padded_string& text) {
     RecordMap map;
-    const auto readEntry = [&map](std::string_view key, ondemand::value& value) {
-      ondemand::object object;
+    const auto readEntry = [&map](std::string_view key, simdjson::ondemand::value& value) {
+      simdjson::ondemand::object object;
       return !value.get_object().get(object) && Json::read(object, map.append(key).record);
     };
-    const bool readable =
-        readDocument(text, [&](ondemand::object& object) { return readMap(object, readEntry); });
+    const bool readable = platform::readDocument(text, [&](simdjson::ondemand::object& object) {
+      return platform::readMap(object, readEntry);
+    });
     if (!readable) return std::nullopt;
     map.fillIndex();
     return map;
@@ -107,7 +109,7 @@ class RecordMap {
 
   /// Makes sure that every entry is encoded. False when some record has no JSON form.
   [[nodiscard]] bool encodeAll() {
-    JsonWriter writer(BadText::repair);
+    platform::JsonWriter writer(platform::BadText::repair);
     return std::ranges::all_of(
         groups_, [&writer](Group& group) { return !group.json.empty() || encode(group, writer); });
   }
@@ -187,7 +189,7 @@ class RecordMap {
   }
 
   /// False, and nothing is changed, when a record has no JSON form.
-  [[nodiscard]] static bool encode(Group& group, JsonWriter& writer) {
+  [[nodiscard]] static bool encode(Group& group, platform::JsonWriter& writer) {
     writer.restart();
     writer.beginObject();
     for (const auto& entry : group.entries) {
@@ -205,4 +207,4 @@ class RecordMap {
   boost::unordered_flat_map<std::string_view, std::size_t, std::hash<std::string_view>> index_;
 };
 
-}  // namespace orvane::internal
+}  // namespace orvane::bookkeeping

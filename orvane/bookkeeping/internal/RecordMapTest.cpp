@@ -1,12 +1,14 @@
-#include <gtest/gtest.h>
 #include <orvane/bookkeeping/internal/RecordMap.h>
+
 #include <orvane/bookkeeping/internal/UploadRecordJson.h>
+
+#include <gtest/gtest.h>
 
 #include <map>
 #include <random>
 #include <string>
 
-namespace orvane::internal {
+namespace orvane::bookkeeping {
 namespace {
 
 using Records = RecordMap<UploadRecord, UploadRecordJson>;
@@ -75,4 +77,4 @@ TEST(RecordMapTest, DoesWhatAPlainMapDoes) {
 }
 
 }  // namespace
-}  // namespace orvane::internal
+}  // namespace orvane::bookkeeping

@@ -1,12 +1,13 @@
 #pragma once
 
-#include <orvane/bookkeeping/internal/JsonFile.h>
 #include <orvane/bookkeeping/internal/RecordMap.h>
-#include <orvane/platform/Bytes.h>
-#include <orvane/platform/HostApplication.h>
-#include <orvane/platform/SerialQueue.h>
-#include <orvane/platform/internal/ProcessExit.h>
+#include <orvane/platform/base/Bytes.h>
+#include <orvane/platform/concurrency/ProcessExit.h>
+#include <orvane/platform/concurrency/SerialQueue.h>
+#include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/json/JsonFile.h>
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-namespace orvane::internal {
+namespace orvane::bookkeeping {
 
 /// A `RecordMap` in memory that is mirrored to one JSON file: what the stores have in common.
 ///
@@ -26,8 +27,9 @@ class RecordStore {
  public:
   using Records = RecordMap<Record, Json>;
 
-  RecordStore(const std::string& queueLabelSuffix, std::string fileName)
-      : file_(std::move(fileName)), queue_(HostApplication::identifier() + queueLabelSuffix) {
+  RecordStore(const std::string& queueLabelSuffix, std::string_view fileName)
+      : file_(inApplicationSupport(fileName)),
+        queue_(HostApplication::identifier() + queueLabelSuffix) {
     load();
   }
 
@@ -87,6 +89,12 @@ class RecordStore {
   }
 
  private:
+  static std::optional<std::filesystem::path> inApplicationSupport(std::string_view name) {
+    const auto folder = HostApplication::applicationSupportDirectory();
+    if (!folder) return std::nullopt;
+    return *folder / name;
+  }
+
   void load() {
     const auto text = file_.read();
     if (!text) return;
@@ -107,8 +115,8 @@ class RecordStore {
   }
 
   Records records_;
-  JsonFile file_;
+  platform::JsonFile file_;
   platform::SerialQueue queue_;  ///< Last: ending it runs what is queued, with the others.
 };
 
-}  // namespace orvane::internal
+}  // namespace orvane::bookkeeping

@@ -1,11 +1,11 @@
 #include <orvane/bookkeeping/internal/UploadRecordJson.h>
 
-namespace orvane::internal {
+namespace orvane::bookkeeping {
 namespace {
 
-using internal::read;
+using platform::read;
 
-bool read(ondemand::value& value, UploadStatus& result) {
+bool read(simdjson::ondemand::value& value, UploadStatus& result) {
   std::string text;
   if (!read(value, text)) return false;
   const auto status = uploadStatusFromText(text);
@@ -13,26 +13,27 @@ bool read(ondemand::value& value, UploadStatus& result) {
   return status.has_value();
 }
 
-bool read(ondemand::value& value, Date& result) {
+bool read(simdjson::ondemand::value& value, Date& result) {
   return read(value, result.secondsSinceReferenceDate);
 }
 
 template <class Value>
-bool read(ondemand::value& value, std::optional<Value>& result) {
+bool read(simdjson::ondemand::value& value, std::optional<Value>& result) {
   return read(value, result.emplace());
 }
 
 template <auto field>
-constexpr Member<UploadRecord> required(std::string_view name) {
-  return {name, true,
-          [](ondemand::value& value, UploadRecord& record) { return read(value, record.*field); }};
+constexpr platform::Member<UploadRecord> required(std::string_view name) {
+  return {name, true, [](simdjson::ondemand::value& value, UploadRecord& record) {
+            return read(value, record.*field);
+          }};
 }
 
 /// A member that may be absent or null, which both mean the field's default.
 template <auto field>
-constexpr Member<UploadRecord> optional(std::string_view name) {
-  return {name, false, [](ondemand::value& value, UploadRecord& record) {
-            if (!readNull(value)) return read(value, record.*field);
+constexpr platform::Member<UploadRecord> optional(std::string_view name) {
+  return {name, false, [](simdjson::ondemand::value& value, UploadRecord& record) {
+            if (!platform::readNull(value)) return read(value, record.*field);
             record.*field = UploadRecordJson::blank().*field;
             return true;
           }};
@@ -42,9 +43,9 @@ constexpr Member<UploadRecord> optional(std::string_view name) {
 
 UploadRecord UploadRecordJson::blank() { return {{}, {}, UploadStatus::pending, 0, 0}; }
 
-bool UploadRecordJson::read(ondemand::object& object, UploadRecord& record) {
+bool UploadRecordJson::read(simdjson::ondemand::object& object, UploadRecord& record) {
   using R = UploadRecord;
-  static constexpr Members<R, 12> kMembers = {{
+  static constexpr platform::Members<R, 12> kMembers = {{
       required<&R::id_>("id"),
       required<&R::filename_>("filename"),
       required<&R::status>("status"),
@@ -58,10 +59,10 @@ bool UploadRecordJson::read(ondemand::object& object, UploadRecord& record) {
       optional<&R::tags>("tags"),
       optional<&R::tagsVersion>("tagsVersion"),
   }};
-  return readMembers(object, kMembers, record);
+  return platform::readMembers(object, kMembers, record);
 }
 
-bool UploadRecordJson::write(JsonWriter& writer, const UploadRecord& record) {
+bool UploadRecordJson::write(platform::JsonWriter& writer, const UploadRecord& record) {
   const auto status = uploadStatusText(record.status);
   if (status.empty()) return false;
   writer.beginObject();
@@ -83,4 +84,4 @@ bool UploadRecordJson::write(JsonWriter& writer, const UploadRecord& record) {
   return writer.ok();
 }
 
-}  // namespace orvane::internal
+}  // namespace orvane::bookkeeping

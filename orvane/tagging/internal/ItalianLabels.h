@@ -4,7 +4,7 @@
 
 #include <array>
 
-namespace orvane::internal {
+namespace orvane::tagging {
 
 /// Every label that has an Italian name, sorted by the label's bytes.
 inline constexpr auto kItalianLabels = std::to_array<Translation>({
@@ -991,4 +991,4 @@ inline constexpr auto kItalianLabels = std::to_array<Translation>({
     {"zipper", "cerniera"},
 });
 
-}  // namespace orvane::internal
+}  // namespace orvane::tagging

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace orvane::internal {
+namespace orvane::tagging {
 namespace {
 
 using platform::Database;
@@ -67,4 +67,4 @@ platform::DatabaseMigrator tagDatabaseMigrator() {
   return migrator;
 }
 
-}  // namespace orvane::internal
+}  // namespace orvane::tagging

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <orvane/platform/DatabaseMigrator.h>
+#include <orvane/platform/database/DatabaseMigrator.h>
 
-namespace orvane::internal {
+namespace orvane::tagging {
 
 /// The steps that lead a file of tags, of any age, to the present layout.
 [[nodiscard]] platform::DatabaseMigrator tagDatabaseMigrator();
 
-}  // namespace orvane::internal
+}  // namespace orvane::tagging

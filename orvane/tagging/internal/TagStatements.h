@@ -3,7 +3,7 @@
 #include <string_view>
 
 /// What `TagDatabase` asks of its file; the layout is in TagDatabaseSchema.cpp.
-namespace orvane::internal::statements {
+namespace orvane::tagging::statements {
 
 inline constexpr std::string_view kUpsertTag =
     "INSERT OR REPLACE INTO asset_tags"
@@ -56,4 +56,4 @@ inline constexpr std::string_view kDeleteBackfillProgress =
 inline constexpr std::string_view kGetBackfillProgress =
     "SELECT total, processed, completed FROM backfill_progress WHERE id = 1";
 
-}  // namespace orvane::internal::statements
+}  // namespace orvane::tagging::statements

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orvane/platform/Bytes.h>
+#include <orvane/platform/base/Bytes.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/internal/TagObject.h>
 
@@ -11,7 +11,7 @@
 
 /// What passes between the stores of this device and tag objects. Everything here blocks on the
 /// stores.
-namespace orvane::internal {
+namespace orvane::tagsync {
 
 /// This device's tag object: a line for each asset that has a JSON form, with the object name that
 /// its upload record gives. `ts` is the time of the upload in milliseconds since 1970.
@@ -39,4 +39,4 @@ using AssetsByObjectName = std::unordered_map<std::string, std::string>;
 [[nodiscard]] std::int64_t mergeTags(TagObjectReader& object, const TagDatabase& database,
                                      std::string_view remoteUUID, const AssetsByObjectName& assets);
 
-}  // namespace orvane::internal
+}  // namespace orvane::tagsync

@@ -1,12 +1,13 @@
 #include <orvane/tagsync/internal/TagListing.h>
-#include <orvane/transport/internal/ETag.h>
-#include <orvane/transport/internal/NextElement.h>
 
-namespace orvane::internal {
+#include <orvane/transport/ETag.h>
+#include <orvane/transport/NextElement.h>
+
+namespace orvane::tagsync {
 namespace {
 
-std::string_view firstElement(std::string_view text, const ElementTags& tags) {
-  return nextElement(text, tags).value_or("");
+std::string_view firstElement(std::string_view text, const transport::ElementTags& tags) {
+  return transport::nextElement(text, tags).value_or("");
 }
 
 /// The identifier in a tag object's key; empty for every other key.
@@ -22,13 +23,13 @@ std::string_view identifierIn(std::string_view key, std::string_view listPrefix)
 
 std::vector<RemoteTagFile> tagFilesInListing(std::string_view text, std::string_view listPrefix) {
   std::vector<RemoteTagFile> files;
-  while (const auto entry = nextElement(text, {"<Contents>", "</Contents>"})) {
+  while (const auto entry = transport::nextElement(text, {"<Contents>", "</Contents>"})) {
     const auto uuid = identifierIn(firstElement(*entry, {"<Key>", "</Key>"}), listPrefix);
     if (uuid.empty()) continue;
     const auto eTag = firstElement(*entry, {"<ETag>", "</ETag>"});
-    files.push_back({std::string(uuid), etagFromXml(eTag)});
+    files.push_back({std::string(uuid), transport::etagFromXml(eTag)});
   }
   return files;
 }
 
-}  // namespace orvane::internal
+}  // namespace orvane::tagsync

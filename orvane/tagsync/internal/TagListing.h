@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-namespace orvane::internal {
+namespace orvane::tagsync {
 
 /// The tag object of one device, as a listing of the bucket names it.
 struct RemoteTagFile {
@@ -23,4 +23,4 @@ inline constexpr std::string_view kTagFileName = "/tags.jsonl";
 [[nodiscard]] std::vector<RemoteTagFile> tagFilesInListing(std::string_view text,
                                                            std::string_view listPrefix);
 
-}  // namespace orvane::internal
+}  // namespace orvane::tagsync

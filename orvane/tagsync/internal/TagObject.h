@@ -1,13 +1,11 @@
 #pragma once
 
-#include <orvane/platform/Bytes.h>
-#include <orvane/platform/internal/JsonReader.h>
-#include <orvane/platform/internal/JsonWriter.h>
+#include <orvane/platform/base/Bytes.h>
+#include <orvane/platform/json/JsonReader.h>
+#include <orvane/platform/json/JsonWriter.h>
 #include <orvane/tagging/TagWithConfidence.h>
 
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,41 +19,24 @@
 ///
 /// "ts" is the time of the upload in milliseconds since 1970; "s3_key", the asset's object name, is
 /// left out when it is not known.
-namespace orvane::internal {
+namespace orvane::tagsync {
 
-/// Most of what is written always stays the same, or needs no escapes; so a line is put together
-/// from pieces, and only texts that need more go through a `JsonWriter`.
 class TagObjectWriter {
  public:
   /// `ts` goes into every line.
-  explicit TagObjectWriter(std::int64_t ts);
+  explicit TagObjectWriter(std::int64_t ts) : ts_(ts) {}
 
   /// Appends the asset's line; or nothing, when a text is not UTF-8 or a confidence not finite. An
   /// empty `s3Key` is not known.
   void append(std::string_view assetId, const std::vector<TagWithConfidence>& tags,
               std::string_view s3Key);
 
-  /// Makes room for so many lines in all, like those appended so far.
-  void reserve(std::size_t lines);
-
   [[nodiscard]] Bytes takeBody() { return std::exchange(body_, {}); }
 
  private:
-  /// Returns where `size` bytes can be written, which from now on belong to the line.
-  char* extend(std::size_t size);
-  void add(std::string_view json) { std::memcpy(extend(json.size()), json.data(), json.size()); }
-  /// The text between quotes, which are in the pieces around it.
-  void addText(std::string_view text);
-  void addNumber(double number);
-  void addTags(const std::vector<TagWithConfidence>& tags);
-
-  std::string afterTags_;  ///< The members that are the same in every line.
-  std::vector<char> line_;
-  std::size_t length_ = 0;  ///< Of the line under way, at the start of `line_`.
-  bool ok_ = true;          ///< Whether the line under way can be written.
-  JsonWriter escaper_;
+  std::int64_t ts_;
+  platform::JsonWriter line_;
   Bytes body_;
-  std::size_t lines_ = 0;
 };
 
 /// What a line says. A member that is missing or of another type is nothing; what it is good for is
@@ -93,7 +74,7 @@ class TagObjectReader {
 
   std::string body_;  ///< With some bytes after its end that the parser may touch.
   std::string_view rest_;
-  ondemand::parser parser_;
+  simdjson::ondemand::parser parser_;
 };
 
-}  // namespace orvane::internal
+}  // namespace orvane::tagsync

@@ -1,9 +1,14 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <orvane/tagsync/internal/TagObject.h>
+
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/internal/TagExchange.h>
 #include <orvane/tagsync/internal/TagListing.h>
-#include <orvane/tagsync/internal/TagObject.h>
+
+#include "support/ChildProcess.h"
+#include "support/MemoryGrowth.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cmath>
 #include <iostream>
@@ -12,10 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "support/ChildProcess.h"
-#include "support/MemoryGrowth.h"
-
-namespace orvane::internal {
+namespace orvane::tagsync {
 namespace {
 
 using namespace std::string_literals;
@@ -59,10 +61,8 @@ TEST(TagObject, LeavesOutAssetsWithoutJsonForm) {
   writer.append("A", {{"mare", std::nan("")}}, "k");
   writer.append("A", {{"mare", std::numeric_limits<double>::infinity()}}, "k");
   writer.append("A", fine, "\xc3");
-  writer.reserve(10);
   EXPECT_EQ(textOfObject(writer), "");
   writer.append("A", fine, "");
-  writer.reserve(1000);
   EXPECT_EQ(linesOf(textOfObject(writer)).at(0).tags, fine);
 }
 
@@ -246,4 +246,4 @@ TEST(TagListing, FindsTheTagObjects) {
 }
 
 }  // namespace
-}  // namespace orvane::internal
+}  // namespace orvane::tagsync

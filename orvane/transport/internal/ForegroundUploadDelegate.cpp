@@ -1,4 +1,5 @@
 #include <orvane/transport/internal/ForegroundUploadDelegate.h>
+
 #include <orvane/transport/internal/MultipartProtocol.h>
 
 #include <utility>

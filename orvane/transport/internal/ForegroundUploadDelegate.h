@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orvane/platform/HttpResponse.h>
+#include <orvane/platform/http/HttpResponse.h>
 #include <orvane/transport/UploadCallbacks.h>
 
 #include <cstdint>

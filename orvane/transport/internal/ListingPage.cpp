@@ -1,11 +1,12 @@
-#include <orvane/transport/internal/ETag.h>
 #include <orvane/transport/internal/ListingPage.h>
-#include <orvane/transport/internal/NextElement.h>
+
+#include <orvane/transport/ETag.h>
+#include <orvane/transport/NextElement.h>
 
 #include <algorithm>
 #include <cstddef>
 
-namespace orvane::internal {
+namespace orvane::transport {
 namespace {
 
 constexpr ElementTags kContents{"<Contents>", "</Contents>"};
@@ -68,4 +69,4 @@ std::optional<std::string> parseToken(std::string_view text) {
   return std::string(*token);
 }
 
-}  // namespace orvane::internal
+}  // namespace orvane::transport

@@ -12,7 +12,7 @@
 // element, "<Key>(.*?)</Key>": tags without attributes, the nearest closing tag, in the element's
 // text no line break of those that Unicode knows, entity references as they are. But the time is
 // proportional to the length of the text, whatever that holds.
-namespace orvane::internal {
+namespace orvane::transport {
 
 /// Key and ETag of each "Contents", in their order: of the first "Key" element and of the first
 /// "ETag" element in it, the latter without quotes, escaped ones included. An entry without key is
@@ -22,4 +22,4 @@ namespace orvane::internal {
 /// The text of the first "NextContinuationToken" element, unless it is empty.
 [[nodiscard]] std::optional<std::string> parseToken(std::string_view text);
 
-}  // namespace orvane::internal
+}  // namespace orvane::transport

@@ -1,6 +1,7 @@
+#include <orvane/transport/internal/MultipartProtocol.h>
+
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/XMLTagParser.h>
-#include <orvane/transport/internal/MultipartProtocol.h>
 
 #include <algorithm>
 #include <chrono>

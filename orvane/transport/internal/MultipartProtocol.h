@@ -1,9 +1,9 @@
 #pragma once
 
 #include <orvane/Error.h>
-#include <orvane/platform/Bytes.h>
-#include <orvane/platform/HttpRequest.h>
-#include <orvane/platform/HttpResponse.h>
+#include <orvane/platform/base/Bytes.h>
+#include <orvane/platform/http/HttpRequest.h>
+#include <orvane/platform/http/HttpResponse.h>
 #include <orvane/transport/AWSSignatureV4.h>
 
 #include <cstdint>

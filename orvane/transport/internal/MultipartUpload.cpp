@@ -1,9 +1,10 @@
-#include <orvane/platform/BackgroundQueue.h>
-#include <orvane/platform/MappedMemory.h>
+#include <orvane/transport/internal/MultipartUpload.h>
+
+#include <orvane/platform/base/MappedMemory.h>
+#include <orvane/platform/concurrency/BackgroundQueue.h>
+#include <orvane/transport/ETag.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
-#include <orvane/transport/internal/ETag.h>
-#include <orvane/transport/internal/MultipartUpload.h>
 
 #include <utility>
 
@@ -17,7 +18,7 @@ Result<std::string> etagOfPart(Result<HttpResponse> answer) {
   if (!answer) return std::unexpected(answer.error());
   const auto etag = answer->headers.get("ETag");
   if (!etag) return std::unexpected(S3Error::serverError("Missing ETag"));
-  return etagFromHeader(*etag);
+  return transport::etagFromHeader(*etag);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <orvane/platform/FileReader.h>
-#include <orvane/platform/HttpSession.h>
+#include <orvane/platform/files/FileReader.h>
+#include <orvane/platform/http/HttpSession.h>
 #include <orvane/transport/AWSSignatureV4.h>
 #include <orvane/transport/S3Config.h>
 #include <orvane/transport/UploadCallbacks.h>

@@ -1,0 +1,43 @@
+# orvane_add_room(NAME HEADERS ... SOURCES ... TESTS ... LINK ... PRIVATE_LINK ...)
+#
+# A folder of orvane/ as a static library `orvane::NAME` with its tests beside it. HEADERS are
+# public: installed, and compiled alone by the target `all_verify_interface_header_sets`. Headers of
+# the folder that are not listed are for other rooms of the engine; those in internal/ for this one.
+# LINK is what the folder's headers need; PRIVATE_LINK is used by sources only.
+function(orvane_add_room name)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "HEADERS;SOURCES;TESTS;LINK;PRIVATE_LINK")
+  add_library(orvane_${name} STATIC ${ARG_SOURCES})
+  add_library(orvane::${name} ALIAS orvane_${name})
+  target_sources(orvane_${name} PUBLIC FILE_SET HEADERS
+    BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${ARG_HEADERS})
+  target_compile_features(orvane_${name} PUBLIC cxx_std_23)
+  target_link_libraries(orvane_${name}
+    PUBLIC ${ARG_LINK}
+    PRIVATE $<BUILD_INTERFACE:orvane_warnings> ${ARG_PRIVATE_LINK})
+  set_target_properties(orvane_${name} PROPERTIES
+    EXPORT_NAME ${name}
+    POSITION_INDEPENDENT_CODE ON
+    VERIFY_INTERFACE_HEADER_SETS ON)
+  set_property(GLOBAL APPEND PROPERTY ORVANE_ROOMS orvane_${name})
+  if(ORVANE_INSTALL)
+    install(TARGETS orvane_${name} EXPORT orvaneTargets
+      FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  endif()
+  if(ORVANE_BUILD_TESTS AND ARG_TESTS)
+    orvane_add_test(${name}_tests SOURCES ${ARG_TESTS} LINK orvane::${name} ${ARG_PRIVATE_LINK})
+  endif()
+endfunction()
+
+# orvane_add_test(NAME SOURCES ... LINK ... [TIMEOUT seconds] [LABELS ...] [PROPERTIES ...])
+#
+# A GoogleTest program, each of whose cases ctest runs in a process of its own.
+function(orvane_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" "TIMEOUT" "SOURCES;LINK;LABELS;PROPERTIES")
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LINK} orvane_testing orvane_warnings)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    PROPERTIES LABELS "${name};${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT} ${ARG_PROPERTIES})
+endfunction()

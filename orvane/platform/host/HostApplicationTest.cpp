@@ -1,0 +1,51 @@
+#include <orvane/platform/host/HostApplication.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace orvane {
+namespace {
+
+TEST(HostApplication, FollowsTheDataHomeByDefault) {
+  setenv("XDG_DATA_HOME", "/data", 1);
+  EXPECT_EQ(HostApplication::applicationSupportDirectory(),
+            "/data/org.orvane.engine/Application Support");
+  EXPECT_EQ(HostApplication::secretsDirectory(), "/data/org.orvane.engine/Secrets");
+  EXPECT_EQ(HostApplication::documentsDirectory(), "/data/org.orvane.engine/Documents");
+}
+
+TEST(HostApplication, FallsBackToTheHomeFolder) {
+  setenv("XDG_DATA_HOME", "not/absolute", 1);
+  setenv("HOME", "/home/me", 1);
+  EXPECT_EQ(HostApplication::documentsDirectory(),
+            "/home/me/.local/share/org.orvane.engine/Documents");
+}
+
+TEST(HostApplication, HasNoFolderWithoutAHome) {
+  unsetenv("XDG_DATA_HOME");
+  unsetenv("HOME");
+  EXPECT_EQ(HostApplication::applicationSupportDirectory(), std::nullopt);
+  EXPECT_EQ(HostApplication::documentsDirectory(), std::nullopt);
+}
+
+TEST(HostApplication, IsConfiguredOnceBeforeUse) {
+  for (const std::string identifier : {"", ".hidden", "a/b", "a b", "\u00e8"}) {
+    const auto refused = HostApplication::configure({.identifier = identifier});
+    EXPECT_EQ(refused.error().code(), 2) << identifier;
+  }
+  EXPECT_EQ(HostApplication::configure({.dataDirectory = "relative"}).error().code(), 3);
+  EXPECT_EQ(HostApplication::configure({.imageWorker = "relative"}).error().code(), 5);
+  ASSERT_TRUE(HostApplication::configure({.identifier = "org.example.app", .dataDirectory = "/d"}));
+  EXPECT_EQ(HostApplication::identifier(), "org.example.app");
+  EXPECT_EQ(HostApplication::documentsDirectory(), "/d/Documents");
+  EXPECT_EQ(HostApplication::configure({}).error().code(), 1);
+}
+
+TEST(HostApplication, RefusesConfigurationAfterUse) {
+  EXPECT_EQ(HostApplication::identifier(), "org.orvane.engine");
+  EXPECT_EQ(HostApplication::configure({}).error().code(), 1);
+}
+
+}  // namespace
+}  // namespace orvane

@@ -1,0 +1,169 @@
+#include <orvane/platform/host/Preferences.h>
+
+#include <orvane/platform/host/HostApplication.h>
+
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <ranges>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ChildMain;
+using testing::ChildProcess;
+
+constexpr int kKeys = 20;
+
+template <class T>
+concept Settable = requires(Preferences& preferences, T value) { preferences.set("key", value); };
+static_assert(Settable<bool> && Settable<std::int64_t> && Settable<ByteView>);
+static_assert(!Settable<const char*> && !Settable<std::string>, "a text is no preference");
+
+fs::path folder() { return HostApplication::applicationSupportDirectory().value(); }
+fs::path file() { return folder() / "preferences.sqlite"; }
+
+Bytes bytesFrom(std::string_view text) {
+  const auto view = bytesOf(text);
+  return {view.begin(), view.end()};
+}
+
+std::size_t filesNamed(std::string_view part) {
+  std::size_t count = 0;
+  for (const auto& entry : fs::directory_iterator(folder())) {
+    count += entry.path().filename().string().contains(part);
+  }
+  return count;
+}
+
+TEST(Preferences, KeepEachKindUnderItsKey) {
+  auto& preferences = Preferences::shared();
+  EXPECT_EQ(preferences.boolean("b"), std::nullopt);
+  preferences.set("b", true);
+  preferences.set("i", std::int64_t{INT64_MIN});
+  preferences.set(std::string_view("by\0tes", 6), bytesOf(std::string_view("\0\xff\0", 3)));
+  preferences.set("", ByteView());
+  EXPECT_EQ(preferences.boolean("b"), true);
+  EXPECT_EQ(preferences.integer("i"), INT64_MIN);
+  EXPECT_EQ(preferences.bytes(std::string_view("by\0tes", 6)), bytesFrom({"\0\xff\0", 3}));
+  EXPECT_EQ(preferences.bytes("by"), std::nullopt);
+  EXPECT_EQ(preferences.bytes(""), Bytes());
+
+  EXPECT_EQ(preferences.integer("b"), std::nullopt) << "another kind";
+  preferences.set("b", std::int64_t{7});
+  EXPECT_EQ(preferences.boolean("b"), std::nullopt) << "replaced by another kind";
+  EXPECT_EQ(preferences.integer("b"), 7);
+  preferences.remove("b");
+  EXPECT_EQ(preferences.integer("b"), std::nullopt);
+
+  struct stat status{};
+  ASSERT_EQ(stat(file().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  ASSERT_EQ(stat(folder().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0700U);
+}
+
+/// Writes `kKeys` keys of its own, and each time the one that all writers share.
+void writeKeys(const std::string& writer) {
+  for (int key = 0; key < kKeys; ++key) {
+    Preferences::shared().set(writer + '/' + std::to_string(key), std::int64_t{key});
+    Preferences::shared().set("shared", bytesOf(writer));
+  }
+}
+
+const ChildMain kWriter("preferences-writer", [](const auto& arguments) {
+  writeKeys(arguments.at(0));
+  return 0;
+});
+
+TEST(Preferences, ThreadsAndProcessesWriteAtTheSameTime) {
+  const std::vector<std::string> writers = {"a", "b", "c", "d", "e", "f"};
+  {
+    std::vector<std::jthread> threads;
+    std::vector<ChildProcess> children;
+    for (const auto& name : writers | std::views::drop(3)) {
+      children.push_back(ChildProcess::run("preferences-writer", {name}));
+    }
+    for (const auto& name : writers | std::views::take(3)) threads.emplace_back(writeKeys, name);
+    for (auto& child : children) EXPECT_EQ(child.wait(), 0);
+  }
+  const auto shared = Preferences::shared().bytes("shared").value();
+  EXPECT_EQ(std::ranges::count(writers, textOf(shared)), 1);
+  for (const auto& writer : writers) {
+    for (int key = 0; key < kKeys; ++key) {
+      const auto name = writer + '/' + std::to_string(key);
+      EXPECT_EQ(Preferences::shared().integer(name), key) << name;
+    }
+  }
+}
+
+/// Says what it finds under the key.
+const ChildMain kReader("preferences-reader", [](const auto& arguments) {
+  const auto found = Preferences::shared().boolean(arguments.at(0));
+  std::fputs(!found ? "unset" : *found ? "true" : "false", stdout);
+  return 0;
+});
+
+TEST(Preferences, AFileThatIsNoneIsKeptAsideOnce) {
+  const std::string garbage(5000, 'x');
+  testing::writeFile(file(), garbage);
+  std::vector<ChildProcess> readers;
+  for (int i = 0; i < 4; ++i) readers.push_back(ChildProcess::run("preferences-reader", {"new"}));
+  for (auto& reader : readers) {
+    EXPECT_EQ(reader.readAll(), "unset");
+    EXPECT_EQ(reader.wait(), 0);
+  }
+  EXPECT_EQ(filesNamed("corrupt"), 1U);
+  EXPECT_EQ(testing::readFile(file().string() + ".corrupt"), garbage);
+  Preferences::shared().set("new", true);
+  EXPECT_EQ(Preferences::shared().boolean("new"), true);
+}
+
+const ChildMain kFiller("preferences-filler", [](const auto&) {
+  Preferences::shared().set("large", bytesOf(std::string(50'000, 'l')));
+  return 0;
+});
+
+TEST(Preferences, AFileDamagedInUseIsKeptAside) {
+  auto& preferences = Preferences::shared();
+  preferences.set("before", true);
+  testing::outputOfChild("preferences-filler");
+  // All but the first page, in place, as by a failing disk.
+  const auto whole = testing::readFile(file());
+  testing::writeFile(file(), whole.substr(0, 4096) + std::string(whole.size() - 4096, '\x7f'));
+  preferences.set("after", true);
+  EXPECT_EQ(preferences.boolean("after"), true);
+  EXPECT_EQ(preferences.boolean("before"), std::nullopt);
+  EXPECT_EQ(filesNamed("corrupt"), 1U);
+}
+
+TEST(Preferences, AFileThatWasReplacedIsOpenedAgain) {
+  auto& preferences = Preferences::shared();
+  preferences.set("key", true);
+  fs::remove(file());
+  EXPECT_EQ(preferences.boolean("key"), std::nullopt);
+  preferences.set("key", false);
+  EXPECT_EQ(testing::outputOfChild("preferences-reader", {"key"}), "false");
+  EXPECT_EQ(preferences.boolean("key"), false);
+}
+
+TEST(Preferences, WithoutAPlaceNothingIsKept) {
+  fs::create_directories(folder().parent_path());
+  testing::writeFile(folder(), "a file in the folder's place");
+  Preferences::shared().set("key", true);
+  EXPECT_EQ(Preferences::shared().boolean("key"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace orvane

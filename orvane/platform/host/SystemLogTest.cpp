@@ -1,0 +1,60 @@
+#include <orvane/platform/host/SystemLog.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace orvane {
+namespace {
+
+using namespace std::literals;
+
+TEST(SystemLog, EachLineStaysOne) {
+  std::vector<std::string> lines;
+  SystemLog::setSink([&](std::string_view line) { lines.emplace_back(line); });
+  SystemLog::write("[TagSync] 100%s done: perch\u00e9 no");
+  SystemLog::write("a\nb\r\nc\0d\x1B[31m\te\x7F"sv);
+  SystemLog::write("");
+  SystemLog::setSink({});
+  SystemLog::write("goes to the system's log");
+  EXPECT_THAT(lines, ::testing::ElementsAre("[TagSync] 100%s done: perch\u00e9 no",
+                                            "a b  c d [31m e ", ""));
+}
+
+TEST(SystemLog, ASinkMayThrowAndWriteAndReplaceItself) {
+  std::vector<std::string> lines;
+  SystemLog::setSink([&](std::string_view line) {
+    lines.emplace_back(line);
+    if (line != "first") return;
+    SystemLog::write("second");
+    SystemLog::setSink({});
+    throw std::runtime_error("full");
+  });
+  SystemLog::write("first");
+  SystemLog::write("third");
+  EXPECT_THAT(lines, ::testing::ElementsAre("first", "second"));
+}
+
+TEST(SystemLog, ThreadsMayWriteWhileTheSinkChanges) {
+  std::atomic<int> count = 0;
+  const auto countLine = [&](std::string_view) { ++count; };
+  SystemLog::setSink(countLine);
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      for (int n = 0; n < 500; ++n) SystemLog::write("line");
+    });
+  }
+  for (int n = 0; n < 100; ++n) SystemLog::setSink(countLine);
+  threads.clear();
+  EXPECT_EQ(count, 2000);
+}
+
+}  // namespace
+}  // namespace orvane

@@ -1,0 +1,113 @@
+#include <orvane/tagging/TagBatch.h>
+
+#include <orvane/tagging/TagDatabase.h>
+
+#include "support/TagDatabaseFile.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace orvane::tagging {
+namespace {
+
+using platform::Database;
+
+std::size_t numberAt(std::string_view bytes, std::size_t position) {
+  std::size_t number = 0;
+  for (const char byte : bytes.substr(position, 4)) {
+    number = number << 8 | static_cast<unsigned char>(byte);
+  }
+  return number;
+}
+
+/// The bytes that each transaction has put into the write-ahead log.
+std::vector<std::size_t> transactionsIn(std::string_view log) {
+  const auto frameSize = 24 + numberAt(log, 8);
+  std::vector<std::size_t> sizes;
+  std::size_t size = 0;
+  for (std::size_t frame = 32; frame < log.size(); frame += frameSize) {
+    size += frameSize;
+    if (numberAt(log, frame + 4) == 0) continue;  // Only the last frame of a commit has this.
+    sizes.push_back(std::exchange(size, 0));
+  }
+  return sizes;
+}
+
+/// The transactions in which `tags` are written.
+std::vector<std::size_t> transactionsFor(std::vector<TagWithConfidence> tags) {
+  const platform::DatabaseQueue::Preparation emptyLog = [](Database& database) {
+    return database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+  };
+  const auto other = platform::DatabaseQueue::open(testing::tagDatabaseFile(), emptyLog).value();
+  // As long as it reads, the log is kept.
+  return other
+      ->read([&](Database& database) -> Result<std::vector<std::size_t>> {
+        EXPECT_TRUE(database.fetchInteger("SELECT COUNT(*) FROM asset_tags"));
+        const auto count = tags.size();
+        TagBatch batch(TagDatabase::shared(), "A");
+        batch.add("asset", std::move(tags));
+        EXPECT_EQ(batch.finish(), std::int64_t(count));
+        EXPECT_EQ(TagDatabase::shared().tagsForAsset("asset")->size(), count);
+        return transactionsIn(testing::readFile(testing::tagDatabaseFile().string() + "-wal"));
+      })
+      .value();
+}
+
+TEST(TagBatch, LargeTagsAreWrittenAFewAtATime) {
+  ASSERT_TRUE(TagDatabase::shared().initialize());
+  std::vector<TagWithConfidence> tags;
+  tags.reserve(60);
+  for (int i = 0; i < 60; ++i) tags.push_back({std::string(100'000, 'x') + std::to_string(i), 1});
+  const auto transactions = transactionsFor(tags);
+  EXPECT_GE(transactions.size(), 20U);  // More where one of them takes too long.
+  EXPECT_THAT(transactions, ::testing::Each(::testing::Lt(2'000'000U)));
+}
+
+/// Each tag takes some milliseconds.
+TEST(TagBatch, SlowTagsAreWrittenInManyTransactions) {
+  ASSERT_TRUE(TagDatabase::shared().initialize());
+  const auto slowed = testing::otherConnection()->write([](Database& database) -> Result<void> {
+    auto done = database.execute(
+        "CREATE VIEW slow AS WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL "
+        "SELECT x + 1 FROM c WHERE x < 40000) SELECT max(x) FROM c");
+    if (!done) return done;
+    return database.execute(
+        "CREATE TRIGGER t BEFORE INSERT ON asset_tags BEGIN SELECT * FROM slow; END");
+  });
+  ASSERT_TRUE(slowed);
+  std::vector<TagWithConfidence> tags;
+  tags.reserve(100);
+  for (int i = 0; i < 100; ++i) tags.push_back({std::to_string(i), 1});
+  EXPECT_GT(transactionsFor(tags).size(), 5U);
+}
+
+/// Of single writes, three would give up after 3 seconds each, and the fourth would be in time.
+TEST(TagBatch, ALockOfTenSecondsCostsNoMoreThanSingleWritesWould) {
+  ASSERT_TRUE(TagDatabase::shared().initialize());
+  std::vector<TagWithConfidence> tags;
+  for (int i = 0; i < 1000; ++i) tags.push_back({std::to_string(i), 1});
+  std::jthread writer;
+  const auto locked = testing::otherConnection()->write([&](Database&) -> Result<void> {
+    writer = std::jthread([&] {
+      TagBatch batch(TagDatabase::shared(), "A");
+      batch.add("asset", tags);
+      EXPECT_EQ(batch.finish(), 1000);
+    });
+    std::this_thread::sleep_for(std::chrono::seconds(10));
+    return {};
+  });
+  ASSERT_TRUE(locked);
+  writer.join();
+  EXPECT_GE(TagDatabase::shared().tagsForAsset("asset")->size(), 1000U - 2 * 3);
+}
+
+}  // namespace
+}  // namespace orvane::tagging
