@@ -28,6 +28,36 @@ function(orvane_add_room name)
   endif()
 endfunction()
 
+# Helpers lie in one folder: programs and modules that the library starts or loads when needed.
+set(ORVANE_BUILT_HELPERS ${PROJECT_BINARY_DIR}/helpers)
+set(ORVANE_INSTALLED_HELPERS ${CMAKE_INSTALL_LIBEXECDIR}/orvane)
+
+# orvane_helper(TARGET OF ROOM)
+#
+# Makes the target a helper, built and installed with the room that needs it.
+function(orvane_helper target of room)
+  set_target_properties(${target} PROPERTIES
+    PREFIX "" RUNTIME_OUTPUT_DIRECTORY ${ORVANE_BUILT_HELPERS}
+    LIBRARY_OUTPUT_DIRECTORY ${ORVANE_BUILT_HELPERS})
+  add_dependencies(orvane_${room} ${target})
+  if(ORVANE_INSTALL)
+    install(TARGETS ${target} DESTINATION ${ORVANE_INSTALLED_HELPERS})
+  endif()
+endfunction()
+
+# orvane_add_module(TARGET OF ROOM SOURCES ... LINK ...)
+#
+# A helper that is loaded: what needs a library that most hosts do not. It shows one symbol.
+function(orvane_add_module target of room)
+  cmake_parse_arguments(PARSE_ARGV 3 ARG "" "" "SOURCES;LINK")
+  add_library(${target} MODULE ${ARG_SOURCES})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${target} PRIVATE ${ARG_LINK} orvane_warnings)
+  set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  orvane_helper(${target} OF ${room})
+endfunction()
+
 # orvane_add_test(NAME SOURCES ... LINK ... [TIMEOUT seconds] [LABELS ...] [PROPERTIES ...])
 #
 # A GoogleTest program, each of whose cases ctest runs in a process of its own.

@@ -71,7 +71,8 @@ Result<std::string> S3Uploader::completeMultipartUpload(
   const auto answer = checkedAnswer(
       HttpSession::shared().sendAndWait(std::move(complete->request), std::move(complete->body)));
   if (!answer) return std::unexpected(answer.error());
-  return transport::etagFromXml(XMLTagParser::extractTag("ETag", bytesOf(answer->body)).value_or(""));
+  return transport::etagFromXml(
+      XMLTagParser::extractTag("ETag", bytesOf(answer->body)).value_or(""));
 }
 
 void S3Uploader::abortMultipartUpload(std::string_view key, std::string_view uploadId,

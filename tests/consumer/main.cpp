@@ -10,8 +10,8 @@
 int main(int, char** arguments) {
   orvane::HostOptions options;
   options.dataDirectory = std::filesystem::current_path() / "consumer-data";
-#ifdef CONSUMER_IMAGE_WORKER
-  options.imageWorker = CONSUMER_IMAGE_WORKER;
+#ifdef CONSUMER_HELPER_FOLDER
+  options.helperFolder = CONSUMER_HELPER_FOLDER;
 #endif
   if (!orvane::HostApplication::configure(options)) return 1;
   const auto scene = orvane::SceneClassifier().classify(arguments[1]);

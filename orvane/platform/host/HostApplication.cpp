@@ -1,7 +1,7 @@
 #include <orvane/platform/host/HostApplication.h>
 
+#include <orvane/platform/base/Helpers.h>
 #include <orvane/platform/http/TrustedAuthorities.h>
-#include <orvane/platform/images/ImageReader.h>
 #include <orvane/platform/secrets/FileSecureStore.h>
 #include <orvane/platform/vision/ImageClassifier.h>
 #include <orvane/platform/vision/SceneClassifier.h>
@@ -56,7 +56,7 @@ void fix(Settings& settings) {
   }
   auto& classifier = settings.options.imageClassifier;
   if (!classifier) classifier = std::make_shared<SceneClassifier>();
-  if (const auto& worker = settings.options.imageWorker) platform::setImageWorker(*worker);
+  if (const auto& helpers = settings.options.helperFolder) platform::setHelperFolder(*helpers);
 }
 
 const Settings& fixedSettings() {
@@ -93,8 +93,8 @@ Result<void> HostApplication::configure(HostOptions options) {
   if (options.dataDirectory && !options.dataDirectory->is_absolute()) {
     return refused(3, "The data directory is not an absolute path");
   }
-  if (options.imageWorker && !options.imageWorker->is_absolute()) {
-    return refused(5, "The image worker is not an absolute path");
+  if (options.helperFolder && !options.helperFolder->is_absolute()) {
+    return refused(5, "The helper folder is not an absolute path");
   }
   if (options.certificateAuthorities) {
     const auto trusted = platform::trustAuthoritiesIn(*options.certificateAuthorities);

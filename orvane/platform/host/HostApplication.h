@@ -34,11 +34,12 @@ struct HostOptions {
   /// What looks at images. Left out: the built-in `SceneClassifier`.
   std::shared_ptr<const ImageClassifier> imageClassifier = {};
 
-  /// The program that decodes images for both of the library's classifiers, `orvane-image-worker`.
-  /// Left out: the one of the library's own build or installation. The library starts it where a
-  /// thread classifies its first image; it is a child process like any other, so a host must not
-  /// wait for children that it has not started.
-  std::optional<std::filesystem::path> imageWorker = {};
+  /// The folder of what the library starts or loads only when it is needed. Left out: that of the
+  /// library's own build or installation. It holds the program that decodes images for both of the
+  /// library's classifiers, `orvane-image-worker`, and the modules behind `OnnxClassifier` and
+  /// `SecretServiceStore`. The program is started where a thread classifies its first image; it is
+  /// a child process like any other, so a host must not wait for children that it has not started.
+  std::optional<std::filesystem::path> helperFolder = {};
 };
 
 /// The application that links the engine: who it is, and where it keeps its files.
@@ -51,8 +52,8 @@ class HostApplication {
   /// Sets the options. Optional; once, before the first use of the engine. Fails with the domain
   /// "HostApplication" when the options are already fixed (code 1), when the identifier is
   /// malformed (code 2), when the data folder is not an absolute path (code 3), when the file of
-  /// authorities cannot be read or holds no certificate (code 4) or when the image worker is not an
-  /// absolute path (code 5).
+  /// authorities cannot be read or holds no certificate (code 4) or when the helper folder is not
+  /// an absolute path (code 5).
   [[nodiscard]] static Result<void> configure(HostOptions options);
 
   [[nodiscard]] static const std::string& identifier();

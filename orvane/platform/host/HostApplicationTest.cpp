@@ -35,7 +35,7 @@ TEST(HostApplication, IsConfiguredOnceBeforeUse) {
     EXPECT_EQ(refused.error().code(), 2) << identifier;
   }
   EXPECT_EQ(HostApplication::configure({.dataDirectory = "relative"}).error().code(), 3);
-  EXPECT_EQ(HostApplication::configure({.imageWorker = "relative"}).error().code(), 5);
+  EXPECT_EQ(HostApplication::configure({.helperFolder = "relative"}).error().code(), 5);
   ASSERT_TRUE(HostApplication::configure({.identifier = "org.example.app", .dataDirectory = "/d"}));
   EXPECT_EQ(HostApplication::identifier(), "org.example.app");
   EXPECT_EQ(HostApplication::documentsDirectory(), "/d/Documents");

@@ -1,15 +1,14 @@
 #include <orvane/platform/images/ImageReader.h>
 
+#include <orvane/platform/base/Helpers.h>
 #include <orvane/platform/base/PosixError.h>
 #include <orvane/platform/concurrency/ProcessExit.h>
 #include <orvane/platform/files/FileReader.h>
 #include <orvane/platform/images/internal/ImageWorker.h>
-#include <orvane/platform/images/internal/ImageWorkerPlace.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -49,24 +48,6 @@ std::unexpected<Error> unreadable(const fs::path& file, const Error& error) {
   return std::unexpected(Error(Error::kPosix, EINVAL, file.string() + " is not a regular file"));
 }
 
-struct WorkerProgram {
-  std::mutex mutex;
-  fs::path path = kImageWorkerPlace;
-};
-
-WorkerProgram& workerProgram() {
-  static auto& instance = *new WorkerProgram;
-  return instance;
-}
-
-Result<ImageWorker> startWorker() {
-  auto& program = workerProgram();
-  std::unique_lock lock(program.mutex);
-  const auto path = program.path;
-  lock.unlock();
-  return ImageWorker::start(path);
-}
-
 /// The calling thread's worker. A thread that is ending has none: at its very end, code of the host
 /// may still run.
 struct ThreadWorker {
@@ -92,7 +73,7 @@ Result<RgbImage> readImage(const fs::path& file, int width, int height, ImageFit
   auto& worker = own.worker;
   if (!worker || !worker->isReady()) {
     worker.reset();
-    auto started = startWorker();
+    auto started = ImageWorker::start(helperFolder() / "orvane-image-worker");
     if (!started) {
       return std::unexpected(Error(Error::kPosix, started.error().code(),
                                    file.string() + ": " + started.error().description()));
@@ -103,12 +84,6 @@ Result<RgbImage> readImage(const fs::path& file, int width, int height, ImageFit
   if (!image && ProcessExit::hasBegun()) return std::unexpected(ProcessExit::error());
   if (!image) return failure(file, image.error());
   return std::move(*image);
-}
-
-void setImageWorker(fs::path program) {
-  auto& current = workerProgram();
-  const std::lock_guard lock(current.mutex);
-  current.path = std::move(program);
 }
 
 }  // namespace orvane::platform

@@ -65,8 +65,4 @@ inline constexpr std::chrono::seconds kImageTimeLimit{20};
                                          ImageFit fit,
                                          std::chrono::milliseconds limit = kImageTimeLimit);
 
-/// Names the worker program for all workers started from here on. Until then it is the one of this
-/// build or, in an installed library, the one installed with it.
-void setImageWorker(std::filesystem::path program);
-
 }  // namespace orvane::platform

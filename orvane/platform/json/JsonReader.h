@@ -50,8 +50,7 @@ template <class Root = ondemand::object, class ReadRoot>
                                 ReadRoot&& readRoot) {
   ondemand::document document;
   Root root;
-  return !parser.iterate(documentIn(text)).get(document) && !document.get(root) &&
-         readRoot(root) &&
+  return !parser.iterate(documentIn(text)).get(document) && !document.get(root) && readRoot(root) &&
          document.current_location().error() == simdjson::error_code::OUT_OF_BOUNDS;
 }
 

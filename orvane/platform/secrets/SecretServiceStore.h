@@ -23,8 +23,9 @@ namespace orvane {
 /// is found while the default collection is locked or there is none, reading fails with that too,
 /// since some services find nothing in locked collections, and nothing could be stored either.
 /// `unavailable` says that there is no session bus, no service on it (one that the bus can start is
-/// started), or no answer in time; `invalidAccount` that the name is not UTF-8 or holds a NUL. A
-/// library built without libsecret answers every operation with `unavailable`.
+/// started), or no answer in time; `invalidAccount` that the name is not UTF-8 or holds a NUL. The
+/// library loads libsecret when a store is first used; where its module is not built or installed,
+/// every operation fails with `unavailable`.
 ///
 /// Every operation speaks over a connection of its own, in a main context of its own: a service
 /// that has come up since is found, and it does not matter whether the host runs a GLib main loop.

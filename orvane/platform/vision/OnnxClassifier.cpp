@@ -1,15 +1,14 @@
 #include <orvane/platform/vision/OnnxClassifier.h>
 
+#include <orvane/platform/base/Helpers.h>
 #include <orvane/platform/concurrency/ProcessExit.h>
 #include <orvane/platform/vision/internal/OnnxDescription.h>
-
-#include <opencv2/core/utils/logger.hpp>
-#include <opencv2/dnn.hpp>
+#include <orvane/platform/vision/internal/OnnxNetwork.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <exception>
+#include <expected>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -19,36 +18,16 @@ namespace orvane {
 namespace {
 
 using platform::OnnxDescription;
+using platform::OnnxEngine;
+using platform::OnnxNetwork;
 using platform::RgbImage;
 
-/// While one lives, OpenCV prints nothing: the library never does.
-class Silence {
- public:
-  Silence() {
-    const std::lock_guard lock(mutex);
-    if (count++ > 0) return;
-    former = cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
-  }
-  ~Silence() {
-    const std::lock_guard lock(mutex);
-    if (--count == 0) cv::utils::logging::setLogLevel(former);
-  }
-  Silence(const Silence&) = delete;
-  Silence& operator=(const Silence&) = delete;
-
- private:
-  inline static constinit std::mutex mutex;
-  inline static int count = 0;
-  inline static cv::utils::logging::LogLevel former = cv::utils::logging::LOG_LEVEL_WARNING;
-};
-
 /// The model's input: three planes of floats.
-cv::Mat inputOf(const RgbImage& image, const OnnxDescription& description) {
-  const int shape[] = {1, 3, image.height, image.width};
-  cv::Mat input(4, shape, CV_32F);
+std::vector<float> inputOf(const RgbImage& image, const OnnxDescription& description) {
   const auto pixels = image.pixels.size() / 3;
+  std::vector<float> input(image.pixels.size());
   for (std::size_t channel = 0; channel < 3; ++channel) {
-    auto* plane = input.ptr<float>(0, static_cast<int>(channel));
+    float* const plane = input.data() + channel * pixels;
     const double factor = description.scale / description.deviation.at(channel);
     const double offset = description.mean.at(channel) / description.deviation.at(channel);
     const std::size_t source = description.isBgr ? 2 - channel : channel;
@@ -57,6 +36,11 @@ cv::Mat inputOf(const RgbImage& image, const OnnxDescription& description) {
     }
   }
   return input;
+}
+
+Error withoutEngine(const std::string& reason) {
+  return {kOnnxErrorDomain, static_cast<int>(OnnxProblem::unavailable),
+          "ONNX models cannot be used (" + reason + ")"};
 }
 
 /// Turns the model's outputs into confidences.
@@ -78,51 +62,40 @@ void activate(std::vector<float>& values, OnnxDescription::Output output) {
 struct OnnxClassifier::Model {
   OnnxDescription description;
   SharedBytes file;
+  const OnnxEngine* engine = nullptr;
   std::mutex mutex;
-  std::vector<cv::dnn::Net> idle;
+  std::vector<std::unique_ptr<OnnxNetwork>> idle;
 
-  [[nodiscard]] cv::dnn::Net take() {
+  [[nodiscard]] std::expected<std::unique_ptr<OnnxNetwork>, std::string> take() {
     std::unique_lock lock(mutex);
     if (idle.empty()) {
       lock.unlock();
-      const auto bytes = textOf(file.view());
-      return cv::dnn::readNetFromONNX(bytes.data(), bytes.size());
+      return engine->load(file.view());
     }
-    auto net = idle.back();
+    auto network = std::move(idle.back());
     idle.pop_back();
-    return net;
+    return network;
   }
 
-  /// What the model gives for an input, one value for each label. Throws what OpenCV does.
-  [[nodiscard]] Result<std::vector<float>> compute(const cv::Mat& input) {
-    auto net = take();
-    net.setInput(input);
-    const cv::Mat output = net.forward();
-    const bool isOneOfEach = output.depth() == CV_32F && output.isContinuous() &&
-                             output.total() == description.labels.size();
-    if (!isOneOfEach) {
-      return failed(OnnxProblem::model, "gives " + std::to_string(output.total()) + " values for " +
-                                            std::to_string(description.labels.size()) + " labels");
-    }
-    const auto* values = output.ptr<float>();
-    std::vector<float> result(values, values + output.total());
-    const std::lock_guard lock(mutex);
-    idle.push_back(net);
-    if (!std::ranges::all_of(result, [](float value) { return std::isfinite(value); })) {
-      return failed(OnnxProblem::computation, "gives what is no number");
-    }
-    return result;
-  }
-
-  /// The same; what OpenCV throws becomes an error of that kind.
-  [[nodiscard]] Result<std::vector<float>> computeOr(OnnxProblem problem,
-                                                     const RgbImage& image) try {
+  /// What the model gives for an image, one value for each label. What the network reports becomes
+  /// an error of the kind `problem`.
+  [[nodiscard]] Result<std::vector<float>> compute(OnnxProblem problem, const RgbImage& image) {
     const platform::ProcessExit::Passage passage;
     if (!passage) return std::unexpected(platform::ProcessExit::error());
-    const Silence silence;
-    return compute(inputOf(image, description));
-  } catch (const std::exception& exception) {
-    return failed(problem, exception.what());
+    auto network = take();
+    if (!network) return failed(problem, network.error());
+    auto values = (*network)->compute(inputOf(image, description), image.width, image.height);
+    if (!values) return failed(problem, values.error());
+    if (values->size() != description.labels.size()) {
+      return failed(OnnxProblem::model, "gives " + std::to_string(values->size()) + " values for " +
+                                            std::to_string(description.labels.size()) + " labels");
+    }
+    const std::lock_guard lock(mutex);
+    idle.push_back(std::move(*network));
+    if (!std::ranges::all_of(*values, [](float value) { return std::isfinite(value); })) {
+      return failed(OnnxProblem::computation, "gives what is no number");
+    }
+    return std::move(*values);
   }
 
   [[nodiscard]] std::unexpected<Error> failed(OnnxProblem problem,
@@ -141,8 +114,10 @@ Result<std::shared_ptr<const OnnxClassifier>> OnnxClassifier::open(
   if (!read) return std::unexpected(read.error());
   auto file = platform::readNamed(read->model);
   if (!file) return std::unexpected(file.error());
-  cv::setNumThreads(1);
+  const auto engine = platform::symbolOfModule(platform::kOnnxModule, platform::kOnnxSymbol);
+  if (!engine) return std::unexpected(withoutEngine(engine.error()));
   auto model = std::make_unique<Model>();
+  model->engine = static_cast<const OnnxEngine*>(*engine);
   model->description = std::move(*read);
   model->file = std::move(*file);
   // Shows whether it fits the description; the first image does not pay for the preparation.
@@ -150,7 +125,7 @@ Result<std::shared_ptr<const OnnxClassifier>> OnnxClassifier::open(
       .width = model->description.width, .height = model->description.height, .pixels = {}};
   black.pixels.resize(static_cast<std::size_t>(black.width) *
                       static_cast<std::size_t>(black.height) * 3);
-  const auto values = model->computeOr(OnnxProblem::model, black);
+  const auto values = model->compute(OnnxProblem::model, black);
   if (!values) return std::unexpected(values.error());
   platform::ProcessExit::watch();  // OpenCV has made what it needs.
   return std::shared_ptr<const OnnxClassifier>(new OnnxClassifier(std::move(model)));
@@ -162,7 +137,7 @@ Result<std::vector<ClassificationObservation>> OnnxClassifier::classify(
   const auto pixels =
       platform::readImage(image, description.width, description.height, description.fit);
   if (!pixels) return std::unexpected(pixels.error());
-  auto values = model_->computeOr(OnnxProblem::computation, *pixels);
+  auto values = model_->compute(OnnxProblem::computation, *pixels);
   if (!values) return std::unexpected(values.error());
   activate(*values, description.output);
   std::vector<ClassificationObservation> observations;

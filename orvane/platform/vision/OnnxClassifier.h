@@ -16,7 +16,7 @@ enum class OnnxProblem {
   description = 1,  ///< The description or the label file is malformed.
   model = 2,        ///< The model cannot be loaded, or does not do what the description says.
   computation = 3,  ///< The model failed on an image, or gave what is no number.
-  unavailable = 4   ///< The library was built without OpenCV.
+  unavailable = 4   ///< The module with OpenCV is not built, or not where it is looked for.
 };
 
 /// Classifies images with an ONNX model that the host brings.
@@ -47,9 +47,9 @@ enum class OnnxProblem {
 ///   are such, from 0 to 1.
 ///
 /// Any thread may classify, several at once: each then has a copy of the network, kept for the
-/// next. For the whole process `open` tells OpenCV to compute on the calling thread alone, so that
-/// the work has that thread's priority; a host that itself uses OpenCV may set cv::setNumThreads
-/// after it as it likes.
+/// next. `open` loads OpenCV, and for the whole process tells it to compute on the calling thread
+/// alone, so that the work has that thread's priority; a host that itself uses OpenCV may set
+/// cv::setNumThreads after it as it likes.
 class OnnxClassifier final : public ImageClassifier {
  public:
   /// Reads the description and everything that it names, and has the model compute once. Blocks for

@@ -1,3 +1,4 @@
+#include <orvane/platform/base/Helpers.h>
 #include <orvane/platform/images/ImageReader.h>
 
 #include "support/ChildProcess.h"
@@ -169,10 +170,11 @@ TEST(ImageWorker, HoldsNothingThatItDoesNotNeed) {
 
 TEST(ImageWorker, OneThatCannotBeStartedIsNamed) {
   const auto good = goodImage();
-  setImageWorker("/nowhere/worker");
+  setHelperFolder("/nowhere");
   EXPECT_EQ(read(good).error().description(),
-            good.string() + ": /nowhere/worker: No such file or directory");
-  setImageWorker("/bin/false");
+            good.string() + ": /nowhere/orvane-image-worker: No such file or directory");
+  setHelperFolder(testing::testDirectory());
+  fs::create_symlink("/bin/false", testing::testDirectory() / "orvane-image-worker");
   EXPECT_EQ(read(good).error().code(), static_cast<int>(ImageProblem::crashed));
 }
 

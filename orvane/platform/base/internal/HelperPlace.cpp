@@ -1,0 +1,7 @@
+#include <orvane/platform/base/internal/HelperPlace.h>
+
+namespace orvane::platform {
+
+const char* const kHelperPlace = ORVANE_HELPERS;
+
+}  // namespace orvane::platform
