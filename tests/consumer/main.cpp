@@ -1,12 +1,79 @@
+#include <orvane/bookkeeping/BandwidthStatsStore.h>
+#include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/vision/OnnxClassifier.h>
 #include <orvane/platform/vision/SceneClassifier.h>
-#include <orvane/transport/S3MultipartUploader.h>
+#include <orvane/tagging/TagDatabase.h>
+#include <orvane/tagging/TagLocalization.h>
+#include <orvane/tagsync/TagSyncService.h>
+#include <orvane/transport/S3Uploader.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
 
 #include <cstdio>
 #include <filesystem>
 
-// Reaches every room of the library, so that a missing header, library or program shows.
+namespace {
+
+int failures = 0;
+
+void expect(bool condition, const char* what) {
+  if (condition) return;
+  std::printf("consumer: %s\n", what);
+  ++failures;
+}
+
+/// Pictures: the worker has to be found, and the module behind ONNX models.
+void look(const char* picture) {
+  const auto scene = orvane::SceneClassifier().classify(picture);
+  if (!scene) std::puts(scene.error().description().c_str());
+  expect(scene.has_value(), "the image worker");
+  const auto model = orvane::OnnxClassifier::open("/nowhere/model.json");
+  expect(!model && model.error().code() != static_cast<int>(orvane::OnnxProblem::unavailable),
+         "the module for ONNX models");
+}
+
+void keepBooks() {
+  auto& store = orvane::UploadStore::shared();
+  store.upsert({"id", "media/a.jpg", orvane::UploadStatus::pending, 0, 1});
+  const auto record = store.record("id");
+  expect(record && record->thumbnailFilename() == "thumbnails/a.jpg", "upload records");
+  orvane::BandwidthStatsStore::shared().addCompletedBytes(5);
+  expect(orvane::BandwidthStatsStore::shared().totalBytes() >= 5, "bandwidth figures");
+  expect(orvane::DeviceUUID::shared().uuid().size() == 36, "the device's identity");
+}
+
+void tag() {
+  auto& tags = orvane::TagDatabase::shared();
+  expect(tags.initialize().has_value(), "the tag database");
+  expect(tags.upsertTags("id", {{"mare", 0.9}}, "device").has_value(), "a tag");
+  expect(orvane::TagLocalization::italianName("sky").has_value(), "translation");
+}
+
+/// No object store listens; sharing has to say so.
+void share() {
+  const orvane::S3Config config{.bucket = "photos",
+                                .region = "eu-west-1",
+                                .accessKey = "key",
+                                .secretKey = "secret",
+                                .prefix = "",
+                                .endpoint = "http://127.0.0.1:9",
+                                .tenantName = {}};
+  boost::asio::io_context context;
+  auto shared = boost::asio::co_spawn(
+      context, orvane::TagSyncService::shared().downloadAllRemoteTags(config),
+      boost::asio::use_future);
+  context.run();
+  const auto outcome = shared.get();
+  expect(!outcome && outcome.error().code() == -1004, "tag sync");
+}
+
+}  // namespace
+
+// Uses every room of the library, so that a missing header, library or helper shows.
 int main(int, char** arguments) {
   orvane::HostOptions options;
   options.dataDirectory = std::filesystem::current_path() / "consumer-data";
@@ -14,15 +81,10 @@ int main(int, char** arguments) {
   options.helperFolder = CONSUMER_HELPER_FOLDER;
 #endif
   if (!orvane::HostApplication::configure(options)) return 1;
-  const auto scene = orvane::SceneClassifier().classify(arguments[1]);
-  if (!scene) {
-    std::puts(scene.error().description().c_str());
-    return 1;
-  }
-  orvane::UploadStore::shared().upsert({"id", "media/a.jpg", orvane::UploadStatus::pending, 0, 1});
-  const orvane::S3MultipartUploader uploader(orvane::S3Config{});
-  const auto record = orvane::UploadStore::shared().record("id");
-  if (!record || record->thumbnailFilename() != "thumbnails/a.jpg") return 1;
-  std::puts("consumer works");
-  return 0;
+  look(arguments[1]);
+  keepBooks();
+  tag();
+  share();
+  if (failures == 0) std::puts("consumer works");
+  return failures;
 }
