@@ -33,8 +33,9 @@ namespace orvane::platform {
 /// connection turns out to have been closed before the server could read any of it; a POST not even
 /// then. Otherwise a connection that ends without an answer is the error networkConnectionLost.
 ///
-/// Where threads or descriptors have run out, requests fail with a POSIX error, and may succeed
-/// later.
+/// Where descriptors, memory for sockets or the session's threads have run out, requests fail with
+/// a POSIX error, and may succeed later. A name lookup that cannot start its thread is not told
+/// from one that finds no host: cannotFindHost.
 ///
 /// Any thread may use a session. Destroying it does not disturb transfers under way. Processes
 /// share nothing. A child that was forked after the first use must start no request; it may destroy
