@@ -19,7 +19,8 @@ namespace orvane::platform {
 /// headers hold (the connection goes to the URL's host and port all the same), nothing added but
 /// `Content-Length`. HTTP/1.1 over http and https; redirects are answers like any other;
 /// certificates are verified, by the system's authorities and those that `HostOptions` names;
-/// proxies are those of the environment (`https_proxy`, `no_proxy`...).
+/// proxies are those of the environment (`https_proxy`, `no_proxy`...). What a proxy answers to a
+/// request over http is a response like the server's own, 407 too; over https it is an error.
 ///
 /// One I/O thread per process drives the transfers of all sessions; callbacks never run on it. A
 /// request takes its first steps, without waiting for the network, on the thread that starts it.
