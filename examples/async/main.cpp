@@ -9,6 +9,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
 
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -30,9 +31,16 @@ Async<std::string> put(std::string key, std::string_view text, const S3Config& c
 
 bool allWell = true;
 
+/// A server's text must not steer the terminal.
+std::string printable(std::string text) {
+  std::ranges::replace_if(text, [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
+  return text;
+}
+
 void report(std::string_view how, const Result<std::string>& etag) {
   allWell = allWell && etag.has_value();
-  std::cout << how << ": " << (etag ? "ETag " + *etag : etag.error().description()) << '\n';
+  std::cout << how << ": " << (etag ? "ETag " + printable(*etag) : etag.error().description())
+            << '\n';
 }
 
 boost::asio::awaitable<void> asCoroutine(S3Config config) {

@@ -263,7 +263,8 @@ void Backup::printSummary() const {
 
 /// The endpoint's host and, where it names one, port.
 std::string serverOf(const orvane::S3Config& config) {
-  const auto url = orvane::Url::parse(config.endpoint).value();
+  // The endpoint's own text may have slashes around it that do not count.
+  const auto url = config.url("").value();
   const std::string port(url.port());
   return std::string(url.host()) + (port.empty() ? "" : ":" + port);
 }

@@ -24,6 +24,7 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -84,15 +85,23 @@ bool isIdentityKept() {
 /// Where every object goes: endpoint, bucket and prefix in one text.
 std::string destinationOf(const S3Config& config) { return config.url("").value().text(); }
 
+/// A text of the preferences. Throws a `Refusal` where a busy file, say, does not let that be told.
+std::optional<std::string> remembered(const char* key) {
+  const auto bytes = Preferences::shared().readBytes(key);
+  if (!bytes) throw Refusal("cannot read the preferences: " + bytes.error().description());
+  if (!*bytes) return std::nullopt;
+  return std::string(orvane::textOf(**bytes));
+}
+
 /// Refuses `now` where the state belongs to something else.
 void requireSame(const char* key, const std::string& now) {
-  const auto before = Preferences::shared().bytes(key);
-  if (!before || orvane::textOf(*before) == now) return;
+  const auto before = remembered(key);
+  if (!before || *before == now) return;
   if (orvane::UploadStore::shared().completedCount() == 0) return;
   const fs::path records = HostApplication::applicationSupportDirectory().value_or("");
-  throw Refusal("the records here belong to " + printable(orvane::textOf(*before)) + ", not to " +
-                printable(now) + "; give another --state, or delete \"" +
-                printable(records.string()) + "\" to start over");
+  throw Refusal("the records here belong to " + printable(*before) + ", not to " + printable(now) +
+                "; give another --state, or delete \"" + printable(records.string()) +
+                "\" to start over");
 }
 
 }  // namespace
@@ -163,6 +172,10 @@ void lockState() {
   static const auto& lock =
       *new orvane::platform::FolderLock(folder / "Host", std::chrono::milliseconds(0));
   if (lock.isHeld()) return;
+  if (!lock.isHeldByAnother()) {
+    throw Refusal("cannot lock " + printable(folder.string()) +
+                  "; give a --state on a file system that can");
+  }
   throw Refusal("another orvane-backup is at work with " + printable(folder.string()) +
                 "; wait for its end, or give another --state");
 }
@@ -196,9 +209,9 @@ void bindState(const fs::path& folder, const S3Config& config) {
 }
 
 fs::path rememberedFolder() {
-  const auto folder = Preferences::shared().bytes(kFolderKey);
+  const auto folder = remembered(kFolderKey);
   if (!folder) throw Refusal("which FOLDER? Nothing was backed up here yet");
-  return orvane::textOf(*folder);
+  return *folder;
 }
 
 }  // namespace backup

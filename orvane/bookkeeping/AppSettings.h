@@ -5,7 +5,8 @@ namespace orvane {
 /// The engine's settings, kept in the user's `Preferences`.
 ///
 /// Any thread may call these; each call blocks briefly on the disk. Nothing is cached: every read
-/// asks the preferences, every write is stored when it returns.
+/// asks the preferences, every write is stored when it returns, and other processes of the host see
+/// it. A child that was forked without exec must not call these.
 class AppSettings {
  public:
   AppSettings() = delete;

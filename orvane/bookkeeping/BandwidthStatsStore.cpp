@@ -67,9 +67,16 @@ void BandwidthStatsStore::reset() {
 
 bool BandwidthStatsStore::load() {
   auto& preferences = Preferences::shared();
+  const auto begun = Clock::now();
+  if (begun < loadAgainAt_) return false;
   const auto total = preferences.readInteger(totalBytesKey);
-  const auto stored = preferences.readBytes(samplesKey);
-  if (!total || !stored) return false;
+  // Where the total cannot be told, asking for the samples would only wait as long once more.
+  const auto stored = total ? preferences.readBytes(samplesKey) : std::unexpected(total.error());
+  if (!stored) {
+    const auto end = Clock::now();
+    loadAgainAt_ = end + (end - begun);
+    return false;
+  }
   auto earlier = bookkeeping::BandwidthSampleJson::decode(textOf(stored->value_or(Bytes())));
   const std::lock_guard guard(lock_);
   if (std::exchange(isLoaded_, true)) return true;

@@ -2,6 +2,7 @@
 
 #include <orvane/bookkeeping/BandwidthSample.h>
 
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <string_view>
@@ -16,7 +17,9 @@ namespace orvane {
 /// store is made. Every change is on the disk when it returns, and whatever changes are made at the
 /// same time, what is stored in the end is what this store holds. Nothing reports a failure.
 ///
-/// Threads: any thread may call anything.
+/// Threads: any thread may call anything. Of two processes that keep their own figures, the total
+/// and the samples of the one that writes last are those stored. A child that was forked without
+/// exec must not call anything.
 ///
 ///     auto& statistics = BandwidthStatsStore::shared();
 ///     statistics.addCompletedBytes(2'048'576);
@@ -37,7 +40,7 @@ class BandwidthStatsStore {
   /// preferences, and none sees what another one writes later. Samples that cannot be decoded count
   /// as none, and stay stored until the next one is added. Where the preferences cannot be read
   /// (another process holds the file for more than 10 seconds), the figures begin at nothing, and
-  /// those stored are added at the next change at which they can; until then nothing is stored.
+  /// those stored are added at a later change at which they can; until then nothing is stored.
   BandwidthStatsStore();
 
   BandwidthStatsStore(const BandwidthStatsStore&) = delete;
@@ -70,6 +73,8 @@ class BandwidthStatsStore {
   /// Call with `lock_` held.
   void dropOldest();
 
+  using Clock = std::chrono::steady_clock;
+
   mutable std::mutex lock_;  ///< Guards the figures; never held while something is written.
   bool isLoaded_ = false;
   std::int64_t totalBytesTransferred_ = 0;
@@ -77,6 +82,9 @@ class BandwidthStatsStore {
 
   /// Held from taking a figure to the end of writing it, so that the last writer has the last word.
   std::mutex writing_;
+  /// After a failure the preferences are left alone for as long as it took to fail: a file that
+  /// another process holds does not delay each change anew. Guarded by `writing_`.
+  Clock::time_point loadAgainAt_;
 };
 
 }  // namespace orvane

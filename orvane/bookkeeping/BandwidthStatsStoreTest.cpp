@@ -1,11 +1,13 @@
 #include <orvane/bookkeeping/BandwidthStatsStore.h>
 
+#include <orvane/platform/database/DatabaseQueue.h>
 #include <orvane/platform/host/HostApplication.h>
 #include <orvane/platform/host/Preferences.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
@@ -139,6 +141,19 @@ TEST(BandwidthStatsStoreTest, WhatCannotBeReadYetIsAddedLater) {
   EXPECT_EQ(speedsIn(store), (std::vector<double>{1, 2}));
   store.addSample(3);
   EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
+}
+
+TEST(BandwidthStatsStoreTest, AFileThatIsHeldDelaysOnce) {
+  Preferences::shared().set("any", true);
+  const auto holder = platform::DatabaseQueue::open(
+      HostApplication::applicationSupportDirectory().value() / "preferences.sqlite",
+      [](platform::Database& database) { return database.execute("BEGIN EXCLUSIVE"); });
+  ASSERT_TRUE(holder) << holder.error().description();
+  const auto start = std::chrono::steady_clock::now();
+  BandwidthStatsStore store;
+  store.addSample(1);
+  store.addCompletedBytes(1);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(19));
 }
 
 TEST(BandwidthStatsStoreTest, TheTotalStaysAtTheEndsOfItsRange) {

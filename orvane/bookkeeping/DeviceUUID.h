@@ -13,7 +13,8 @@ namespace orvane {
 /// Any thread may call it. The first question blocks on the secure store, and with it everybody who
 /// asks meanwhile, in this process or in another of the same host: all of them get the same answer.
 /// A `SecretServiceStore` that does not answer holds them up for its time limit (25 seconds unless
-/// the host says otherwise) twice, to read and to store; other processes wait no longer than 60.
+/// the host says otherwise) twice, to read and to store; other processes wait no longer than 60. A
+/// child that was forked without exec must not ask.
 class DeviceUUID {
  public:
   /// The account name of the item in the secure store.

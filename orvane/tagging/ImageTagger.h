@@ -15,8 +15,9 @@ namespace orvane {
 /// Turns an image file into a short list of Italian tags: what the image classifier is confident to
 /// see in it, translated by `TagLocalization`. Keeps nothing between calls and stores no tags.
 ///
-/// Any thread may tag, any number of images at once. The two fields are read without a lock by the
-/// work under way: they are to be set before, never while calls are in flight.
+/// Any thread may tag, any number of images at once; a child that was forked without exec must not.
+/// The two fields are read without a lock by the work under way: they are to be set before, never
+/// while calls are in flight.
 ///
 ///     auto tags = co_await ImageTagger::shared().tagImage("/photos/IMG_0042.jpg");
 class ImageTagger {

@@ -34,7 +34,8 @@ using TagsByAsset = std::unordered_map<std::string, std::vector<TagWithConfidenc
 /// Until `initialize` has opened it, writes do nothing and reads find nothing. Any thread may call;
 /// operations run one at a time, and each blocks until it is done. A write is on the disk when it
 /// returns; one that fails has changed nothing. Another process may read meanwhile; for its writes
-/// an operation waits up to three seconds and then fails with SQLITE_BUSY (5).
+/// an operation waits up to three seconds and then fails with SQLITE_BUSY (5). A child that was
+/// forked without exec must not use it.
 ///
 /// Errors have the domain `Error::kDatabase` with SQLite's extended code. Texts are stored as the
 /// bytes they are. Time stamps are milliseconds since 1970-01-01T00:00:00Z.

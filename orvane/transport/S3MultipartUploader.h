@@ -44,7 +44,8 @@ class S3MultipartUploader {
   /// `progress` (may be empty) gets the bytes accepted by the store and the file's size: once at
   /// the end of a small file, after each part of a larger one. `completion` is called once, after
   /// every `progress`. Both run on the uploader's own queue, at most 4 callbacks at a time, one at
-  /// a time for one upload; failures before anything is sent are reported on the calling thread.
+  /// a time for one upload; on the calling thread, before this returns, `completion` gets
+  /// `invalidURL`, a file that cannot be read at the call, and a thread that cannot be started.
   /// What happens when the process exits, and more about callbacks, stands in UploadCallbacks.h.
   ///
   /// Errors: `S3Error::invalidURL`; `S3Error::fileReadError` when the file cannot be read, also

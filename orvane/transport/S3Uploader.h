@@ -23,8 +23,8 @@ namespace orvane {
 ///
 /// Errors they share: `S3Error::invalidURL` when configuration and key make no URL (nothing is
 /// sent), `S3Error::httpError` for an answer of 300 or more, and the HTTP client's own errors
-/// (domain `Error::kUrlLoading`, or `Error::kPosix` where threads or descriptors have run out)
-/// unchanged.
+/// (domain `Error::kUrlLoading`, or `Error::kPosix` where descriptors or threads have run out; see
+/// HttpSession.h) unchanged.
 struct S3Uploader {
   S3Uploader() = delete;
 

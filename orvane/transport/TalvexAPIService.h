@@ -17,7 +17,8 @@ struct KeyETagPair {
   friend bool operator==(const KeyETagPair&, const KeyETagPair&) = default;
 };
 
-/// Lists what is in the bucket. Holds no state: any number of threads may list at the same time.
+/// Lists what is in the bucket. Holds no state: any number of threads and processes may list at the
+/// same time, a child that was forked without exec may not.
 ///
 ///     const auto objects = TalvexAPIService::shared().listObjects(config, "media/");
 class TalvexAPIService {
@@ -36,7 +37,8 @@ class TalvexAPIService {
   /// Blocks until the last page is there, a thousand objects to a page; callable from any thread,
   /// callbacks included. Each page is held in memory as text while it is read; one of more than
   /// 64 MiB fails with dataLengthExceedsMaximum (-1103). Nothing is retried, and a listing that
-  /// fails halfway yields nothing.
+  /// fails halfway yields nothing. The store decides when it ends: with one that names a further
+  /// page each time, a token it has given before included, the list grows as long as memory lasts.
   ///
   /// Errors: `Error::kUrlLoading` with badURL (-1000) when the configuration makes no URL, and
   /// whatever the HTTP client reports. Of the domain `kDomain`: the status as code when that is 300

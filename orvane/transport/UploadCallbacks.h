@@ -19,8 +19,11 @@ namespace orvane {
 // host.
 //
 // Where no thread can be started to run callbacks, `completion` is called at once on the calling
-// thread, with the POSIX error EAGAIN. Where the first request finds no descriptor left, it gets
-// the POSIX error EMFILE. Both may pass.
+// thread, with the POSIX error EAGAIN. Where a request finds no descriptor left, it gets the POSIX
+// error EMFILE. Both may pass.
+//
+// Processes share nothing. A child that was forked without exec must start no upload, listing or
+// other request, and no callback runs in it.
 //
 // Where a callback is promised "exactly once", that ends with the process: once `main` has returned
 // or `exit` has been called, no callback begins, and uploads under way are left where they are.

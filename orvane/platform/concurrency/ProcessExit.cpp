@@ -67,8 +67,10 @@ class ThreadsEnd {
 
 thread_local ThreadsEnd threadsEnd;
 
-// Static objects of the program are made by the thread that calls `main`.
-[[maybe_unused]] const bool kMainThreadIsWatched = (threadsEnd.watch(), true);
+// Static objects are made by the thread that calls `main`, unless another one loads the library as
+// part of a plug-in: the end of that thread is not the end of the process.
+[[maybe_unused]] const bool kMainThreadIsWatched =
+    gettid() == getpid() && (threadsEnd.watch(), true);
 
 }  // namespace
 

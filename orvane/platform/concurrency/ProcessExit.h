@@ -18,8 +18,9 @@ namespace orvane::platform {
 /// 4. The steps of `Stage::stores` run.
 ///
 /// Where `main` returns, or its thread or a thread of the engine calls `exit`, this comes before
-/// any static object is destroyed and any exit handler runs. Where another thread calls `exit`, it
-/// comes before static objects are destroyed that existed at the latest call of `watch`.
+/// any static object is destroyed and any exit handler runs. Where another thread calls `exit`, or
+/// where a thread other than that of `main` has loaded the library, it comes before static objects
+/// are destroyed that existed at the latest call of `watch`.
 ///
 /// A forked child has copies of all this, but neither the threads nor the right to write: its exit
 /// does nothing here.

@@ -8,7 +8,9 @@
 
 namespace orvane::platform {
 
-/// Replaces a file as a whole: whatever happens, a reader finds the old or the new content.
+/// Replaces a file as a whole: a reader finds the old or the new content, also after a crash. (One
+/// exception: a writer that stops for ten seconds within `commit`, just before the rename, and goes
+/// on while another one writes the same target, may put that one's unfinished content there.)
 ///
 /// The content goes into a temporary file of mode 0600 in the same folder, which is synced to the
 /// disk, renamed over the target, and followed by a sync of the folder. The temporary file has one

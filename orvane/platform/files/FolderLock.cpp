@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 
 namespace orvane::platform {
@@ -25,7 +26,10 @@ FolderLock::FolderLock(const std::filesystem::path& folder, std::chrono::millise
   file_ = openForLocking(folder / ".lock");
   // Removing another user's file would let two processes of this one hold the lock.
   if (!file_) file_ = openForLocking(folder / (".lock-" + std::to_string(::geteuid())));
-  isHeld_ = file_ && file_.lockWithin(limit) == 0;
+  if (!file_) return;
+  const int failure = file_.lockWithin(limit);
+  isHeld_ = failure == 0;
+  isHeldByAnother_ = failure == EWOULDBLOCK;
 }
 
 FolderLock::~FolderLock() {

@@ -20,10 +20,13 @@ class FolderLock {
   FolderLock& operator=(const FolderLock&) = delete;
 
   [[nodiscard]] bool isHeld() const noexcept { return isHeld_; }
+  /// Whether the turn failed to come since another one had it until `limit` had passed.
+  [[nodiscard]] bool isHeldByAnother() const noexcept { return isHeldByAnother_; }
 
  private:
   FileDescriptor file_;
   bool isHeld_ = false;
+  bool isHeldByAnother_ = false;
 };
 
 }  // namespace orvane::platform

@@ -44,7 +44,9 @@ struct HostOptions {
 
 /// The application that links the engine: who it is, and where it keeps its files.
 ///
-/// Any thread may call these. The first use of anything that depends on the options fixes them.
+/// Any thread may call these. The first use of a folder, an identifier, the secure store or the
+/// image classifier fixes the options. HTTP requests and image workers do not: `configure` is to
+/// come before them as well, since those under way by then keep to the former options.
 class HostApplication {
  public:
   HostApplication() = delete;

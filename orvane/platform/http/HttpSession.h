@@ -19,7 +19,8 @@ namespace orvane::platform {
 /// headers hold (the connection goes to the URL's host and port all the same), nothing added but
 /// `Content-Length`. HTTP/1.1 over http and https; redirects are answers like any other;
 /// certificates are verified, by the system's authorities and those that `HostOptions` names;
-/// proxies are those of the environment (`https_proxy`, `no_proxy`...).
+/// proxies are those of the environment (`https_proxy`, `no_proxy`...). What a proxy answers to a
+/// request over http is a response like the server's own, 407 too; over https it is an error.
 ///
 /// One I/O thread per process drives the transfers of all sessions; callbacks never run on it. A
 /// request takes its first steps, without waiting for the network, on the thread that starts it.
@@ -33,8 +34,9 @@ namespace orvane::platform {
 /// connection turns out to have been closed before the server could read any of it; a POST not even
 /// then. Otherwise a connection that ends without an answer is the error networkConnectionLost.
 ///
-/// Where threads or descriptors have run out, requests fail with a POSIX error, and may succeed
-/// later.
+/// Where descriptors, memory for sockets or the session's threads have run out, requests fail with
+/// a POSIX error, and may succeed later. A name lookup that cannot start its thread is not told
+/// from one that finds no host: cannotFindHost.
 ///
 /// Any thread may use a session. Destroying it does not disturb transfers under way. Processes
 /// share nothing. A child that was forked after the first use must start no request; it may destroy

@@ -40,7 +40,7 @@ class SecureStore {
   [[nodiscard]] virtual Result<std::optional<Bytes>> read(std::string_view account) = 0;
 
   /// Stores the item. Afterwards the account holds exactly this one; after a failure, the former
-  /// one or none, or this one where only the confirmation failed.
+  /// one, none, this one, or both, of which a later `read` gives either.
   [[nodiscard]] virtual Result<void> replace(std::string_view account, ByteView data) = 0;
 
  protected:

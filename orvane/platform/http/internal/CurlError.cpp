@@ -1,5 +1,6 @@
 #include <orvane/platform/http/internal/CurlError.h>
 
+#include <orvane/platform/base/PosixError.h>
 #include <orvane/platform/http/UrlError.h>
 
 #include <openssl/x509_vfy.h>
@@ -108,6 +109,11 @@ std::string detailOf(CURL* easy, CURLcode code, int osError) {
   }
 }
 
+/// Whether the errno value says that this machine or process has run out of something.
+bool isShortage(int number) {
+  return number == EMFILE || number == ENFILE || number == ENOBUFS || number == ENOMEM;
+}
+
 }  // namespace
 
 Error errorOf(CURL* easy, CURLcode code, int openFailure) {
@@ -121,6 +127,7 @@ Error errorOf(CURL* easy, CURLcode code, int openFailure) {
     return urlError(UrlErrorCode::cannotConnectToHost,
                     "the proxy answers " + std::to_string(proxyStatus));
   }
+  if (isShortage(openFailure)) return posixError(openFailure, "open a socket");
   const int osError =
       openFailure != 0 ? openFailure : static_cast<int>(figure(easy, CURLINFO_OS_ERRNO));
   return urlError(codeOf(code, osError), detailOf(easy, code, osError));

@@ -6,8 +6,9 @@
 
 namespace orvane::platform {
 
-/// The URL-loading error for a transfer that ended with `code`, which is a failure. `openFailure`
-/// is the errno value with which a socket could not be opened for it, or 0.
+/// The error for a transfer that ended with `code`, which is a failure. `openFailure` is the errno
+/// value with which a socket could not be opened for it, or 0; where that says that descriptors or
+/// memory have run out, it is the POSIX error, otherwise a URL-loading one.
 [[nodiscard]] Error errorOf(CURL* easy, CURLcode code, int openFailure = 0);
 
 /// Whether a transfer that ended with `code` within a head did so since a line of it was too long.

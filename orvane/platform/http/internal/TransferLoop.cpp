@@ -240,9 +240,15 @@ void TransferLoop::endStalled(Clock::time_point now) {
   for (const auto* transfer : stalled) {
     end(*transfer, std::unexpected(urlError(UrlErrorCode::timedOut)));
   }
-  // Between the addresses of a name the library has neither a socket nor an alarm to wake it.
+  if (isConnecting) driveAll();
+}
+
+/// For handles that connect: between the addresses of a name the library has neither a socket nor a
+/// deadline to be woken by. `curl_multi_perform` would not tell of the sockets it opens, so that
+/// nothing would watch them; the deprecated call does, and no other drives a handle without either.
+void TransferLoop::driveAll() {
   int running = 0;
-  if (isConnecting) curl_multi_perform(multi_, &running);
+  CURL_IGNORE_DEPRECATION(curl_multi_socket_all(multi_, &running);)
 }
 
 /// Wakes the I/O thread in time; an alarm that comes too early finds nothing to do, which is

@@ -64,6 +64,7 @@ class TransferLoop {
   void timeHasCome();
   void endCompleted();
   void endStalled(Clock::time_point now);
+  void driveAll();
   void armTimer();
   void watch(curl_socket_t socket, int interest) const;
   static int onSocket(CURL* easy, curl_socket_t socket, int interest, void* self, void* unused);
