@@ -2,8 +2,8 @@
 
 namespace orvane::platform {
 
-/// Takes from this process what no decoder needs: more than 768 MiB of memory of its own, writing to
-/// files, core dumps, the host's folder, and a life after the thread that started it.
+/// Takes from this process what no decoder needs: more than 768 MiB of memory of its own, writing
+/// to files, core dumps, the host's folder, and a life after the thread that started it.
 void limitResources();
 
 /// Takes the rest, once everything that has to be opened is open: opening files and asking whether
