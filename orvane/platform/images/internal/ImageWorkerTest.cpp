@@ -17,6 +17,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -199,6 +200,17 @@ TEST(ImageWorker, ReachesNoOtherProcessAndNoOtherMemory) {
   EXPECT_EQ(testing::outputOfChild("tryWhatIsRefused", {std::to_string(getpid())}), "11 0000\n");
 }
 
+/// Has a shell script be the worker. `reply` writes one number of a reply.
+void beWorker(const std::string& script) {
+  const auto file = testDirectory() / "worker";
+  testing::writeFile(file,
+                     "#!/bin/sh\nreply() { printf \"\\\\$1\\\\0\\\\0\\\\0\" >&0; }\n"
+                     "ready() { reply 0; reply 0; reply 0; }\n" +
+                         script);
+  fs::permissions(file, fs::perms::owner_all);
+  setImageWorker(file);
+}
+
 TEST(ImageWorker, OneThatCannotBeStartedIsNamed) {
   const auto good = goodImage();
   setImageWorker("/nowhere/worker");
@@ -207,6 +219,32 @@ TEST(ImageWorker, OneThatCannotBeStartedIsNamed) {
   setImageWorker("/bin/false");
   EXPECT_EQ(read(good).error().description(),
             good.string() + ": /bin/false ended before it was ready");
+}
+
+TEST(ImageWorker, OneThatBreaksItsWordIsReplaced) {
+  const auto good = goodImage();
+  const auto readAs = [&](ImageFit fit) {
+    return static_cast<ImageProblem>(readImage(good, 2, 2, fit, 10s).error().code());
+  };
+  beWorker("ready; reply 1; reply 1; reply 0; printf abc >&0; read -r end\n");
+  EXPECT_EQ(readAs(ImageFit::cover), ImageProblem::crashed);
+  beWorker("ready; reply 0; reply 0; reply 10; read -r end\n");
+  EXPECT_EQ(readAs(ImageFit::inside), ImageProblem::tooMuchMemory);
+  beWorker("exit\n");  // Started, because the one before was killed.
+  EXPECT_EQ(readAs(ImageFit::inside), static_cast<ImageProblem>(ENOEXEC));
+}
+
+const testing::ChildMain kReadOne("readOne", [](const auto& arguments) {
+  beWorker(
+      "ready; kill -STOP $PPID; sleep 3; kill -CONT $PPID\n"
+      "reply 1; reply 1; reply 0; printf abc >&0; read -r end\n");
+  const auto image = read(arguments.at(0), 2s);
+  std::puts(image ? "read" : image.error().description().c_str());
+  return 0;
+});
+
+TEST(ImageWorker, TimeInWhichTheHostIsStoppedDoesNotCount) {
+  EXPECT_EQ(testing::outputOfChild("readOne", {goodImage().string()}), "read\n");
 }
 
 /// Ends while another thread decodes; prints the worker's number.
