@@ -25,7 +25,7 @@ constexpr std::size_t kTagColumns = 24;
 std::vector<TagWithConfidence> tagsOf(const std::string& photo) {
   std::map<std::string, double> surest;
   for (const auto& [tag, confidence] : valueOf(openTags().getTagsForAsset(photo))) {
-    surest[tag] = std::max(surest[tag], confidence);
+    surest[tag] = std::max(surest[tag], std::clamp(confidence, 0.0, 1.0));
   }
   std::vector<TagWithConfidence> tags;
   tags.reserve(surest.size());

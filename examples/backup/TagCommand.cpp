@@ -1,4 +1,6 @@
 #include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/vision/ImageClassifier.h>
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/tagging/TagDatabase.h>
 
@@ -13,6 +15,9 @@
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,6 +38,27 @@ bool isPhotoBackedUp(const UploadRecord& record) {
          contentTypeOf(record.id()).starts_with("image/");
 }
 
+/// The host's classifier, which remembers what it has looked at: a tagger's empty list may also
+/// mean that it could not.
+class RememberingClassifier final : public orvane::ImageClassifier {
+ public:
+  [[nodiscard]] orvane::Result<std::vector<orvane::ClassificationObservation>> classify(
+      const Path& image) const override {
+    auto seen = orvane::HostApplication::imageClassifier().classify(image);
+    const std::lock_guard lock(mutex_);
+    if (seen) lookedAt_.insert(image);
+    return seen;
+  }
+  [[nodiscard]] bool hasLookedAt(const Path& image) const {
+    const std::lock_guard lock(mutex_);
+    return lookedAt_.erase(image) > 0;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  mutable std::set<Path> lookedAt_;
+};
+
 /// Looks at every photo that is backed up and was not looked at before.
 ///
 /// A photo is done once its record is saved, and its record is saved after its tags: a killed run
@@ -50,6 +76,9 @@ class Backfill {
   Task tag(UploadRecord record);
   void report();
 
+  const std::shared_ptr<RememberingClassifier> classifier_ =
+      std::make_shared<RememberingClassifier>();
+  const orvane::ImageTagger tagger_{classifier_};
   TagDatabase& database_ = openTags();
   const std::string device_ = deviceIdentity();
   const std::filesystem::path folder_;
@@ -61,6 +90,7 @@ class Backfill {
   std::vector<UploadRecord> tagged_;  ///< Not reported yet.
   std::int64_t done_ = 0;             ///< Photos looked at, by earlier runs too.
   std::int64_t total_ = 0;            ///< Photos that were or can be looked at.
+  std::size_t failed_ = 0;            ///< Photos that the classifier could not look at.
   std::size_t gone_ = 0;  ///< Photos that cannot be found in the folder, or not be read.
 };
 
@@ -75,12 +105,17 @@ int Backfill::run() {
   report();
   display_.clearBar();
   if (done_ == total_) valueOf(database_.completeBackfill());
-  std::cout << done_ << " of " << countText(total_, "photo") << " looked at, " << next_
+  std::cout << done_ << " of " << countText(total_, "photo") << " looked at, " << next_ - failed_
             << " of them now\n";
   if (gone_ > 0) {
     std::cerr << countText(gone_, "photo") << " cannot be read, or not found in the folder\n";
   }
-  return stopRequested() ? kInterrupted : kSuccess;
+  if (failed_ > 0) {
+    std::cerr << countText(failed_, "photo")
+              << " could not be looked at; the next run tries again\n";
+  }
+  if (stopRequested()) return kInterrupted;
+  return gone_ + failed_ > 0 ? kSomethingFailed : kSuccess;
 }
 
 /// A lost database, or a new identity: what the device published would soon be replaced by the
@@ -117,7 +152,12 @@ Task Backfill::tagNextPhotos() {
 }
 
 Task Backfill::tag(UploadRecord record) {
-  const auto tags = co_await orvane::ImageTagger::shared().tagImage(folder_ / record.id());
+  const Path photo = folder_ / record.id();
+  const auto tags = co_await tagger_.tagImage(photo);
+  if (!classifier_->hasLookedAt(photo)) {
+    ++failed_;  // The next run tries it again.
+    co_return;
+  }
   valueOf(database_.upsertTags(record.id(), tags, device_));
   record.tags.clear();
   for (const auto& [tag, confidence] : tags) record.tags.push_back(tag);

@@ -40,12 +40,13 @@ class ImageTagger {
   /// classifier's order; each with the classifier's confidence from 0 to 1. Two labels of one
   /// translation give two pairs. Empty when nothing qualifies, and when the file cannot be read or
   /// classified, or no thread be started for it: then one line that begins "[ImageTagger] Vision
-  /// classify failed: " goes to `SystemLog`. Never fails.
+  /// classify failed: " goes to `SystemLog`. Such a failure may be passing, so an empty list is not
+  /// to be taken as the last word on an image. Never fails.
   ///
   /// The caller is suspended and resumes on its own executor, which must outlive the operation. The
   /// work runs on a thread of lowered priority, as many at once as there are cores; the engine's
-  /// own classifiers hold up to 512 MiB for the largest image that they accept. Cancelling has no
-  /// effect. When the process exits, operations under way are left where they are.
+  /// own classifiers decode in a process beside each of these threads. Cancelling has no effect.
+  /// When the process exits, operations under way are left where they are.
   [[nodiscard]] boost::asio::awaitable<std::vector<TagWithConfidence>> tagImage(
       std::filesystem::path at) const;
 

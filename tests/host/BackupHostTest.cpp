@@ -140,8 +140,9 @@ TEST_F(BackupHostTest, OneCommandAtATimeChangesAState) {
   gate.open();
   EXPECT_EQ(first.wait(), 0);
   const Outcome tagged = with(state_, {"tag"});
-  EXPECT_EQ(tagged.status, 0);
+  EXPECT_EQ(tagged.status, 1);
   EXPECT_THAT(tagged.output, HasSubstr("Vision classify failed: "));
+  EXPECT_EQ(with(state_, {"tag"}).output, tagged.output);  // It is not filed as looked at.
 }
 
 TEST_F(BackupHostTest, UnusableConfigurationIsRefused) {

@@ -1,5 +1,6 @@
 #include <orvane/platform/host/SystemLog.h>
 
+#include <orvane/platform/base/Utf8.h>
 #include <orvane/platform/host/HostApplication.h>
 
 #include <syslog.h>
@@ -35,11 +36,24 @@ void writeToSyslog(const std::string& line) {
 
 bool isControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; }
 
+/// Well-formed UTF-8 without controls (C0, C1) and without the separators of lines.
+std::string oneLine(std::string_view line) {
+  std::string text = platform::repairedUtf8(line);
+  std::ranges::replace_if(text, isControl, ' ');
+  for (std::size_t at = 0; (at = text.find_first_of("\xC2\xE2", at)) != std::string::npos; ++at) {
+    const auto rest = std::string_view(text).substr(at);
+    if (rest[0] == '\xC2' && static_cast<unsigned char>(rest[1]) < 0xA0) text.replace(at, 2, " ");
+    if (rest.starts_with("\xE2\x80\xA8") || rest.starts_with("\xE2\x80\xA9")) {
+      text.replace(at, 3, " ");
+    }
+  }
+  return text;
+}
+
 }  // namespace
 
 void SystemLog::write(std::string_view line) {
-  std::string text(line);
-  std::ranges::replace_if(text, isControl, ' ');
+  const std::string text = oneLine(line);
   std::unique_lock lock(state().mutex);
   const auto sink = state().sink;
   lock.unlock();

@@ -17,8 +17,9 @@ class SystemLog {
   /// when several write. What it throws is dropped. It may write lines itself.
   using Sink = std::function<void(std::string_view line)>;
 
-  /// Writes one line of UTF-8. Control characters in it, line breaks and NUL among them, become
-  /// spaces: whatever a file name or a server's answer holds, it stays one line. May block briefly.
+  /// Writes one line of UTF-8. Control characters in it, line breaks of every kind and NUL
+  /// among them, become spaces, and bytes that are no UTF-8 become U+FFFD: whatever a file name or
+  /// a server's answer holds, it stays one line. May block briefly.
   static void write(std::string_view line);
 
   /// From now on lines go to `sink` instead of the system's log; an empty one brings that back. A

@@ -20,11 +20,11 @@ TEST(SystemLog, EachLineStaysOne) {
   SystemLog::setSink([&](std::string_view line) { lines.emplace_back(line); });
   SystemLog::write("[TagSync] 100%s done: perch\u00e9 no");
   SystemLog::write("a\nb\r\nc\0d\x1B[31m\te\x7F"sv);
-  SystemLog::write("");
+  SystemLog::write("\u009B1m\u2028x\u2029\u00A0\u2030\xFF");
   SystemLog::setSink({});
   SystemLog::write("goes to the system's log");
   EXPECT_THAT(lines, ::testing::ElementsAre("[TagSync] 100%s done: perch\u00e9 no",
-                                            "a b  c d [31m e ", ""));
+                                            "a b  c d [31m e ", " 1m x \u00A0\u2030\uFFFD"));
 }
 
 TEST(SystemLog, ASinkMayThrowAndWriteAndReplaceItself) {

@@ -62,25 +62,26 @@ thread_local bool ThreadWorker::isGone = false;
 
 Result<RgbImage> readImage(const fs::path& file, int width, int height, ImageFit fit,
                            std::chrono::milliseconds limit) {
-  const auto deadline = ImageWorker::Clock::now() + limit;
   if (std::min(width, height) < 1 || std::max(width, height) > kMaximumBoxSide) {
     return std::unexpected(posixError(EINVAL, "decode"));
   }
   auto reader = FileReader::open(file);
   if (!reader) return unreadable(file, reader.error());
+  [[maybe_unused]] static const bool watched = (ProcessExit::watch(), true);
   if (ThreadWorker::isGone || ProcessExit::hasBegun()) return std::unexpected(ProcessExit::error());
   static thread_local ThreadWorker own;
   auto& worker = own.worker;
   if (!worker || !worker->isReady()) {
     worker.reset();
     auto started = ImageWorker::start(helperFolder() / "orvane-image-worker");
+    if (!started && ProcessExit::hasBegun()) return std::unexpected(ProcessExit::error());
     if (!started) {
       return std::unexpected(Error(Error::kPosix, started.error().code(),
                                    file.string() + ": " + started.error().description()));
     }
     worker.emplace(std::move(*started));
   }
-  auto image = worker->decode(reader->descriptor(), {width, height, fit}, deadline);
+  auto image = worker->decode(reader->descriptor(), {width, height, fit}, limit);
   if (!image && ProcessExit::hasBegun()) return std::unexpected(ProcessExit::error());
   if (!image) return failure(file, image.error());
   return std::move(*image);

@@ -51,12 +51,17 @@ inline constexpr std::chrono::seconds kImageTimeLimit{20};
 /// each pixel is the mean of four.
 ///
 /// The decoders run in `orvane-image-worker`, a process of its own, which may use 768 MiB and
-/// `limit` for an image, and no other file. Whatever an image does to it, this process gets an
-/// error. Each calling thread has its own worker: started for its first image, used for all that
-/// follow, replaced when it has ended, killed when the thread ends.
+/// `limit` for an image, and open no other file. Time in which this process is stopped does not
+/// count. Whatever an image does to the worker, this process stays well and gets an answer in time;
+/// but an image that takes the worker over may answer in its place, for images of the same thread
+/// that follow as well: their pixels, or errors, are then of its making.
+///
+/// Each calling thread has its own worker: started for its first image, used for all that follow,
+/// replaced when it has ended, killed when the thread ends.
 ///
 /// Fails with a POSIX error when the file cannot be read, is not a regular one, or the worker
-/// cannot be started; else with the domain "Image". Each sentence names the file and what is wrong.
+/// cannot be started (ENOEXEC where its program runs but does not get ready, which says nothing
+/// about the image); else with the domain "Image". Each sentence names the file and what is wrong.
 ///
 /// Fails with ECANCELED once the process has begun to exit, also when an image is under way.
 ///

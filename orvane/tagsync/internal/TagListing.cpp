@@ -6,6 +6,9 @@
 namespace orvane::tagsync {
 namespace {
 
+/// No object has a longer key. What is listed ends up in every row of a device's tags.
+constexpr std::size_t kMaximumKeyLength = 1024;
+
 std::string_view firstElement(std::string_view text, const transport::ElementTags& tags) {
   return transport::nextElement(text, tags).value_or("");
 }
@@ -13,6 +16,7 @@ std::string_view firstElement(std::string_view text, const transport::ElementTag
 /// The identifier in a tag object's key; empty for every other key.
 std::string_view identifierIn(std::string_view key, std::string_view listPrefix) {
   if (!key.starts_with(listPrefix) || !key.ends_with(kTagFileName)) return {};
+  if (key.size() > kMaximumKeyLength) return {};
   if (key.size() < listPrefix.size() + kTagFileName.size()) return {};
   key.remove_prefix(listPrefix.size());
   key.remove_suffix(kTagFileName.size());

@@ -21,7 +21,8 @@ class ThreadPool {
 
   /// Has a thread run `work` within a passage of `ProcessExit`. False when that will not happen:
   /// the process exits (then `work` is kept, since what it holds may be of use to nobody but must
-  /// not be destroyed behind the back of its owner), or there is no thread to run it.
+  /// not be destroyed behind the back of its owner), or there is no thread to run it (then `work`
+  /// is destroyed, also while the process exits).
   bool run(Work work);
 
   /// Whether there is a thread, which is started if need be.

@@ -4,11 +4,13 @@
 
 #include <boost/endian/conversion.hpp>
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -35,7 +37,12 @@ struct Size {
   int height;
 };
 
-[[noreturn]] void endForLackOfMemory() { _exit(kOutOfMemoryStatus); }
+/// Says so first: the host may not be told how its children end.
+[[noreturn]] void endForLackOfMemory() {
+  const ImageReply reply{0, 0, ImageProblem::tooMuchMemory};
+  send(kWorkerSocket, &reply, sizeof reply, MSG_NOSIGNAL);
+  _exit(EXIT_FAILURE);
+}
 
 /// Up to eight bytes of the file.
 std::string bytesAt(int file, off_t offset) {
@@ -82,7 +89,7 @@ ImageProblem problemWith(Size size) {
   if (longer > kMaximumSide) return ImageProblem::tooLong;
   if (1.0 * shorter * longer > kMaximumPixels) return ImageProblem::tooManyPixels;
   // libvips ends the process when it reduces images that are very flat.
-  return longer / shorter > kMaximumProportion ? ImageProblem::tooNarrow : ImageProblem::none;
+  return longer > kMaximumProportion * shorter ? ImageProblem::tooNarrow : ImageProblem::none;
 }
 
 int scaled(int side, double factor) {

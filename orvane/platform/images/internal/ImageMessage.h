@@ -17,15 +17,16 @@ struct ImageRequest {
   ImageFit fit;
 };
 
-/// Is followed by `width` * `height` * 3 bytes of pixels, unless there is a problem.
+/// Is followed by `width` * `height` * 3 bytes of pixels, unless there is a problem. A first one
+/// without a problem or pixels says that the worker is ready.
 struct ImageReply {
   std::int32_t width;
   std::int32_t height;
   ImageProblem problem;  ///< `none` for an image.
 };
 
-/// The worker's exit status when it could not get the memory it needed.
-inline constexpr int kOutOfMemoryStatus = 77;
+/// The worker's end of the socket.
+inline constexpr int kWorkerSocket = 0;
 
 inline constexpr std::size_t kWorkerMemory = std::size_t{768} * 1024 * 1024;
 

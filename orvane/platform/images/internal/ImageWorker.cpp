@@ -26,6 +26,14 @@ namespace orvane::platform {
 namespace {
 
 using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+/// A look at the clock this much later than the one before means that this process was stopped.
+constexpr std::chrono::seconds kStopped{1};
+
+/// How long a killed worker is waited for. One that the kernel cannot end yet must not hold a
+/// thread.
+constexpr milliseconds kEndLimit{5000};
 
 /// How often a wait for the worker looks whether the process exits, which must not wait for it.
 constexpr milliseconds kExitCheck{100};
@@ -43,9 +51,8 @@ int spawn(const std::string& program, int socket, pid_t& process) {
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   sigset_t signals;
-  sigemptyset(&signals);
-  posix_spawnattr_setsigmask(&attributes, &signals);
   sigfillset(&signals);
+  posix_spawnattr_setsigmask(&attributes, &signals);
   posix_spawnattr_setsigdefault(&attributes, &signals);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
@@ -59,7 +66,7 @@ int spawn(const std::string& program, int socket, pid_t& process) {
   return problem;
 }
 
-/// Sends the request with the descriptor of the file.
+/// Sends the request with the descriptor of the file. A worker that waits for it has room for it.
 bool sendRequest(int socket, const ImageRequest& request, int file) {
   ImageRequest bytes = request;
   iovec content{&bytes, sizeof bytes};
@@ -74,18 +81,30 @@ bool sendRequest(int socket, const ImageRequest& request, int file) {
   header->cmsg_type = SCM_RIGHTS;
   header->cmsg_len = CMSG_LEN(sizeof file);
   std::memcpy(CMSG_DATA(header), &file, sizeof file);
-  return sendmsg(socket, &message, MSG_NOSIGNAL) == ssize_t{sizeof bytes};
+  return sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT) == ssize_t{sizeof bytes};
 }
 
-bool fits(const ImageReply& reply, const ImageRequest& request) {
-  const bool isWithin = reply.width >= 1 && reply.width <= request.width && reply.height >= 1 &&
-                        reply.height <= request.height;
-  return reply.problem == ImageProblem::none
-             ? isWithin
-             : reply.problem > ImageProblem::none && reply.problem <= ImageProblem::crashed;
+bool isPossible(const ImageReply& reply, const ImageRequest& request) {
+  if (reply.problem != ImageProblem::none) {
+    return reply.problem > ImageProblem::none && reply.problem <= ImageProblem::crashed;
+  }
+  if (request.fit != ImageFit::inside) {
+    return reply.width == request.width && reply.height == request.height;
+  }
+  return reply.width >= 1 && reply.width <= request.width && reply.height >= 1 &&
+         reply.height <= request.height;
 }
 
 }  // namespace
+
+TimeLeft::TimeLeft(milliseconds limit) : seen_(Clock::now()), deadline_(seen_ + limit) {}
+
+milliseconds TimeLeft::left() {
+  const auto now = Clock::now();
+  if (now - seen_ > kStopped) deadline_ += now - seen_;
+  seen_ = now;
+  return std::chrono::ceil<milliseconds>(deadline_ - now);
+}
 
 Result<ImageWorker> ImageWorker::start(const std::filesystem::path& program) {
   std::array<int, 2> ends{};
@@ -93,11 +112,12 @@ Result<ImageWorker> ImageWorker::start(const std::filesystem::path& program) {
     return std::unexpected(lastPosixError(program.string()));
   }
   FileDescriptor ours(ends[0]);
-  const FileDescriptor theirs(ends[1]);
+  FileDescriptor theirs(ends[1]);
   pid_t process = -1;
   if (const int problem = spawn(program.string(), theirs.get(), process); problem != 0) {
     return std::unexpected(posixError(problem, program.string()));
   }
+  theirs.close();  // So that the worker's end is seen.
   FileDescriptor handle(pidfd_open(process, 0));
   if (!handle) {
     const auto error = lastPosixError(program.string());
@@ -105,7 +125,16 @@ Result<ImageWorker> ImageWorker::start(const std::filesystem::path& program) {
     waitpid(process, nullptr, 0);
     return std::unexpected(error);
   }
-  return ImageWorker(std::move(ours), std::move(handle));
+  ImageWorker worker(std::move(ours), std::move(handle));
+  TimeLeft time(kImageTimeLimit);
+  ImageReply reply{};
+  if (worker.receive(&reply, sizeof reply, time) && reply.problem == ImageProblem::none) {
+    return worker;
+  }
+  if (ProcessExit::hasBegun()) return std::unexpected(ProcessExit::error());
+  const auto* const what =
+      time.left() > milliseconds::zero() ? " ended before it was ready" : " does not get ready";
+  return std::unexpected(Error(Error::kPosix, ENOEXEC, program.string() + what));
 }
 
 ImageWorker::ImageWorker(FileDescriptor socket, FileDescriptor process)
@@ -121,31 +150,32 @@ bool ImageWorker::isReady() const {
 }
 
 std::expected<RgbImage, ImageProblem> ImageWorker::decode(int file, const ImageRequest& request,
-                                                          Clock::time_point deadline) {
-  ImageReply reply{};
+                                                          milliseconds limit) {
+  TimeLeft time(limit);
+  ImageReply reply{.width = 0, .height = 0, .problem = ImageProblem::crashed};
   RgbImage image;
   bool complete = sendRequest(socket_.get(), request, file) &&
-                  receive(&reply, sizeof reply, deadline) && fits(reply, request);
-  if (complete && reply.problem != ImageProblem::none) return std::unexpected(reply.problem);
-  if (complete) {
+                  receive(&reply, sizeof reply, time) && isPossible(reply, request);
+  if (complete && reply.problem == ImageProblem::none) {
     image.width = reply.width;
     image.height = reply.height;
     image.pixels.resize(std::size_t{3} * static_cast<std::size_t>(reply.width) *
                         static_cast<std::size_t>(reply.height));
-    complete = receive(image.pixels.data(), image.pixels.size(), deadline);
+    complete = receive(image.pixels.data(), image.pixels.size(), time);
+    if (complete) return image;
   }
-  if (complete) return image;
-  const bool isLate = Clock::now() >= deadline;
-  const int status = stop();
-  if (isLate) return std::unexpected(ImageProblem::tooSlow);
-  return std::unexpected(status == kOutOfMemoryStatus ? ImageProblem::tooMuchMemory
-                                                      : ImageProblem::crashed);
+  if (!complete) {
+    const bool isLate = time.left() <= milliseconds::zero();
+    reply.problem = isLate ? ImageProblem::tooSlow : ImageProblem::crashed;
+  }
+  if (reply.problem >= ImageProblem::tooSlow) stop();
+  return std::unexpected(reply.problem);
 }
 
-bool ImageWorker::receive(void* bytes, std::size_t count, Clock::time_point deadline) {
+bool ImageWorker::receive(void* bytes, std::size_t count, TimeLeft& time) {
   auto* rest = static_cast<char*>(bytes);
   while (count > 0) {
-    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+    const auto left = time.left();
     if (left <= milliseconds::zero() || ProcessExit::hasBegun()) return false;
     pollfd state{.fd = socket_.get(), .events = POLLIN, .revents = 0};
     const int ready = poll(&state, 1, static_cast<int>(std::min(left, kExitCheck).count()));
@@ -160,15 +190,13 @@ bool ImageWorker::receive(void* bytes, std::size_t count, Clock::time_point dead
   return true;
 }
 
-int ImageWorker::stop() {
-  siginfo_t end{};
-  // Where it is ending by itself already, this changes nothing about its status.
+void ImageWorker::stop() {
   pidfd_send_signal(process_.get(), SIGKILL, nullptr, 0);
-  const auto handle = static_cast<id_t>(process_.get());
-  while (waitid(P_PIDFD, handle, &end, WEXITED) != 0 && errno == EINTR) {
+  pollfd state{.fd = process_.get(), .events = POLLIN, .revents = 0};
+  while (poll(&state, 1, static_cast<int>(kEndLimit.count())) < 0 && errno == EINTR) {
   }
+  waitid(P_PIDFD, static_cast<id_t>(process_.get()), nullptr, WEXITED | WNOHANG);
   process_.close();
-  return end.si_code == CLD_EXITED ? end.si_status : -1;
 }
 
 }  // namespace orvane::platform

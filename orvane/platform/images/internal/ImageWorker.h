@@ -12,15 +12,29 @@
 
 namespace orvane::platform {
 
+/// Time that a worker may take. While this process is stopped, and its worker perhaps with it, no
+/// time passes; that is seen by a look at the clock that comes far too late, so `left` is to be
+/// asked several times a second.
+class TimeLeft {
+ public:
+  explicit TimeLeft(std::chrono::milliseconds limit);
+  [[nodiscard]] std::chrono::milliseconds left();
+
+ private:
+  std::chrono::steady_clock::time_point seen_;
+  std::chrono::steady_clock::time_point deadline_;
+};
+
 /// A running `orvane-image-worker`, killed when this object goes. One thread at a time.
 ///
-/// The program starts with an empty environment, no signal blocked or ignored, and no descriptor of
-/// this process but its end of a socket. It ends by itself when the thread that started it does.
+/// The program starts with an empty environment and no descriptor of this process but its end of a
+/// socket. Every signal that can be is blocked: what is sent to the whole group of processes, to
+/// end or to stop it, is the host's to follow. The worker ends by itself when the thread that
+/// started it does.
 class ImageWorker {
  public:
-  using Clock = std::chrono::steady_clock;
-
-  /// Fails with a POSIX error whose sentence names the program.
+  /// Waits until the worker is ready, at most `kImageTimeLimit`. Fails with a POSIX error whose
+  /// sentence names the program: ENOEXEC where it ends before it is ready.
   [[nodiscard]] static Result<ImageWorker> start(const std::filesystem::path& program);
 
   ImageWorker(ImageWorker&&) noexcept = default;
@@ -30,16 +44,16 @@ class ImageWorker {
   /// Whether it waits for an image, so far as can be told. A forked child must not use it.
   [[nodiscard]] bool isReady() const;
 
-  /// Has it decode an open file. After `tooSlow`, `tooMuchMemory` and `crashed` it has ended.
+  /// Has it decode an open file. After `tooSlow`, `tooMuchMemory` and `crashed` it has been killed.
   [[nodiscard]] std::expected<RgbImage, ImageProblem> decode(int file, const ImageRequest& request,
-                                                             Clock::time_point deadline);
+                                                             std::chrono::milliseconds limit);
 
  private:
   ImageWorker(FileDescriptor socket, FileDescriptor process);
 
-  [[nodiscard]] bool receive(void* bytes, std::size_t count, Clock::time_point deadline);
-  /// Ends the process. Gives its exit status, -1 when a signal ended it.
-  int stop();
+  [[nodiscard]] bool receive(void* bytes, std::size_t count, TimeLeft& time);
+  /// Kills the process.
+  void stop();
 
   FileDescriptor socket_;
   FileDescriptor process_;  ///< Unlike a number, never stands for another process.

@@ -19,8 +19,6 @@
 namespace orvane::platform {
 namespace {
 
-constexpr int kSocket = STDIN_FILENO;
-
 struct Task {
   ImageRequest request;
   FileDescriptor file;
@@ -36,7 +34,8 @@ std::optional<Task> nextTask() {
   message.msg_iovlen = 1;
   message.msg_control = control.data();
   message.msg_controllen = control.size();
-  if (recvmsg(kSocket, &message, MSG_CMSG_CLOEXEC) != ssize_t{sizeof request}) return std::nullopt;
+  if (recvmsg(kWorkerSocket, &message, MSG_CMSG_CLOEXEC) != ssize_t{sizeof request})
+    return std::nullopt;
   const cmsghdr* const header = CMSG_FIRSTHDR(&message);
   if (header == nullptr) return std::nullopt;
   int file = -1;
@@ -47,7 +46,7 @@ std::optional<Task> nextTask() {
 void send(const void* bytes, std::size_t count) {
   const auto* rest = static_cast<const char*>(bytes);
   while (count > 0) {
-    const ssize_t sent = ::send(kSocket, rest, count, MSG_NOSIGNAL);
+    const ssize_t sent = ::send(kWorkerSocket, rest, count, MSG_NOSIGNAL);
     if (sent <= 0) std::_Exit(EXIT_FAILURE);
     rest += sent;
     count -= static_cast<std::size_t>(sent);
@@ -56,7 +55,7 @@ void send(const void* bytes, std::size_t count) {
 
 /// Whether the library's process ended too early for this one to be ended with it.
 bool isAbandoned() {
-  pollfd state{.fd = kSocket, .events = 0, .revents = 0};
+  pollfd state{.fd = kWorkerSocket, .events = 0, .revents = 0};
   return poll(&state, 1, 0) == 1;
 }
 
@@ -64,6 +63,8 @@ int work() {
   limitResources();
   if (isAbandoned() || !startDecoders()) return EXIT_FAILURE;
   confine();
+  const ImageReply ready{};
+  send(&ready, sizeof ready);
   while (auto task = nextTask()) {
     const auto image = decodeImage(task->file.get(), task->request);
     task->file.close();

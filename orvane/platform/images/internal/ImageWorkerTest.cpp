@@ -1,5 +1,6 @@
 #include <orvane/platform/base/Helpers.h>
 #include <orvane/platform/images/ImageReader.h>
+#include <orvane/platform/images/internal/ImageConfinement.h>
 
 #include "support/ChildProcess.h"
 #include "support/MemoryGrowth.h"
@@ -9,16 +10,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -69,6 +74,14 @@ pid_t workerOf(pid_t process, pid_t thread) {
     if (std::ifstream(task + "/children") >> worker) return worker;
     std::this_thread::yield();
   }
+}
+
+/// The processor time that a process has used for itself, in ticks of 10 ms.
+long ticksOf(pid_t process) {
+  std::ifstream stat("/proc/" + std::to_string(process) + "/stat");
+  std::string word;
+  for (int field = 1; field <= 14; ++field) stat >> word;
+  return std::stol(word);
 }
 
 /// Prints the code of the error (0 for none) and by how many KiB memory has grown.
@@ -134,11 +147,11 @@ TEST(ImageWorker, OneThatOverrunsOrDiesIsReplaced) {
   ASSERT_EQ(waitid(P_PID, static_cast<id_t>(idle), &end, WEXITED | WNOWAIT), 0);
   EXPECT_EQ(codeOf(read(good)), ImageProblem::none);
   const pid_t worker = workerOf(getpid(), thread);
-  std::jthread killer([&] {
-    // It has the image when it has opened more than its socket and its two outputs.
-    const auto opened = "/proc/" + std::to_string(worker) + "/fd/3";
-    while (!fs::exists(fs::symlink_status(opened))) std::this_thread::yield();
-    kill(worker, SIGSEGV);
+  const long before = ticksOf(worker);
+  std::jthread killer([worker, before] {
+    // Only decoding takes it so long.
+    while (ticksOf(worker) < before + 10) std::this_thread::yield();
+    kill(worker, SIGKILL);
   });
   const auto image = read(slow);
   EXPECT_EQ(codeOf(image), ImageProblem::crashed);
@@ -147,25 +160,57 @@ TEST(ImageWorker, OneThatOverrunsOrDiesIsReplaced) {
 }
 
 TEST(ImageWorker, HoldsNothingThatItDoesNotNeed) {
-  sigset_t blocked;
-  sigfillset(&blocked);
-  pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
-  const std::ofstream inherited(testDirectory() / "secret");
+  std::array<int, 2> inherited{};
+  ASSERT_EQ(pipe2(inherited.data(), O_NONBLOCK), 0);
   ASSERT_TRUE(read(goodImage()));
+  close(inherited[1]);
+  EXPECT_EQ(::read(inherited[0], inherited.data(), 1), 0);  // Nobody else has the other end.
   const auto process = "/proc/" + std::to_string(workerOf(getpid(), gettid()));
   const auto status = testing::readFile(process + "/status");
-  for (const auto* line : {"NoNewPrivs:\t1", "Seccomp:\t2", "SigBlk:\t0000000000000000"}) {
+  for (const auto* line : {"NoNewPrivs:\t1", "Seccomp:\t2", "SigBlk:\tfffffffe7ffbfeff"})
     EXPECT_THAT(status, HasSubstr(line));
-  }
   const auto limits = testing::readFile(process + "/limits");
   for (const auto* line : {"Max data size             805306368            805306368",
                            "Max file size             0                    0",
-                           "Max core file size        0                    0",
                            "Max open files            16                   16"}) {
     EXPECT_THAT(limits, HasSubstr(line));
   }
-  EXPECT_EQ(testing::readFile(process + "/environ"), "");
-  EXPECT_EQ(std::distance(fs::directory_iterator(process + "/fd"), {}), 3);
+  // What belongs to a process is the superuser's where it can neither be dumped nor traced.
+  struct stat owned{};
+  ASSERT_EQ(stat((process + "/fd").c_str(), &owned), 0);
+  EXPECT_EQ(owned.st_uid, 0);
+}
+
+/// Confines itself and prints what it may still do.
+const testing::ChildMain kTryWhatIsRefused("tryWhatIsRefused", [](const auto& arguments) {
+  const pid_t host = std::stoi(arguments.at(0));
+  const auto map = [](int flags) {
+    constexpr std::size_t kLength = 4096;
+    return mmap(nullptr, kLength, PROT_READ, MAP_ANONYMOUS | flags, -1, 0) != MAP_FAILED;
+  };
+  confine();
+  struct stat found{};
+  const bool sees = stat("/", &found) == 0;
+  std::printf("%d%d %d%d%d%d\n", tgkill(getpid(), gettid(), 0) == 0, map(MAP_PRIVATE),
+              tgkill(host, host, 0) == 0, map(MAP_SHARED), map(MAP_PRIVATE | MAP_GROWSDOWN), sees);
+  std::fflush(stdout);
+  _exit(0);
+  return 0;
+});
+
+TEST(ImageWorker, ReachesNoOtherProcessAndNoOtherMemory) {
+  EXPECT_EQ(testing::outputOfChild("tryWhatIsRefused", {std::to_string(getpid())}), "11 0000\n");
+}
+
+/// Has a shell script be the worker. `reply` writes one number of a reply.
+void beWorker(const std::string& script) {
+  const auto file = testDirectory() / "orvane-image-worker";
+  testing::writeFile(file,
+                     "#!/bin/sh\nreply() { printf \"\\\\$1\\\\0\\\\0\\\\0\" >&0; }\n"
+                     "ready() { reply 0; reply 0; reply 0; }\n" +
+                         script);
+  fs::permissions(file, fs::perms::owner_all);
+  setHelperFolder(testDirectory());
 }
 
 TEST(ImageWorker, OneThatCannotBeStartedIsNamed) {
@@ -173,9 +218,37 @@ TEST(ImageWorker, OneThatCannotBeStartedIsNamed) {
   setHelperFolder("/nowhere");
   EXPECT_EQ(read(good).error().description(),
             good.string() + ": /nowhere/orvane-image-worker: No such file or directory");
+  const auto program = testing::testDirectory() / "orvane-image-worker";
+  fs::create_symlink("/bin/false", program);
   setHelperFolder(testing::testDirectory());
-  fs::create_symlink("/bin/false", testing::testDirectory() / "orvane-image-worker");
-  EXPECT_EQ(read(good).error().code(), static_cast<int>(ImageProblem::crashed));
+  EXPECT_EQ(read(good).error().description(),
+            good.string() + ": " + program.string() + " ended before it was ready");
+}
+
+TEST(ImageWorker, OneThatBreaksItsWordIsReplaced) {
+  const auto good = goodImage();
+  const auto readAs = [&](ImageFit fit) {
+    return static_cast<ImageProblem>(readImage(good, 2, 2, fit, 10s).error().code());
+  };
+  beWorker("ready; reply 1; reply 1; reply 0; printf abc >&0; read -r end\n");
+  EXPECT_EQ(readAs(ImageFit::cover), ImageProblem::crashed);
+  beWorker("ready; reply 0; reply 0; reply 10; read -r end\n");
+  EXPECT_EQ(readAs(ImageFit::inside), ImageProblem::tooMuchMemory);
+  beWorker("exit\n");  // Started, because the one before was killed.
+  EXPECT_EQ(readAs(ImageFit::inside), static_cast<ImageProblem>(ENOEXEC));
+}
+
+const testing::ChildMain kReadOne("readOne", [](const auto& arguments) {
+  beWorker(
+      "ready; kill -STOP $PPID; sleep 3; kill -CONT $PPID\n"
+      "reply 1; reply 1; reply 0; printf abc >&0; read -r end\n");
+  const auto image = read(arguments.at(0), 2s);
+  std::puts(image ? "read" : image.error().description().c_str());
+  return 0;
+});
+
+TEST(ImageWorker, TimeInWhichTheHostIsStoppedDoesNotCount) {
+  EXPECT_EQ(testing::outputOfChild("readOne", {goodImage().string()}), "read\n");
 }
 
 /// Ends while another thread decodes; prints the worker's number.
