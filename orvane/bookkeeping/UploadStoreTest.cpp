@@ -246,6 +246,7 @@ TEST(UploadStoreTest, WhatJsonCannotExpressStopsNothing) {
   EXPECT_EQ(store().failedRecords().size(), 2U);
   EXPECT_EQ(contentsAfterRestart(), stored);
   store().upsertBatch({make("B", failed), bad, make("\xff", excluded)});
+  EXPECT_EQ(store().excludedCount(), 1U);
   EXPECT_EQ(contentsAfterRestart(), linesOf({bad, make("\uFFFD", excluded), make("B", failed)}));
 }
 
