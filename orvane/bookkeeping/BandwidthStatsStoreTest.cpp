@@ -4,21 +4,12 @@
 #include <orvane/platform/host/HostApplication.h>
 #include <orvane/platform/host/Preferences.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 #include <chrono>
-#include <cmath>
-#include <cstdint>
-#include <filesystem>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace orvane {
 namespace {
-
-using ::testing::IsEmpty;
 
 const std::string kSample =
     R"({"id":"0123abcd-EF01-2345-6789-abcdefABCDEF","timestamp":-1.5,"bytesPerSecond":3e2})";
@@ -34,6 +25,10 @@ void storeSamples(const std::string& json) {
   Preferences::shared().set("bandwidth_samples_v1", bytesOf(json));
 }
 
+fs::path preferencesFile() {
+  return HostApplication::applicationSupportDirectory().value() / "preferences.sqlite";
+}
+
 std::vector<double> speedsIn(const BandwidthStatsStore& store) {
   std::vector<double> speeds;
   for (const auto& sample : store.samples()) speeds.push_back(sample.bytesPerSecond());
@@ -43,71 +38,60 @@ std::vector<double> speedsIn(const BandwidthStatsStore& store) {
 TEST(BandwidthStatsStoreTest, KeepsBothFiguresUntilTheReset) {
   auto& store = BandwidthStatsStore::shared();
   EXPECT_EQ(store.totalBytesTransferred(), 0);
-  EXPECT_THAT(store.samples(), IsEmpty());
   store.addCompletedBytes(0);
   EXPECT_EQ(storedTotal(), 0);
   store.addCompletedBytes(9'000'000'000);
   store.addCompletedBytes(-1);
-
   const auto before = Date::now();
-  store.addSample(1000.5);
-  store.addSample(1000.5);
+  for (int i = 0; i < 2; ++i) store.addSample(1000.5);
   const auto samples = store.samples();
   EXPECT_EQ(speedsIn(store), (std::vector{1000.5, 1000.5}));
   EXPECT_NE(samples[0].id(), samples[1].id());
   EXPECT_TRUE(before <= samples[0].timestamp() && samples[1].timestamp() <= Date::now());
-  const BandwidthStatsStore another;
-  EXPECT_EQ(another.totalBytesTransferred(), 8'999'999'999);
-  EXPECT_EQ(another.samples(), samples);
-
+  EXPECT_EQ(BandwidthStatsStore().totalBytesTransferred(), 8'999'999'999);
+  EXPECT_EQ(BandwidthStatsStore().samples(), samples);
   store.reset();
   EXPECT_EQ(store.totalBytesTransferred(), 0);
   EXPECT_THAT(store.samples(), IsEmpty());
   EXPECT_EQ(storedTotal(), 0);
   EXPECT_EQ(storedSamples(), "none");
+  for (const auto& [added, total] : {std::pair{INT64_MAX, INT64_MAX},
+                                     {1L, INT64_MAX},
+                                     {INT64_MIN, -1L},
+                                     {INT64_MIN, INT64_MIN}}) {
+    store.addCompletedBytes(added);  // The total stays at the ends of its range.
+    EXPECT_EQ(store.totalBytesTransferred(), total);
+    EXPECT_EQ(storedTotal(), total);
+  }
 }
 
-TEST(BandwidthStatsStoreTest, KeepsTheLastSixtySamples) {
-  std::string list = "[" + kSample;
-  for (int i = 1; i < 70; ++i) list += "," + kSample;
-  storeSamples(list + "]");
-  BandwidthStatsStore store;
-  EXPECT_EQ(store.samples().size(), 70U);
-  store.addSample(1);
-  std::vector<double> speeds(60, 300);
-  speeds.back() = 1;
-  EXPECT_EQ(speedsIn(store), speeds);
-  EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
-}
-
-TEST(BandwidthStatsStoreTest, ReadsAndWritesJson) {
-  storeSamples("[ " + kSample + R"( ,{"x":[],"bytesPerSecond":0.25,"timestamp":1,)" +
-               R"("id":"00000000-0000-0000-0000-000000000000"}])");
-  BandwidthStatsStore store;
-  store.addSample(2);
-  const auto json =
-      R"([{"id":"0123ABCD-EF01-2345-6789-ABCDEFABCDEF","timestamp":-1.5,"bytesPerSecond":300},)"
-      R"({"id":"00000000-0000-0000-0000-000000000000","timestamp":1,"bytesPerSecond":0.25},)"
-      R"({"id":")" +
-      store.samples().back().id() + R"(","timestamp":)";
-  EXPECT_TRUE(storedSamples().starts_with(json)) << storedSamples();
-}
-
-TEST(BandwidthStatsStoreTest, LoadsWholeListsOnly) {
-  Preferences::shared().set("bandwidth_total_bytes_v1", std::int64_t{7});
+TEST(BandwidthStatsStoreTest, ReadsWholeListsAndKeepsTheLastSixty) {
   const auto withoutNumber = kSample.substr(0, kSample.size() - 4);
   for (const auto& json :
-       {std::string(), std::string("{}"), kSample, "[" + kSample, "[" + kSample + "]x",
-        "[" + kSample + ",3]", "[" + kSample + R"(,{"timestamp":1,"bytesPerSecond":1}])",
-        std::string(R"([{"id":"0123","timestamp":1,"bytesPerSecond":1}])"),
-        "[" + withoutNumber + "null}]", "[" + withoutNumber + "1e999}]"}) {
+       {""s, "{}"s, kSample, "[" + kSample, "[" + kSample + "]x", "[" + kSample + ",3]",
+        "[" + kSample + R"(,{"timestamp":1,"bytesPerSecond":1}])",
+        R"([{"id":"0123","timestamp":1,"bytesPerSecond":1}])"s, "[" + withoutNumber + "null}]",
+        "[" + withoutNumber + "1e999}]"}) {
     storeSamples(json);
     EXPECT_THAT(BandwidthStatsStore().samples(), IsEmpty()) << json;
-    EXPECT_EQ(BandwidthStatsStore().totalBytesTransferred(), 7);
     EXPECT_EQ(storedSamples(), json);
   }
   BandwidthStatsStore().addSample(5);
   EXPECT_EQ(speedsIn(BandwidthStatsStore()), std::vector<double>{5});
+
+  std::string list = "[ " + kSample;
+  for (int i = 1; i < 70; ++i) list += "," + kSample;
+  storeSamples(list + R"( ,{"x":[],"bytesPerSecond":0.25,"timestamp":1,)" +
+               R"("id":"00000000-0000-0000-0000-000000000000"}])");
+  BandwidthStatsStore store;
+  EXPECT_EQ(store.samples().size(), 71U);
+  store.addSample(1);
+  std::vector<double> speeds(58, 300);
+  speeds.insert(speeds.end(), {0.25, 1});
+  EXPECT_EQ(speedsIn(store), speeds);
+  EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
+  EXPECT_THAT(storedSamples(), StartsWith(R"([{"id":"0123ABCD-EF01-2345-6789-ABCDEFABCDEF",)"
+                                          R"("timestamp":-1.5,"bytesPerSecond":300},)"));
 }
 
 TEST(BandwidthStatsStoreTest, KeepsWhatIsNotFiniteInMemoryOnly) {
@@ -126,16 +110,16 @@ TEST(BandwidthStatsStoreTest, WhatCannotBeReadYetIsAddedLater) {
   BandwidthStatsStore earlier;
   earlier.addCompletedBytes(1000);
   earlier.addSample(1);
-  const auto file = HostApplication::applicationSupportDirectory().value() / "preferences.sqlite";
   // Nobody else can open it: as a file that another process holds, it is there but not to be read.
-  std::filesystem::rename(file, file.string() + "-held");
-  std::filesystem::create_directory(file);
+  const auto held = preferencesFile().string() + "-held";
+  fs::rename(preferencesFile(), held);
+  fs::create_directory(preferencesFile());
   BandwidthStatsStore store;
   store.addCompletedBytes(5);
   store.addSample(2);
   EXPECT_EQ(store.totalBytesTransferred(), 5);
-  std::filesystem::remove(file);
-  std::filesystem::rename(file.string() + "-held", file);
+  fs::remove(preferencesFile());
+  fs::rename(held, preferencesFile());
   store.addCompletedBytes(20);
   EXPECT_EQ(storedTotal(), 1025);
   EXPECT_EQ(speedsIn(store), (std::vector<double>{1, 2}));
@@ -156,32 +140,49 @@ TEST(BandwidthStatsStoreTest, AFileThatIsHeldDelaysOnce) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(19));
 }
 
-TEST(BandwidthStatsStoreTest, TheTotalStaysAtTheEndsOfItsRange) {
-  BandwidthStatsStore store;
-  for (const auto& [added, total] : {std::pair{INT64_MAX, INT64_MAX},
-                                     {1L, INT64_MAX},
-                                     {INT64_MIN, -1L},
-                                     {INT64_MIN, INT64_MIN}}) {
-    store.addCompletedBytes(added);
-    EXPECT_EQ(store.totalBytesTransferred(), total);
-    EXPECT_EQ(storedTotal(), total);
-  }
+std::atomic<bool> isStopped;
+std::atomic<bool> mayGoOn;
+
+/// Runs `work` on a thread of its own and returns when that thread waits for something.
+std::jthread untilItWaits(const std::function<void()>& work) {
+  std::promise<std::string> started;
+  std::jthread thread([&started, work] {
+    started.set_value("/proc/self/task/" + std::to_string(gettid()) + "/stat");
+    work();
+  });
+  const auto file = started.get_future().get();
+  while (!readFile(file).contains(") S ")) std::this_thread::yield();
+  return thread;
 }
 
 TEST(BandwidthStatsStoreTest, WhatIsStoredEndsAsWhatIsInMemory) {
+  ASSERT_NE(std::signal(SIGUSR1,
+                        [](int) {
+                          for (isStopped = true; !mayGoOn;) usleep(1000);
+                        }),
+            SIG_ERR);
   BandwidthStatsStore store;
-  for (int round = 0; round < 20; ++round) {
-    std::vector<std::jthread> threads;
-    for (int thread = 0; thread < 5; ++thread) {
-      threads.emplace_back([&store, thread, round] {
-        store.addSample(thread);
-        store.addCompletedBytes(thread);
-        if (thread == round) store.reset();
-      });
-    }
-    threads.clear();
-    ASSERT_EQ(storedTotal(), store.totalBytesTransferred());
-    ASSERT_EQ(BandwidthStatsStore().samples(), store.samples());
+  store.addCompletedBytes(1);
+  for (const auto& change : std::vector<std::function<void()>>{[&] { store.addCompletedBytes(1); },
+                                                               [&] { store.addSample(1); }}) {
+    isStopped = mayGoOn = false;
+    const auto other = platform::DatabaseQueue::open(preferencesFile()).value();
+    std::jthread turn;
+    std::jthread early;
+    EXPECT_TRUE(other->write([&](auto&) -> Result<void> {
+      turn = untilItWaits([] { Preferences::shared().set("other", true); });
+      early = untilItWaits(change);  // It waits for its turn, with the figure that it will write.
+      pthread_kill(early.native_handle(), SIGUSR1);
+      while (!isStopped) std::this_thread::yield();
+      return {};
+    }));
+    auto late = std::async(std::launch::async, change);
+    late.wait_for(300ms);  // That the later change overtakes the earlier one is what must not be.
+    mayGoOn = true;
+    late.wait();
+    early.join();
+    EXPECT_EQ(storedTotal(), store.totalBytesTransferred());
+    EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
   }
 }
 

@@ -1,29 +1,20 @@
 #include <orvane/bookkeeping/MultipartUploadStore.h>
 
-#include "support/ChildProcess.h"
-#include "support/TemporaryDirectory.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <iostream>
-#include <string>
+#include "support/Test.h"
 
 namespace orvane {
 namespace {
 
-using orvane::testing::outputOfChild;
-using orvane::testing::readFile;
-using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
+using Sizes = std::map<std::string, std::int64_t>;
 
 const std::string kPlain =
     R"({"assetId":"A","uploadId":"2~u","key":"media/a","contentType":"image/heic","totalParts":3,)"
     R"("fileSize":9000000000,"completedParts":{}})";
 
-std::filesystem::path file() {
-  return testing::testDirectory() /
+MultipartUploadStore& store() { return MultipartUploadStore::shared(); }
+
+fs::path file() {
+  return testDirectory() /
          "data/org.orvane.engine/Application Support/multipart_upload_states_v1.json";
 }
 
@@ -33,67 +24,118 @@ MultipartState rich() {
   return {"\"A\"\n", "\x1a", "citt\u00e0/\\", "", -1, INT64_MIN, {{"1", "\"e\""}, {"10", ""}}};
 }
 
-/// Says, in a process of its own, how many states the store holds and how many of them are the two
-/// above; with an argument it then queues a change and returns.
-const testing::ChildMain kReader("multipart-store-reader", [](const auto& arguments) {
-  auto& store = MultipartUploadStore::shared();
-  const int known = (store.state("A") == plain()) + (store.state(rich().assetId()) == rich());
-  std::cout << store.allStates().size() << " " << known;
-  if (!arguments.empty()) store.save({arguments[0], "", "", "", 0, 0, {}});
+/// Says how many states the store holds in a new process and how many of them are the above.
+const ChildMain kReader("multipart-store-reader", [](const auto&) {
+  const int known = (store().state("A") == plain()) + (store().state(rich().assetId()) == rich());
+  std::cout << store().allStates().size() << " " << known;
   return 0;
 });
 
 TEST(MultipartUploadStoreTest, KeepsStatesUntilTheyAreRemoved) {
-  auto& store = MultipartUploadStore::shared();
-  EXPECT_EQ(store.state("A"), std::nullopt);
-  EXPECT_THAT(store.allStates(), IsEmpty());
-  EXPECT_FALSE(std::filesystem::exists(file()));
+  EXPECT_EQ(store().state("A"), std::nullopt);
+  EXPECT_FALSE(fs::exists(file()));
   auto earlier = plain();
   earlier.completedParts = {{"1", "e1"}, {"2", "e2"}};
-  store.save(earlier);
-  store.save(plain());
-  store.save(rich());
-  EXPECT_THAT(store.allStates(), UnorderedElementsAre(plain(), rich()));
+  store().save(earlier);
+  store().save(plain());
+  store().save(rich());
+  EXPECT_THAT(store().allStates(), UnorderedElementsAre(plain(), rich()));
   EXPECT_EQ(outputOfChild("multipart-store-reader"), "2 2");
-
-  store.remove(rich().assetId());
-  EXPECT_THAT(store.allStates(), UnorderedElementsAre(plain()));
-  std::filesystem::remove(file());
-  store.remove("unknown");
-  EXPECT_EQ(store.state("A"), plain());
+  store().remove(rich().assetId());
+  EXPECT_EQ(store().state(rich().assetId()), std::nullopt);
+  fs::remove(file());
+  store().remove("unknown");
+  EXPECT_EQ(store().state("A"), plain());
   EXPECT_EQ(readFile(file()), R"({"A":)" + kPlain + "}");
-  EXPECT_EQ(outputOfChild("multipart-store-reader", {"C"}), "1 1");
-  EXPECT_EQ(outputOfChild("multipart-store-reader"), "2 1");
-
-  store.removeAll();
-  EXPECT_THAT(store.allStates(), IsEmpty());
+  store().removeAll();
+  EXPECT_THAT(store().allStates(), IsEmpty());
   EXPECT_EQ(readFile(file()), "{}");
-  store.save(plain());
-  store.resetForTesting();
-  EXPECT_THAT(store.allStates(), IsEmpty());
-  EXPECT_FALSE(std::filesystem::exists(file()));
+  store().resetForTesting();
+  EXPECT_FALSE(fs::exists(file()));
 }
 
 TEST(MultipartUploadStoreTest, LoadsWholeFilesOnly) {
-  const auto with = [&](const std::string& from, const std::string& to) {
+  const struct {
+    std::string from;
+    std::string to;
+    const char* count = "0 0";
+  } cases[] = {{"3", "3.0,\"unknown\":[{}]", "2 1"},
+               {"{}", R"({"1":"a","1":"b"})", "2 1"},
+               {"\"fileSize\":9000000000,", ""},
+               {",\"completedParts\":{}", ""},
+               {"{}", "null"},
+               {"{}", R"({"1":2})"},
+               {"\"2~u\"", "2"},
+               {"9000000000", "0.5"}};
+  for (const auto& [from, to, count] : cases) {
     auto changed = kPlain;
     changed.replace(changed.find(from), from.size(), to);
-    return R"({"A":)" + kPlain + R"(,"B":)" + changed + "}";
-  };
-  const std::pair<std::string, const char*> cases[] = {
-      {with("3", "3.0,\"unknown\":[{}]"), "2 1"},
-      {with("{}", R"({"1":"a","1":"b"})"), "2 1"},
-      {with("\"fileSize\":9000000000,", ""), "0 0"},
-      {with(",\"completedParts\":{}", ""), "0 0"},
-      {with("{}", "null"), "0 0"},
-      {with("{}", R"({"1":2})"), "0 0"},
-      {with("\"2~u\"", "2"), "0 0"},
-      {with("9000000000", "0.5"), "0 0"},
-      {kPlain, "0 0"}};
-  for (const auto& [text, count] : cases) {
-    testing::writeFile(file(), text);
+    const auto text = R"({"A":)" + kPlain + R"(,"B":)" + changed + "}";
+    writeFile(file(), text);
     EXPECT_EQ(outputOfChild("multipart-store-reader"), count) << text;
     EXPECT_EQ(readFile(file()), text);
+  }
+}
+
+std::string textOf(const Sizes& sizes) {
+  std::string text;
+  for (const auto& [id, size] : sizes) text += id + ' ' + std::to_string(size) + ' ';
+  return text;
+}
+
+Sizes sizesInStore() {
+  Sizes sizes;
+  for (const auto& state : store().allStates()) {
+    if (!sizes.emplace(state.assetId(), state.fileSize()).second) std::abort();
+  }
+  return sizes;
+}
+
+/// Says what the store holds, makes random changes in it and a plain map, and says what the map
+/// holds then; ends with 1 where the two differ.
+const ChildMain kRandom("multipart-store-random", [](const auto& arguments) {
+  std::mt19937 random(static_cast<unsigned>(std::stoul(arguments.at(0))));
+  auto model = sizesInStore();
+  std::cout << textOf(model) << '\n';
+  for (int step = 0; step < 250; ++step) {
+    const auto number = random() % 60;
+    // Long identifiers too, which lie outside their string.
+    const auto id = std::to_string(number) + std::string(number % 2 * 30, 'x');
+    if (random() % 5 < 2) {
+      store().remove(id);
+      model.erase(id);
+    } else {
+      store().save({id, "", "", "", 0, step, {}});
+      model[id] = step;
+    }
+    if (store().state(id).has_value() != model.contains(id)) return 1;
+    if (step % 10 == 0 && sizesInStore() != model) return 1;
+  }
+  std::cout << textOf(model);
+  return 0;
+});
+
+TEST(MultipartUploadStoreTest, DoesWhatAPlainMapDoesAcrossRestarts) {
+  std::string former = "{";
+  Sizes formerSizes;
+  std::string expected;
+  for (int restart = 0; restart < 12; ++restart) {
+    auto child = ChildProcess::run("multipart-store-random", {std::to_string(restart)});
+    EXPECT_EQ(child.readLine(), expected);
+    std::istringstream said(child.readAll());
+    ASSERT_EQ(child.wait(), 0) << "restart " << restart;
+    Sizes sizes;
+    for (auto [id, size] = std::pair(""s, std::int64_t{}); said >> id >> size;) sizes[id] = size;
+    const auto text = readFile(file());
+    expected = textOf(sizes);
+    if (restart % 3 == 1) {  // Of equal keys the last one counts.
+      writeFile(file(), former + "," + text.substr(1));
+      auto both = sizes;
+      both.merge(Sizes(formerSizes));
+      expected = textOf(both);
+    }
+    former = text.substr(0, text.size() - 1);
+    formerSizes = sizes;
   }
 }
 

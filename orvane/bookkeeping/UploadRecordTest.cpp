@@ -1,13 +1,8 @@
 #include <orvane/bookkeeping/UploadRecord.h>
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-#include <cmath>
-#include <cstdint>
 #include <iterator>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace orvane {
 namespace {
@@ -172,28 +167,14 @@ TEST(UploadRecordTest, RefusesWhatIsNotARecord) {
   }
 }
 
-TEST(UploadRecordTest, RefusesMembersOfTheWrongType) {
-  for (const auto& member : wordsOf(R"(
-           "status":"Failed" "status":3 "id":1 "filename":true "bytesUploaded":"1" "totalBytes":true
-           "errorMessage":1 "creationDate":"0" "creationDate":1e999 "creationDate":01
-           "thumbnailUploaded":"true" "thumbnailUploaded":0 "retryCount":"0" "retryCount":1.5
-           "retryCount":1e-1 "retryCount":9223372036854775808 "retryCount":-9223372036854775809
-           "retryCount":9223372036854775807.5 "retryCount":1e19 "retryCount":1e99999999999
-           "retryCount":1e-99999999999 "retryCount":+1 "retryCount":.5 "tagsVersion":false
-           "eTag":[] "eTag":"\udf0a" "eTag":"\q" "tags":"a" "tags":{} "tags":[1] "tags":[null]
-           "tags":["a""b"] "tags":["\ud83c"])")) {
+TEST(UploadRecordTest, RefusesMembersThatAreWrong) {
+  std::istringstream members(readFile(ORVANE_REFUSED_MEMBERS));
+  int count = 0;
+  for (std::string member; std::getline(members, member); ++count) {
     EXPECT_EQ(rewritten(member), "refused") << member;
   }
-}
-
-TEST(UploadRecordTest, RefusesUnknownMembersThatAreNotJson) {
-  auto values = wordsOf(R"(nul nulll tru fals True NaN 01 1. 1.e1 1e - --1 1- 'a' "\x" "\u12g4"
-                           "\ud83c" "\udf0a" "\ud83c\u0041" "a"b "a""b" 1"a" [1,] [,1] [1 {"a"}
-                           {"a":} {"a":1,} {a:1} {1:1} {"\q":1} {"\udf0a":1} [} {])");
-  values.insert(values.end(), {"", "[1 2]", "\"\t\"", "\"\xff\"", "1\f", "\v1", nested(100'000)});
-  for (const auto& value : values) {
-    EXPECT_EQ(rewritten("\"x\":" + value), "refused") << value;
-  }
+  EXPECT_GT(count, 60);
+  EXPECT_EQ(rewritten("\"x\":" + nested(100'000)), "refused");
 }
 
 }  // namespace

@@ -1,24 +1,9 @@
 #include <orvane/bookkeeping/UploadStore.h>
 
-#include "support/ChildProcess.h"
-
-#include <gtest/gtest.h>
-
-#include <unistd.h>
-
-#include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <cstdint>
-#include <random>
-#include <string>
-#include <thread>
+#include "support/Test.h"
 
 namespace orvane {
 namespace {
-
-using orvane::testing::ChildMain;
-using orvane::testing::ChildProcess;
 
 constexpr std::int64_t kRecords = 100;
 constexpr std::int64_t kChangesPerRead = 4;

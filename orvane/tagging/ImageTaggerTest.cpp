@@ -3,7 +3,7 @@
 #include <orvane/platform/host/HostApplication.h>
 
 #include "support/LogLines.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include "support/TestImage.h"
 
 #include <boost/asio/awaitable.hpp>
@@ -14,42 +14,26 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/use_future.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <sys/resource.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <mutex>
-#include <optional>
 #include <semaphore>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 namespace orvane {
 namespace {
 
 namespace asio = boost::asio;
-using ::testing::ElementsAre;
 using testing::LogLines;
-using ::testing::StartsWith;
-using testing::testDirectory;
 using Observations = std::vector<ClassificationObservation>;
 using Tags = std::vector<TagWithConfidence>;
 
 /// Answers what the test says.
 class Scripted final : public ImageClassifier {
  public:
-  using Answer = std::function<Result<Observations>(const std::filesystem::path&)>;
+  using Answer = std::function<Result<Observations>(const fs::path&)>;
   explicit Scripted(Answer answer) : answer_(std::move(answer)) {}
-  [[nodiscard]] Result<Observations> classify(const std::filesystem::path& image) const override {
+  [[nodiscard]] Result<Observations> classify(const fs::path& image) const override {
     return answer_(image);
   }
 
@@ -57,7 +41,7 @@ class Scripted final : public ImageClassifier {
   Answer answer_;
 };
 
-Tags tagsOf(const ImageTagger& tagger, const std::filesystem::path& image = "image.jpg") {
+Tags tagsOf(const ImageTagger& tagger, const fs::path& image = "image.jpg") {
   asio::io_context context;
   auto tags = asio::co_spawn(context, tagger.tagImage(image), asio::use_future);
   context.run();
@@ -147,7 +131,7 @@ TEST(ImageTagger, ThePlainWordsOfAFailureAreLogged) {
 
 /// Needs a process that has not used the engine before, as ctest gives each test.
 TEST(ImageTagger, TheSharedOneAsksTheHostsClassifier) {
-  std::filesystem::path asked;
+  fs::path asked;
   ASSERT_TRUE(HostApplication::configure(
       {.imageClassifier = std::make_shared<Scripted>([&](const auto& image) {
          asked = image;

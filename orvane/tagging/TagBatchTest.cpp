@@ -3,17 +3,7 @@
 #include <orvane/tagging/TagDatabase.h>
 
 #include "support/TagDatabaseFile.h"
-#include "support/TemporaryDirectory.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <utility>
-#include <vector>
+#include "support/Test.h"
 
 namespace orvane::tagging {
 namespace {

@@ -1,32 +1,15 @@
 #include <orvane/tagging/TagBatch.h>
 #include <orvane/tagging/TagDatabase.h>
 
-#include "support/ChildProcess.h"
 #include "support/TagDatabaseFile.h"
-#include "support/TemporaryDirectory.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 #include <sys/resource.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <future>
-#include <string>
-#include <vector>
 
 namespace orvane {
 namespace {
 
-namespace fs = std::filesystem;
 using platform::Database;
-using testing::ChildMain;
-using testing::ChildProcess;
-using ::testing::ElementsAre;
 using testing::otherConnection;
 using testing::tagDatabaseFile;
 using testing::tagDatabaseRows;
@@ -89,28 +72,26 @@ TEST(TagDatabaseFiles, ANewFileHasTheWholeLayout) {
   EXPECT_EQ(fs::status(folder()).permissions(), fs::perms{0700});
 }
 
-TEST(TagDatabaseFiles, AnOlderFileGetsTheMissingColumnAlone) {
-  build({kRecords, kRecordV1, kOldOffsets, kOldRow});
-  ASSERT_TRUE(TagDatabase::shared().initialize());
-  EXPECT_EQ(TagDatabase::shared().getLastSeenTimestamp("A").value(), 0);
-  EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
-  EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
-  EXPECT_THAT(tables(), ElementsAre("grdb_migrations", "tag_sync_offsets"));
-}
-
-TEST(TagDatabaseFiles, AFileOfTheExchangeAloneGetsTheRest) {
-  build({kOldOffsets, kOldRow});
-  ASSERT_TRUE(TagDatabase::shared().initialize());
-  EXPECT_EQ(TagDatabase::shared().getLastSeenTimestamp("A").value(), 0);
-  EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
-  EXPECT_TRUE(TagDatabase::shared().upsertTag("a", "mare", 1, "A"));
-}
-
-TEST(TagDatabaseFiles, WithoutTheTableThereIsNoColumnToAdd) {
-  build({kRecords, kRecordV1});
-  ASSERT_TRUE(TagDatabase::shared().initialize());
-  EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
-  EXPECT_THAT(tables(), ElementsAre("grdb_migrations"));
+TEST(TagDatabaseFiles, AnOlderFileGetsWhatIsMissing) {
+  using Names = std::vector<std::string>;
+  const struct {
+    std::vector<std::string> statements;
+    Names tables;
+  } cases[] = {
+      {{kRecords, kRecordV1, kOldOffsets, kOldRow}, {"grdb_migrations", "tag_sync_offsets"}},
+      {{kOldOffsets, kOldRow},
+       {"asset_tags", "backfill_progress", "grdb_migrations", "tag_sync_offsets"}},
+      {{kRecords, kRecordV1}, {"grdb_migrations"}}};
+  for (const auto& [statements, expected] : cases) {
+    fs::remove_all(folder());
+    build(statements);
+    ASSERT_TRUE(TagDatabase::shared().initialize());
+    EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
+    EXPECT_EQ(tables(), expected);
+    if (statements.back() != kOldRow) continue;
+    EXPECT_EQ(TagDatabase::shared().getLastSeenTimestamp("A").value(), 0);
+    EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
+  }
 }
 
 TEST(TagDatabaseFiles, AFailedStepLeavesTheStoreOpen) {
@@ -118,7 +99,7 @@ TEST(TagDatabaseFiles, AFailedStepLeavesTheStoreOpen) {
   const auto failed = TagDatabase::shared().initialize();
   ASSERT_FALSE(failed);
   EXPECT_EQ(failed.error().domain(), Error::kDatabase);
-  EXPECT_THAT(failed.error().description(), ::testing::HasSubstr("asset_tags already exists"));
+  EXPECT_THAT(failed.error().description(), HasSubstr("asset_tags already exists"));
   EXPECT_THAT(tables(), ElementsAre("asset_tags", "tag_sync_offsets"));
   EXPECT_EQ(TagDatabase::shared().getRemoteETag("A").value(), "etag");
 }

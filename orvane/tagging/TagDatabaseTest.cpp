@@ -1,23 +1,12 @@
 #include <orvane/tagging/TagDatabase.h>
 
 #include "support/TagDatabaseFile.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <filesystem>
-#include <string>
-#include <thread>
-#include <vector>
+#include "support/Test.h"
 
 namespace orvane {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using testing::tagDatabaseRows;
-using ::testing::UnorderedElementsAre;
 using Progress = BackfillProgress;
 
 std::int64_t now() {
@@ -72,6 +61,20 @@ TEST_F(TagDatabaseTest, SeveralTagsShareOneWholeTime) {
   EXPECT_THAT(db.getTagsForAsset("a").value(),
               UnorderedElementsAre(TagWithConfidence{"mare", 0.7}, TagWithConfidence{"cane", 0.8}));
   expectWholeTime("created_at", "asset_tags", start);
+}
+
+TEST_F(TagDatabaseTest, SeveralTagsAreWrittenAllOrNone) {
+  ASSERT_TRUE(db.upsertTags("a", {{"mare", 0.5}}, "A"));
+  ASSERT_TRUE(testing::otherConnection()->write([](platform::Database& database) {
+    return database.execute(
+        "CREATE TRIGGER t BEFORE INSERT ON asset_tags WHEN NEW.tag = 'bad'"
+        " BEGIN SELECT RAISE(ABORT, 'refused'); END");
+  }));
+  for (const char* const last : {"cane", "mare"}) {
+    const auto done = db.upsertTags("a", {{"neve", 1}, {"bad", 1}, {last, 1}}, "A");
+    EXPECT_EQ(done.error().domain(), Error::kDatabase);
+    EXPECT_THAT(db.getTagsForAsset("a").value(), ElementsAre(TagWithConfidence{"mare", 0.5}));
+  }
 }
 
 TEST_F(TagDatabaseTest, ExportHoldsOneDeviceInRowOrder) {
@@ -182,7 +185,7 @@ TEST(TagDatabaseUnopened, DoesNothingAndHoldsNothing) {
               db.searchAssetsByTag("").value().empty() && db.topTags(-1).value().empty() &&
               !db.getRemoteETag("A").value() && db.getLastSeenTimestamp("A").value() == 0 &&
               !db.getBackfillProgress().value());
-  EXPECT_FALSE(std::filesystem::exists(testing::tagDatabaseFile()));
+  EXPECT_FALSE(fs::exists(testing::tagDatabaseFile()));
 }
 
 }  // namespace

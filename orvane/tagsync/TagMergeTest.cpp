@@ -1,6 +1,7 @@
 #include <orvane/tagsync/TagSyncError.h>
 
 #include "TagSyncServiceTest.h"
+#include "support/Test.h"
 
 #include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>
@@ -8,19 +9,10 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/use_future.hpp>
-#include <gmock/gmock.h>
-
-#include <future>
-#include <thread>
-#include <utility>
 
 namespace orvane::testing {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
-using ::testing::UnorderedElementsAre;
 using Tags = std::vector<TagWithConfidence>;
 using TagMergeTest = TagSyncServiceTest;
 
@@ -64,6 +56,17 @@ TEST_F(TagMergeTest, AnObjectIsReadAgainUnlessItsETagIsKnown) {
   execute("DROP TABLE tag_sync_offsets");
   list({"ONE"});
   EXPECT_EQ(merge(), 1);
+}
+
+TEST_F(TagMergeTest, TagsOfARecordThatComesLaterComeWithTheObjectsNextChange) {
+  list({"ONE"});
+  answerObject("ONE", line("k", "mare") + line("later", "neve"));
+  EXPECT_EQ(merge(), 1);
+  UploadStore::shared().upsert({"new", "later", UploadStatus::completed, 1, 1});
+  EXPECT_EQ(merge(), 0) << "the object has not changed";
+  ASSERT_TRUE(database_.upsertRemoteETag("ONE", "another"));
+  EXPECT_EQ(merge(), 2);
+  EXPECT_THAT(database_.tagsForAsset("new").value(), ElementsAre("neve"));
 }
 
 TEST_F(TagMergeTest, TheListPrefixIsEncodedAndKeysAreNot) {

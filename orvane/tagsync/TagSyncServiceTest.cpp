@@ -4,17 +4,11 @@
 #include <orvane/tagsync/internal/TagObject.h>
 #include <orvane/transport/S3Error.h>
 
-#include <gmock/gmock.h>
-
-#include <chrono>
-#include <thread>
-#include <utility>
+#include "support/Test.h"
 
 namespace orvane::testing {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::UnorderedElementsAre;
 using Tags = std::vector<TagWithConfidence>;
 
 TEST(TagSyncError, DescribesEveryCase) {
@@ -51,6 +45,13 @@ TEST_F(TagSyncServiceTest, UploadsThisDevicesTags) {
   ASSERT_TRUE(database_.upsertTag("B", "neve", 1, own_));
   ASSERT_TRUE(database_.upsertTag("B", "altrui", 1, "other"));
   UploadStore::shared().upsert({"B", "", UploadStatus::completed, 1, 1});
+  std::vector<UploadRecord> records;
+  for (int i = 0; i < 300; ++i) {
+    const auto asset = std::to_string(i);
+    ASSERT_TRUE(database_.upsertTag(asset, "tag " + asset, 1, own_));
+    records.emplace_back(asset, "name " + asset, UploadStatus::completed, 1, 1);
+  }
+  UploadStore::shared().upsertBatch(records);
   answerObject(own_, answer(200, "", {{"ETag", "\"tag\""}}));
   const auto before = std::chrono::system_clock::now();
   const auto uploaded = upload();
@@ -62,11 +63,15 @@ TEST_F(TagSyncServiceTest, UploadsThisDevicesTags) {
   EXPECT_EQ(request.header("Content-Type"), "application/x-jsonlines");
   EXPECT_EQ(uploaded->byteOffset, static_cast<std::int64_t>(request.body.size()));
   EXPECT_EQ(uploaded->eTag, "tag");
-  EXPECT_EQ(uploaded->tagCount, 2);
+  EXPECT_EQ(uploaded->tagCount, 302);
   std::map<std::string, tagsync::TagLine> lines;
   tagsync::TagObjectReader object(request.body);
   for (tagsync::TagLine read; object.next(read);) lines[read.assetId.value()] = read;
-  ASSERT_EQ(lines.size(), 2U);
+  ASSERT_EQ(lines.size(), 302U);
+  for (const auto& record : records) {
+    EXPECT_EQ(lines[record.id()].s3Key, record.filename());
+    EXPECT_EQ(lines[record.id()].tags, (Tags{{"tag " + record.id(), 1}}));
+  }
   EXPECT_EQ(lines["mine"].tags, tags);
   EXPECT_EQ(lines["mine"].s3Key, "k");
   EXPECT_EQ(lines["B"].tags, (Tags{{"neve", 1}}));
@@ -81,7 +86,7 @@ TEST_F(TagSyncServiceTest, UploadsThisDevicesTags) {
                   "[TagSync] S3Config: bucket=photos, endpoint=/" + server_.url() + "//, region=r",
                   "[TagSync] Uploading " + size + " bytes to /" + server_.url() +
                       "///photos/p/tags/" + own_ + "/tags.jsonl",
-                  "[TagSync] Upload complete: 2 tags, " + size + " bytes, ETag: tag"));
+                  "[TagSync] Upload complete: 302 tags, " + size + " bytes, ETag: tag"));
 }
 
 TEST_F(TagSyncServiceTest, UploadReportsEveryOtherOutcome) {

@@ -10,14 +10,7 @@
 #include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TagDatabaseFile.h"
-
-#include <gtest/gtest.h>
-
-#include <map>
-#include <mutex>
-#include <string>
-#include <string_view>
-#include <vector>
+#include "support/Test.h"
 
 namespace orvane::testing {
 

@@ -63,9 +63,9 @@ void share() {
                                 .endpoint = "http://127.0.0.1:9",
                                 .tenantName = {}};
   boost::asio::io_context context;
-  auto shared = boost::asio::co_spawn(
-      context, orvane::TagSyncService::shared().downloadAllRemoteTags(config),
-      boost::asio::use_future);
+  auto shared =
+      boost::asio::co_spawn(context, orvane::TagSyncService::shared().downloadAllRemoteTags(config),
+                            boost::asio::use_future);
   context.run();
   const auto outcome = shared.get();
   expect(!outcome && outcome.error().code() == -1004, "tag sync");

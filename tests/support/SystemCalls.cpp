@@ -3,10 +3,13 @@
 #include <dlfcn.h>
 #include <netdb.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -20,6 +23,7 @@ struct Hooks {
   std::mutex mutex;
   std::shared_ptr<SendHook> aroundSend;
   Lookup lookup;
+  std::vector<std::string> fileCalls;
 };
 
 Hooks& hooks() {
@@ -33,6 +37,13 @@ std::vector<std::string> addressesOf(const char* name) {
   return hooks().lookup(name);
 }
 
+void recordFileCall(std::string call) {
+  const std::lock_guard lock(hooks().mutex);
+  hooks().fileCalls.push_back(std::move(call));
+}
+
+std::string nameOf(const std::filesystem::path& path) { return path.filename().string(); }
+
 }  // namespace
 
 void aroundSend(SendHook hook) {
@@ -43,6 +54,24 @@ void aroundSend(SendHook hook) {
 void setLookup(Lookup lookup) {
   const std::lock_guard lock(hooks().mutex);
   hooks().lookup = std::move(lookup);
+}
+
+std::vector<std::string> takeFileCalls() {
+  const std::lock_guard lock(hooks().mutex);
+  return std::exchange(hooks().fileCalls, {});
+}
+
+static void recordSync(int file) {
+  struct stat status{};
+  std::error_code ignored;
+  const auto path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file), ignored);
+  const bool isEmpty =
+      ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
+  recordFileCall("sync " + nameOf(path) + (isEmpty ? " empty" : ""));
+}
+
+static void recordRename(const char* from, const char* to) {
+  recordFileCall("rename " + nameOf(from) + ' ' + nameOf(to));
 }
 
 }  // namespace orvane::testing
@@ -81,4 +110,14 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
     while (*found != nullptr) found = &(*found)->ai_next;
   }
   return 0;
+}
+
+extern "C" __attribute__((visibility("default"))) int fsync(int file) {
+  orvane::testing::recordSync(file);
+  return static_cast<int>(syscall(SYS_fsync, file));
+}
+
+extern "C" __attribute__((visibility("default"))) int rename(const char* from, const char* to) {
+  orvane::testing::recordRename(from, to);
+  return static_cast<int>(syscall(SYS_rename, from, to));
 }

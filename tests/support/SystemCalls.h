@@ -20,4 +20,8 @@ using Lookup = std::function<std::vector<std::string>(std::string_view name)>;
 /// which `lookup` has no addresses the system is asked.
 void setLookup(Lookup lookup);
 
+/// What has been synced and renamed since the last call, in order: "sync NAME", "rename FROM TO". A
+/// file without content is synced as "sync NAME empty".
+std::vector<std::string> takeFileCalls();
+
 }  // namespace orvane::testing

@@ -1,10 +1,6 @@
 #include <orvane/platform/base/Uuid.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <set>
-#include <string>
+#include "support/Test.h"
 
 namespace orvane::platform {
 namespace {

@@ -2,14 +2,7 @@
 
 #include <orvane/platform/concurrency/BackgroundQueue.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <future>
-#include <latch>
-#include <memory>
-#include <thread>
-#include <vector>
+#include "support/Test.h"
 
 namespace orvane::platform {
 namespace {

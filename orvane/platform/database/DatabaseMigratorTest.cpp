@@ -1,11 +1,6 @@
 #include <orvane/platform/database/DatabaseMigrator.h>
 
-#include "support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <thread>
+#include "support/Test.h"
 
 namespace orvane::platform {
 namespace {

@@ -1,21 +1,13 @@
 #include <orvane/platform/database/DatabaseQueue.h>
 
-#include "support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <thread>
-#include <vector>
+#include "support/Test.h"
 
 namespace orvane::platform {
 namespace {
 
-using namespace std::string_view_literals;
 using Integer = Result<std::optional<std::int64_t>>;
 
-std::filesystem::path file() { return testing::testDirectory() / "test.sqlite"; }
+fs::path file() { return testDirectory() / "test.sqlite"; }
 
 Result<void> prepare(Database& database) {
   if (auto done = database.execute("PRAGMA journal_mode=WAL"); !done) return done;
@@ -75,9 +67,9 @@ TEST(DatabaseQueue, MistakesAreErrors) {
 }
 
 TEST(DatabaseQueue, WhatCannotBeOpenedIsAnError) {
-  const auto folder = testing::testDirectory();
-  for (const auto& path : {std::filesystem::path(), folder / "missing" / "f", folder,
-                           folder / "a\0b"sv, folder / "plain" / "f"}) {
+  const auto folder = testDirectory();
+  for (const auto& path :
+       {fs::path(), folder / "missing" / "f", folder, folder / "a\0b"sv, folder / "plain" / "f"}) {
     const auto opened = DatabaseQueue::open(path, prepare);
     ASSERT_FALSE(opened) << path;
     EXPECT_EQ(opened.error().code() & 0xff, 14) << path;
@@ -117,6 +109,22 @@ TEST(DatabaseQueue, AWriteIsAllOrNothing) {
   });
   EXPECT_FALSE(lost);
   EXPECT_EQ(countIn(*queue), 2);
+}
+
+TEST(DatabaseQueue, AWriteHasTheLockFromItsBeginning) {
+  const auto queue = openTest();
+  const auto impatient = DatabaseQueue::open(file(), [](Database& database) {
+                           return database.execute("PRAGMA busy_timeout=0");
+                         }).value();
+  const auto begun = queue->write([&](Database& database) -> Result<void> {
+    const auto refused = impatient->write([](Database&) -> Result<void> {
+      ADD_FAILURE() << "two have begun to write";
+      return {};
+    });
+    EXPECT_EQ(refused.error().code(), 5);
+    return insert(database, std::int64_t{1});
+  });
+  EXPECT_TRUE(begun);
 }
 
 TEST(DatabaseQueue, AReadSeesOneSnapshotAndChangesNothing) {

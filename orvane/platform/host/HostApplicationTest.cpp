@@ -1,8 +1,6 @@
 #include <orvane/platform/host/HostApplication.h>
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
+#include "support/Test.h"
 
 namespace orvane {
 namespace {

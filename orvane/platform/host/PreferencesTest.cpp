@@ -2,27 +2,12 @@
 
 #include <orvane/platform/host/HostApplication.h>
 
-#include "support/ChildProcess.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
-
-#include <algorithm>
 #include <cstdio>
-#include <filesystem>
-#include <ranges>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace orvane {
 namespace {
-
-namespace fs = std::filesystem;
-using testing::ChildMain;
-using testing::ChildProcess;
 
 constexpr int kKeys = 20;
 
@@ -39,12 +24,10 @@ Bytes bytesFrom(std::string_view text) {
   return {view.begin(), view.end()};
 }
 
-std::size_t filesNamed(std::string_view part) {
-  std::size_t count = 0;
-  for (const auto& entry : fs::directory_iterator(folder())) {
-    count += entry.path().filename().string().contains(part);
-  }
-  return count;
+std::size_t filesKeptAside() {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      fs::directory_iterator(folder()),
+      [](const auto& entry) { return entry.path().filename().string().contains("corrupt"); }));
 }
 
 TEST(Preferences, KeepEachKindUnderItsKey) {
@@ -67,11 +50,8 @@ TEST(Preferences, KeepEachKindUnderItsKey) {
   preferences.remove("b");
   EXPECT_EQ(preferences.integer("b"), std::nullopt);
 
-  struct stat status{};
-  ASSERT_EQ(stat(file().c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777U, 0600U);
-  ASSERT_EQ(stat(folder().c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777U, 0700U);
+  EXPECT_EQ(fs::status(file()).permissions(), fs::perms{0600});
+  EXPECT_EQ(fs::status(folder()).permissions(), fs::perms{0700});
 }
 
 /// Writes `kKeys` keys of its own, and each time the one that all writers share.
@@ -124,7 +104,7 @@ TEST(Preferences, AFileThatIsNoneIsKeptAsideOnce) {
     EXPECT_EQ(reader.readAll(), "unset");
     EXPECT_EQ(reader.wait(), 0);
   }
-  EXPECT_EQ(filesNamed("corrupt"), 1U);
+  EXPECT_EQ(filesKeptAside(), 1U);
   EXPECT_EQ(testing::readFile(file().string() + ".corrupt"), garbage);
   Preferences::shared().set("new", true);
   EXPECT_EQ(Preferences::shared().boolean("new"), true);
@@ -138,14 +118,14 @@ const ChildMain kFiller("preferences-filler", [](const auto&) {
 TEST(Preferences, AFileDamagedInUseIsKeptAside) {
   auto& preferences = Preferences::shared();
   preferences.set("before", true);
-  testing::outputOfChild("preferences-filler");
+  outputOfChild("preferences-filler");
   // All but the first page, in place, as by a failing disk.
   const auto whole = testing::readFile(file());
   testing::writeFile(file(), whole.substr(0, 4096) + std::string(whole.size() - 4096, '\x7f'));
   preferences.set("after", true);
   EXPECT_EQ(preferences.boolean("after"), true);
   EXPECT_EQ(preferences.boolean("before"), std::nullopt);
-  EXPECT_EQ(filesNamed("corrupt"), 1U);
+  EXPECT_EQ(filesKeptAside(), 1U);
 }
 
 TEST(Preferences, AFileThatWasReplacedIsOpenedAgain) {

@@ -1,19 +1,11 @@
 #include <orvane/platform/host/SystemLog.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
-#include <atomic>
 #include <stdexcept>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <vector>
 
 namespace orvane {
 namespace {
-
-using namespace std::literals;
 
 TEST(SystemLog, EachLineStaysOne) {
   std::vector<std::string> lines;

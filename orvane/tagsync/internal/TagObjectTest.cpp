@@ -4,25 +4,13 @@
 #include <orvane/tagsync/internal/TagExchange.h>
 #include <orvane/tagsync/internal/TagListing.h>
 
-#include "support/ChildProcess.h"
 #include "support/MemoryGrowth.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <iostream>
-#include <limits>
-#include <sstream>
-#include <string>
-#include <vector>
+#include "support/Test.h"
 
 namespace orvane::tagsync {
 namespace {
 
-using namespace std::string_literals;
 using Tags = std::vector<TagWithConfidence>;
-using ::testing::IsEmpty;
 
 std::vector<TagLine> linesOf(std::string body) {
   TagObjectReader reader(std::move(body));
@@ -123,28 +111,15 @@ TEST(TagObject, TheLastOfRepeatedMembersCounts) {
 
 TEST(TagObject, SkipsLinesThatAreNoJsonObject) {
   const std::string good = R"({"asset_id":"A"})";
-  const std::string deep(100'000, '[');
-  const std::string bad[] = {"",
-                             "[]",
-                             "1",
-                             "{",
-                             "{}{}",
-                             R"({"asset_id":"A",})",
-                             R"({"asset_id":"A)",
-                             R"({"asset_id":"A","x":tru})",
-                             R"({"asset_id":"A","x":01})",
-                             R"({"asset_id":"A","x":"\udc00"})",
-                             R"({"asset_id":"A","tags":[{"tag":"\ud83d\u0041","confidence":1}]})",
-                             "{\"asset_id\":\"A\tB\"}",
-                             R"({"x":)" + deep + "}",
-                             R"({"tags":)" + deep,
-                             R"({"x":)" + std::string(600, '[') + std::string(600, ']') + "}",
-                             "\xef\xbb\xbf\xef\xbb\xbf" + good,
-                             "{\"asset_id\":\"\xff\"}"};
+  std::istringstream lines(readFile(ORVANE_REFUSED_LINES));
+  std::vector<std::string> bad = {R"({"x":)" + std::string(100'000, '[') + "}",
+                                  R"({"tags":)" + std::string(100'000, '['),
+                                  R"({"x":)" + std::string(600, '[') + std::string(600, ']') + "}"};
+  for (std::string line; std::getline(lines, line);) bad.push_back(line);
+  EXPECT_GT(bad.size(), 15U);
   for (const auto& line : bad) {
     EXPECT_EQ(linesOf(line).size(), 0U) << line.substr(0, 80);
-    auto among = "\n" + good + "\n";
-    among.append(line).append("\n\n").append(good);
+    const auto among = "\n" + good + "\n" + line + "\n\n" + good;
     EXPECT_EQ(linesOf(among).size(), 2U) << line.substr(0, 80);
   }
   EXPECT_EQ(linesOf("\xef\xbb\xbf { } \r\n\xef\xbb\xbf{}\n").size(), 2U);
