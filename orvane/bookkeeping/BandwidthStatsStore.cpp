@@ -10,6 +10,9 @@
 namespace orvane {
 namespace {
 
+/// A failure to read that took longer has waited for another process.
+constexpr std::chrono::seconds kLongFailure{1};
+
 std::int64_t saturatingSum(std::int64_t a, std::int64_t b) {
   std::int64_t sum = 0;
   if (!__builtin_add_overflow(a, b, &sum)) return sum;
@@ -73,8 +76,8 @@ bool BandwidthStatsStore::load() {
   // Where the total cannot be told, asking for the samples would only wait as long once more.
   const auto stored = total ? preferences.readBytes(samplesKey) : std::unexpected(total.error());
   if (!stored) {
-    const auto end = Clock::now();
-    loadAgainAt_ = end + (end - begun);
+    const auto took = Clock::now() - begun;
+    if (took > kLongFailure) loadAgainAt_ = Clock::now() + took;
     return false;
   }
   auto earlier = bookkeeping::BandwidthSampleJson::decode(textOf(stored->value_or(Bytes())));

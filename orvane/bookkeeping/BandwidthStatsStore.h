@@ -82,8 +82,8 @@ class BandwidthStatsStore {
 
   /// Held from taking a figure to the end of writing it, so that the last writer has the last word.
   std::mutex writing_;
-  /// After a failure the preferences are left alone for as long as it took to fail: a file that
-  /// another process holds does not delay each change anew. Guarded by `writing_`.
+  /// After a failure that took seconds the preferences are left alone for as long again: a file
+  /// that another process holds does not delay each change anew. Guarded by `writing_`.
   Clock::time_point loadAgainAt_;
 };
 

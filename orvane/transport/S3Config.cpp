@@ -10,8 +10,6 @@
 namespace orvane {
 namespace {
 
-namespace ondemand = simdjson::ondemand;
-
 bool readTenantName(simdjson::ondemand::value& value, S3Config& config) {
   config.tenantName.reset();
   return platform::readNull(value) || platform::read(value, config.tenantName.emplace());

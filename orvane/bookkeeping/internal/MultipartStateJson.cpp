@@ -3,8 +3,6 @@
 namespace orvane::bookkeeping {
 namespace {
 
-using platform::read;
-
 bool readParts(simdjson::ondemand::value& value, MultipartState& state) {
   auto& parts = state.completedParts;
   parts.clear();

@@ -5,6 +5,7 @@
 
 #include <exception>
 #include <mutex>
+#include <string_view>
 
 namespace orvane::platform {
 namespace {
@@ -30,10 +31,13 @@ class Silence {
   inline static cv::utils::logging::LogLevel former = cv::utils::logging::LOG_LEVEL_WARNING;
 };
 
+cv::dnn::Net netIn(std::string_view model) {
+  return cv::dnn::readNetFromONNX(model.data(), model.size());
+}
+
 class OpenCvNetwork final : public OnnxNetwork {
  public:
-  explicit OpenCvNetwork(ByteView model)
-      : net_(cv::dnn::readNetFromONNX(textOf(model).data(), model.size())) {}
+  explicit OpenCvNetwork(ByteView model) : net_(netIn(textOf(model))) {}
 
   std::expected<std::vector<float>, std::string> compute(std::span<const float> planes, int width,
                                                          int height) override try {
