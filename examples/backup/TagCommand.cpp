@@ -49,7 +49,8 @@ class RememberingClassifier final : public orvane::ImageClassifier {
     if (seen) lookedAt_.insert(image);
     return seen;
   }
-  [[nodiscard]] bool hasLookedAt(const Path& image) const {
+  /// Whether the image was looked at; forgets it.
+  [[nodiscard]] bool takeLookedAt(const Path& image) {
     const std::lock_guard lock(mutex_);
     return lookedAt_.erase(image) > 0;
   }
@@ -154,7 +155,7 @@ Task Backfill::tagNextPhotos() {
 Task Backfill::tag(UploadRecord record) {
   const Path photo = folder_ / record.id();
   const auto tags = co_await tagger_.tagImage(photo);
-  if (!classifier_->hasLookedAt(photo)) {
+  if (!classifier_->takeLookedAt(photo)) {
     ++failed_;  // The next run tries it again.
     co_return;
   }
