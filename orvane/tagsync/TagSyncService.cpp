@@ -2,7 +2,6 @@
 
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/base/Ascii.h>
 #include <orvane/platform/base/PercentEncoding.h>
 #include <orvane/platform/base/Utf8.h>
 #include <orvane/platform/host/SystemLog.h>
@@ -12,7 +11,7 @@
 #include <orvane/tagsync/TagSyncError.h>
 #include <orvane/tagsync/internal/TagExchange.h>
 #include <orvane/tagsync/internal/TagListing.h>
-#include <orvane/transport/AWSSignatureV4.h>
+#include <orvane/transport/BucketRequests.h>
 #include <orvane/transport/S3Uploader.h>
 
 #include <boost/asio/cancellation_state.hpp>
@@ -43,15 +42,9 @@ std::int64_t nowInMilliseconds() {
   return std::chrono::duration_cast<milliseconds>(now).count();
 }
 
-std::string bucketUrl(const S3Config& config) {
-  return std::string(platform::trimmed(config.endpoint, '/')).append("/").append(config.bucket);
-}
-
 HttpRequest signedGet(const S3Config& config, const Url& url,
                       const AWSSignatureV4::Headers& headers, std::size_t maximumAnswerSize) {
-  const AWSSignatureV4 signer(config.accessKey, config.secretKey, config.region);
-  auto request = signer.signedRequest("GET", url, headers, std::nullopt, false,
-                                      std::chrono::system_clock::now());
+  auto request = transport::RequestSigner(config).signedRequest("GET", url, headers);
   request.maximumAnswerSize = maximumAnswerSize;
   return request;
 }
@@ -189,7 +182,7 @@ Async<std::int64_t> TagSyncService::downloadAllRemoteTags(S3Config config) {
 Async<std::vector<RemoteTagFile>> TagSyncService::listTagFiles(S3Config config) const {
   const auto listPrefix = config.prefix + tagsPrefix_;
   const auto url =
-      Url::parse(bucketUrl(config) + "?list-type=2&prefix=" +
+      Url::parse(transport::bucketUrl(config) + "?list-type=2&prefix=" +
                  platform::percentEncode(listPrefix, platform::kUrlQueryValue) + "&max-keys=1000");
   if (!url) co_return std::unexpected(TagSyncError::downloadFailed("Invalid list URL"));
   auto sending = HttpSession::shared().send(signedGet(config, *url, {}, kLargestListing));
@@ -204,7 +197,7 @@ Async<std::vector<RemoteTagFile>> TagSyncService::listTagFiles(S3Config config) 
 Async<std::string> TagSyncService::downloadFromS3(std::string key, std::int64_t rangeStart,
                                                   std::optional<std::int64_t> rangeEnd,
                                                   S3Config config) {
-  const auto url = Url::parse(bucketUrl(config) + "/" + config.prefix + key);
+  const auto url = Url::parse(transport::bucketUrl(config) + "/" + config.prefix + key);
   if (!url) co_return std::unexpected(TagSyncError::downloadFailed("Invalid URL"));
   AWSSignatureV4::Headers headers;
   if (rangeEnd) headers["Range"] = "bytes=" + decimal(rangeStart) + "-" + decimal(*rangeEnd);

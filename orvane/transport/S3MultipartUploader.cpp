@@ -58,10 +58,7 @@ void uploadInParts(const std::shared_ptr<UploaderState>& uploader, std::string_v
 }  // namespace
 
 S3MultipartUploader::S3MultipartUploader(S3Config config)
-    : state_(std::make_shared<UploaderState>(
-          UploaderState{.config = config,
-                        .signer = {config.accessKey, config.secretKey, config.region},
-                        .session = platform::HttpSession(kConcurrentCallbacks)})) {}
+    : state_(std::make_shared<UploaderState>(std::move(config), kConcurrentCallbacks)) {}
 
 void S3MultipartUploader::upload(const std::filesystem::path& fileURL, std::string_view key,
                                  std::string_view contentType, UploadProgress progress,

@@ -2,7 +2,7 @@
 
 #include <orvane/platform/files/FileReader.h>
 #include <orvane/platform/http/HttpSession.h>
-#include <orvane/transport/AWSSignatureV4.h>
+#include <orvane/transport/BucketRequests.h>
 #include <orvane/transport/ETag.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/XMLTagParser.h>
@@ -15,10 +15,7 @@ namespace orvane {
 namespace {
 
 using platform::HttpSession;
-
-AWSSignatureV4 signerFor(const S3Config& config) {
-  return {config.accessKey, config.secretKey, config.region};
-}
+using transport::RequestSigner;
 
 }  // namespace
 
@@ -26,7 +23,8 @@ Async<std::string> S3Uploader::uploadData(Bytes data, std::string key, std::stri
                                           S3Config config) {
   const auto url = config.url(key);
   if (!url) co_return std::unexpected(S3Error::invalidURL());
-  auto put = putObjectRequest(signerFor(config), *url, contentType, SharedBytes(std::move(data)));
+  auto put =
+      putObjectRequest(RequestSigner(config), *url, contentType, SharedBytes(std::move(data)));
   auto sending = HttpSession::shared().send(std::move(put.request), std::move(put.body));
   const auto answer = checkedAnswer(co_await std::move(sending));
   if (!answer) co_return std::unexpected(answer.error());
@@ -40,7 +38,7 @@ void S3Uploader::upload(const std::filesystem::path& fileURL, std::string_view k
   if (!url) return completion(std::unexpected(S3Error::invalidURL()));
   auto content = platform::readWholeFile(fileURL);
   if (!content) return completion(std::unexpected(S3Error::fileReadError()));
-  auto put = putObjectRequest(signerFor(config), *url, contentType, std::move(*content));
+  auto put = putObjectRequest(RequestSigner(config), *url, contentType, std::move(*content));
 
   const auto delegate =
       std::make_shared<ForegroundUploadDelegate>(std::move(progress), std::move(completion));
@@ -56,7 +54,7 @@ Result<std::string> S3Uploader::initiateMultipartUpload(std::string_view key,
                                                         const S3Config& config) {
   const auto url = config.url(key);
   if (!url) return std::unexpected(S3Error::invalidURL());
-  auto request = initiateRequest(signerFor(config), *url, contentType);
+  auto request = initiateRequest(RequestSigner(config), *url, contentType);
   if (!request) return std::unexpected(S3Error::invalidURL());
   return uploadIdIn(HttpSession::shared().sendAndWait(std::move(*request)));
 }
@@ -66,7 +64,7 @@ Result<std::string> S3Uploader::completeMultipartUpload(
     std::vector<std::pair<std::int64_t, std::string>> parts, const S3Config& config) {
   const auto url = config.url(key);
   if (!url) return std::unexpected(S3Error::invalidURL());
-  auto complete = completeRequest(signerFor(config), *url, uploadId, std::move(parts));
+  auto complete = completeRequest(RequestSigner(config), *url, uploadId, std::move(parts));
   if (!complete) return std::unexpected(S3Error::invalidURL());
   const auto answer = checkedAnswer(
       HttpSession::shared().sendAndWait(std::move(complete->request), std::move(complete->body)));
@@ -79,7 +77,7 @@ void S3Uploader::abortMultipartUpload(std::string_view key, std::string_view upl
                                       const S3Config& config) {
   const auto url = config.url(key);
   if (!url) return;
-  auto request = abortRequest(signerFor(config), *url, uploadId);
+  auto request = abortRequest(RequestSigner(config), *url, uploadId);
   if (!request) return;
   static_cast<void>(HttpSession::shared().sendAndWait(std::move(*request)));
 }

@@ -1,23 +1,19 @@
 #include <orvane/transport/TalvexAPIService.h>
 
-#include <orvane/platform/base/Ascii.h>
 #include <orvane/platform/base/PercentEncoding.h>
 #include <orvane/platform/base/Utf8.h>
 #include <orvane/platform/http/HttpSession.h>
 #include <orvane/platform/http/UrlError.h>
-#include <orvane/transport/AWSSignatureV4.h>
+#include <orvane/transport/BucketRequests.h>
 #include <orvane/transport/XmlText.h>
 #include <orvane/transport/internal/ListingPage.h>
 
-#include <chrono>
 #include <iterator>
 #include <optional>
 #include <utility>
 
 namespace orvane {
 namespace {
-
-constexpr int kFirstFailureStatus = 300;
 
 struct Page {
   std::vector<KeyETagPair> pairs;
@@ -26,8 +22,7 @@ struct Page {
 
 std::optional<Url> pageUrl(const S3Config& config, std::string_view prefix,
                            const std::optional<std::string>& continuationToken) {
-  std::string text(platform::trimmed(config.endpoint, '/'));
-  text.append("/").append(config.bucket).append("?list-type=2&prefix=");
+  std::string text = transport::bucketUrl(config).append("?list-type=2&prefix=");
   platform::appendPercentEncoded(text, prefix, platform::kUrlQueryValue);
   text.append("&max-keys=1000");
   if (continuationToken) {
@@ -42,7 +37,7 @@ std::optional<Url> pageUrl(const S3Config& config, std::string_view prefix,
 
 Result<Page> readPage(const HttpResponse& answer) {
   const bool isText = platform::isUtf8(answer.body);
-  if (answer.status >= kFirstFailureStatus) {
+  if (answer.status >= transport::kFirstFailureStatus) {
     return std::unexpected(Error(TalvexAPIService::kDomain, answer.status,
                                  "ListObjects HTTP " + std::to_string(answer.status) + ": " +
                                      (isText ? answer.body : std::string())));
@@ -58,9 +53,7 @@ Result<Page> listPage(const S3Config& config, std::string_view prefix,
                       const std::optional<std::string>& continuationToken) {
   const auto url = pageUrl(config, prefix, continuationToken);
   if (!url) return std::unexpected(platform::urlError(platform::UrlErrorCode::badURL));
-  const AWSSignatureV4 signer(config.accessKey, config.secretKey, config.region);
-  auto request =
-      signer.signedRequest("GET", *url, {}, std::nullopt, false, std::chrono::system_clock::now());
+  auto request = transport::RequestSigner(config).signedRequest("GET", *url);
   const auto answer = platform::HttpSession::shared().sendAndWait(std::move(request));
   if (!answer) return std::unexpected(answer.error());
   return readPage(*answer);

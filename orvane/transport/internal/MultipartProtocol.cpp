@@ -4,21 +4,13 @@
 #include <orvane/transport/XMLTagParser.h>
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
 
 namespace orvane {
 namespace {
 
-constexpr int kFirstFailureStatus = 300;
-
 AWSSignatureV4::Headers contentTypeHeader(std::string_view contentType) {
   return {{"Content-Type", std::string(contentType)}};
-}
-
-HttpRequest signedNow(const AWSSignatureV4& signer, std::string_view method, const Url& url,
-                      const AWSSignatureV4::Headers& headers, ByteView body = {}) {
-  return signer.signedRequest(method, url, headers, body, false, std::chrono::system_clock::now());
 }
 
 /// A request that is answered by status and headers; bodies are of no use, or of little.
@@ -41,49 +33,60 @@ std::string completeMultipartUploadXml(MultipartParts parts) {
 
 }  // namespace
 
-RequestWithBody putObjectRequest(const AWSSignatureV4& signer, const Url& object,
+RequestWithBody putObjectRequest(const transport::RequestSigner& signer, const Url& object,
                                  std::string_view contentType, SharedBytes body) {
-  auto request = signedNow(signer, "PUT", object, contentTypeHeader(contentType), body.view());
+  auto request = signer.signedRequest("PUT", object, contentTypeHeader(contentType), body.view());
   return answeredByItsHead(std::move(request), std::move(body));
 }
 
-std::optional<HttpRequest> initiateRequest(const AWSSignatureV4& signer, const Url& object,
-                                           std::string_view contentType) {
+std::optional<HttpRequest> initiateRequest(const transport::RequestSigner& signer,
+                                           const Url& object, std::string_view contentType) {
   const auto url = object.withQuery({{"uploads", std::nullopt}});
   if (!url) return std::nullopt;
-  return signedNow(signer, "POST", *url, contentTypeHeader(contentType));
+  return signer.signedRequest("POST", *url, contentTypeHeader(contentType));
 }
 
-std::optional<RequestWithBody> uploadPartRequest(const AWSSignatureV4& signer, const Url& object,
-                                                 std::int64_t partNumber, std::string_view uploadId,
-                                                 SharedBytes body) {
+std::optional<RequestWithBody> uploadPartRequest(const transport::RequestSigner& signer,
+                                                 const Url& object, std::int64_t partNumber,
+                                                 std::string_view uploadId, SharedBytes body) {
   const auto number = std::to_string(partNumber);
   const auto url = object.withQuery({{"partNumber", number}, {"uploadId", uploadId}});
   if (!url) return std::nullopt;
-  auto request = signedNow(signer, "PUT", *url, {}, body.view());
+  auto request = signer.signedRequest("PUT", *url, {}, body.view());
   return answeredByItsHead(std::move(request), std::move(body));
 }
 
-std::optional<RequestWithBody> completeRequest(const AWSSignatureV4& signer, const Url& object,
-                                               std::string_view uploadId, MultipartParts parts) {
+std::optional<RequestWithBody> completeRequest(const transport::RequestSigner& signer,
+                                               const Url& object, std::string_view uploadId,
+                                               MultipartParts parts) {
   const auto url = object.withQuery({{"uploadId", uploadId}});
   if (!url) return std::nullopt;
   const auto xml =
       std::make_shared<const std::string>(completeMultipartUploadXml(std::move(parts)));
   SharedBytes body(xml, bytesOf(*xml));
-  auto request = signedNow(signer, "POST", *url, contentTypeHeader("application/xml"), body.view());
+  auto request =
+      signer.signedRequest("POST", *url, contentTypeHeader("application/xml"), body.view());
   return answeredByItsHead(std::move(request), std::move(body));
 }
 
-std::optional<HttpRequest> abortRequest(const AWSSignatureV4& signer, const Url& object,
+std::optional<HttpRequest> abortRequest(const transport::RequestSigner& signer, const Url& object,
                                         std::string_view uploadId) {
   const auto url = object.withQuery({{"uploadId", uploadId}});
   if (!url) return std::nullopt;
-  return answeredByItsHead(signedNow(signer, "DELETE", *url, {})).request;
+  return answeredByItsHead(signer.signedRequest("DELETE", *url)).request;
+}
+
+std::optional<HttpRequest> listPartsRequest(const transport::RequestSigner& signer,
+                                            const Url& object, std::string_view uploadId,
+                                            std::int64_t after) {
+  const auto marker = std::to_string(after);
+  const auto url = object.withQuery({{"uploadId", uploadId}, {"part-number-marker", marker}});
+  if (!url) return std::nullopt;
+  return signer.signedRequest("GET", *url);
 }
 
 Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer) {
-  if (answer && answer->status >= kFirstFailureStatus) {
+  if (answer && answer->status >= transport::kFirstFailureStatus) {
     return std::unexpected(S3Error::httpError(answer->status));
   }
   return answer;

@@ -4,7 +4,7 @@
 #include <orvane/platform/base/Bytes.h>
 #include <orvane/platform/http/HttpRequest.h>
 #include <orvane/platform/http/HttpResponse.h>
-#include <orvane/transport/AWSSignatureV4.h>
+#include <orvane/transport/BucketRequests.h>
 
 #include <cstdint>
 #include <optional>
@@ -25,22 +25,27 @@ struct RequestWithBody {
   SharedBytes body;
 };
 
-[[nodiscard]] RequestWithBody putObjectRequest(const AWSSignatureV4& signer, const Url& object,
-                                               std::string_view contentType, SharedBytes body);
-[[nodiscard]] std::optional<HttpRequest> initiateRequest(const AWSSignatureV4& signer,
+[[nodiscard]] RequestWithBody putObjectRequest(const transport::RequestSigner& signer,
+                                               const Url& object, std::string_view contentType,
+                                               SharedBytes body);
+[[nodiscard]] std::optional<HttpRequest> initiateRequest(const transport::RequestSigner& signer,
                                                          const Url& object,
                                                          std::string_view contentType);
-[[nodiscard]] std::optional<RequestWithBody> uploadPartRequest(const AWSSignatureV4& signer,
-                                                               const Url& object,
-                                                               std::int64_t partNumber,
-                                                               std::string_view uploadId,
-                                                               SharedBytes body);
-[[nodiscard]] std::optional<RequestWithBody> completeRequest(const AWSSignatureV4& signer,
+[[nodiscard]] std::optional<RequestWithBody> uploadPartRequest(
+    const transport::RequestSigner& signer, const Url& object, std::int64_t partNumber,
+    std::string_view uploadId, SharedBytes body);
+[[nodiscard]] std::optional<RequestWithBody> completeRequest(const transport::RequestSigner& signer,
                                                              const Url& object,
                                                              std::string_view uploadId,
                                                              MultipartParts parts);
-[[nodiscard]] std::optional<HttpRequest> abortRequest(const AWSSignatureV4& signer,
+[[nodiscard]] std::optional<HttpRequest> abortRequest(const transport::RequestSigner& signer,
                                                       const Url& object, std::string_view uploadId);
+
+/// Asks for the parts after the one with the number `after`.
+[[nodiscard]] std::optional<HttpRequest> listPartsRequest(const transport::RequestSigner& signer,
+                                                          const Url& object,
+                                                          std::string_view uploadId,
+                                                          std::int64_t after);
 
 /// The answer itself, or `httpError` for a status of 300 or more, or the transport's error.
 [[nodiscard]] Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer);

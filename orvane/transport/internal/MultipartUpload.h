@@ -2,7 +2,7 @@
 
 #include <orvane/platform/files/FileReader.h>
 #include <orvane/platform/http/HttpSession.h>
-#include <orvane/transport/AWSSignatureV4.h>
+#include <orvane/transport/BucketRequests.h>
 #include <orvane/transport/S3Config.h>
 #include <orvane/transport/UploadCallbacks.h>
 #include <orvane/transport/internal/MultipartProtocol.h>
@@ -13,14 +13,18 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvane {
 
 /// What the uploads of one uploader share.
 struct UploaderState {
+  UploaderState(S3Config configuration, std::size_t concurrentCallbacks)
+      : config(std::move(configuration)), signer(config), session(concurrentCallbacks) {}
+
   S3Config config;
-  AWSSignatureV4 signer;
+  transport::RequestSigner signer;
   platform::HttpSession session;
 };
 

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+namespace orvane::platform {
+
+/// The time that the value of a header field like `Date` or `Last-Modified` says, to the second.
+/// Any thread may call it.
+[[nodiscard]] std::optional<std::chrono::sys_seconds> httpDate(const std::string& value);
+
+}  // namespace orvane::platform

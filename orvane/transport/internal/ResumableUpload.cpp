@@ -1,0 +1,417 @@
+#include <orvane/transport/internal/ResumableUpload.h>
+
+#include <orvane/platform/base/Digest.h>
+#include <orvane/platform/base/MappedMemory.h>
+#include <orvane/platform/base/Md5.h>
+#include <orvane/platform/base/PosixError.h>
+#include <orvane/platform/concurrency/BackgroundTask.h>
+#include <orvane/platform/http/UrlError.h>
+#include <orvane/transport/ETag.h>
+#include <orvane/transport/S3Error.h>
+#include <orvane/transport/S3MultipartUploader.h>
+#include <orvane/transport/XMLTagParser.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/deferred.hpp>
+#include <boost/asio/experimental/parallel_group.hpp>
+#include <boost/asio/this_coro.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <exception>
+#include <utility>
+
+namespace orvane::transport {
+namespace {
+
+namespace asio = boost::asio;
+namespace this_coro = boost::asio::this_coro;
+
+constexpr int kNotFound = 404;
+
+std::unexpected<Error> changedFile() {
+  const Error error = S3Error::serverError("The file changed while it was being uploaded");
+  return std::unexpected(error);
+}
+
+std::optional<RequestWithBody> withoutBody(std::optional<HttpRequest> request) {
+  if (!request) return std::nullopt;
+  return RequestWithBody{.request = std::move(*request), .body = {}};
+}
+
+bool isNotFound(const Error& error) {
+  const auto* const failure = error.as<S3Error>();
+  return failure != nullptr && failure->statusCode() == kNotFound;
+}
+
+bool isForGood(const Error& error) {
+  const bool cancelled = error.domain() == Error::kUrlLoading &&
+                         error.code() == static_cast<int>(platform::UrlErrorCode::cancelled);
+  return !cancelled && !RetryPolicy::isRetryable(error);
+}
+
+std::unexpected<Error> outOfMemory() {
+  return std::unexpected(platform::posixError(ENOMEM, "hold a part"));
+}
+
+/// A response of 200 may still be an error, since it begins before the store is done.
+Result<HttpResponse> completionOf(HttpResponse response) {
+  if (!response.body.contains("<Error>")) return response;
+  const auto code = XMLTagParser::extractTag("Code", bytesOf(response.body)).value_or("");
+  constexpr std::array<std::string_view, 3> kPassing = {"InternalError", "SlowDown",
+                                                        "ServiceUnavailable"};
+  constexpr int kServiceUnavailable = 503;
+  if (std::ranges::count(kPassing, code) > 0)
+    return std::unexpected(S3Error::httpError(kServiceUnavailable));
+  return std::unexpected(S3Error::serverError("The upload cannot be completed: " + code));
+}
+
+/// When one of several coroutines fails, the others are of no use.
+struct CancelAfterFailure {
+  asio::cancellation_type operator()(const std::exception_ptr& exception,
+                                     const Result<void>& result) const noexcept {
+    return exception || !result ? asio::cancellation_type::terminal : asio::cancellation_type::none;
+  }
+};
+
+}  // namespace
+
+Async<std::string> ResumableUpload::run() {
+  // Cancellation is an error like any other here, and not an exception.
+  co_await this_coro::throw_if_cancelled(false);
+  object_ = exchange_.config().url(job_.key);
+  if (!object_) co_return std::unexpected(S3Error::invalidURL());
+  auto opening = platform::backgroundTask([this] { return open(); });
+  if (auto opened = co_await std::move(opening); !opened) {
+    co_return std::unexpected(std::move(opened.error()));
+  }
+  const bool small = version_.size < S3MultipartUploader::chunkSize;
+  auto uploading = small ? uploadSmall() : uploadInParts();
+  co_return co_await std::move(uploading);
+}
+
+Result<void> ResumableUpload::open() {
+  auto file = platform::FileReader::open(job_.file);
+  if (!file) return std::unexpected(S3Error::fileReadError());
+  const auto version = platform::versionOf(file->descriptor());
+  if (!version) return std::unexpected(S3Error::fileReadError());
+  file_ = std::move(*file);
+  version_ = *version;
+  return {};
+}
+
+Result<void> ResumableUpload::checkUnchanged() const {
+  const auto opened = platform::versionOf(file_->descriptor());
+  const auto named = platform::versionOf(job_.file);
+  if (opened != version_ || named != version_) return changedFile();
+  return {};
+}
+
+Async<std::string> ResumableUpload::uploadSmall() {
+  auto reading = platform::backgroundTask([this]() -> Result<SharedBytes> {
+    auto content =
+        std::make_shared_for_overwrite<std::byte[]>(static_cast<std::size_t>(version_.size) + 1);
+    const auto size = static_cast<std::size_t>(version_.size);
+    const auto count = file_->read({content.get(), size + 1});
+    if (!count) return std::unexpected(S3Error::fileReadError());
+    if (*count != size) return changedFile();
+    if (auto unchanged = checkUnchanged(); !unchanged) return std::unexpected(unchanged.error());
+    const ByteView view(content.get(), size);
+    return SharedBytes(std::move(content), view);
+  });
+  auto content = co_await std::move(reading);
+  if (!content) co_return std::unexpected(std::move(content.error()));
+  auto putting = exchange_.retried<std::string>(
+      [this, &content](bool again) { return putOnce(*content, again); }, job_.events.retrying);
+  auto eTag = co_await std::move(putting);
+  if (eTag && job_.events.progress) job_.events.progress(version_.size, version_.size);
+  co_return eTag;
+}
+
+Async<std::string> ResumableUpload::putOnce(SharedBytes content, bool again) {
+  if (again) {  // The response may have been all that was lost.
+    auto asking = head();
+    const auto stored = co_await std::move(asking);
+    if (stored && stored->size == version_.size &&
+        stored->eTag == platform::hexString(platform::md5(content.view()))) {
+      co_return stored->eTag;
+    }
+  }
+  auto sending = exchange_.send([this, &content] {
+    return std::optional(putObjectRequest(exchange_.signer(), *object_, job_.contentType, content));
+  });
+  const auto response = co_await std::move(sending);
+  if (!response) co_return std::unexpected(response.error());
+  co_return etagFromHeader(response->headers.get("ETag").value_or(""));
+}
+
+Async<std::string> ResumableUpload::uploadInParts() {
+  auto beginning = begin();
+  auto complete = co_await std::move(beginning);
+  if (!complete) co_return std::unexpected(std::move(complete.error()));
+  if (*complete) co_return std::move(**complete);
+  auto sending = sendAndComplete();
+  auto eTag = co_await std::move(sending);
+  if (!eTag && isForGood(eTag.error())) {
+    auto aborting = abort(reached_.uploadId);
+    static_cast<void>(co_await std::move(aborting));
+  }
+  co_return eTag;
+}
+
+Async<std::string> ResumableUpload::sendAndComplete() {
+  report();
+  auto sending = sendMissingParts();
+  if (auto sent = co_await std::move(sending); !sent) {
+    co_return std::unexpected(std::move(sent.error()));
+  }
+  auto checking = platform::backgroundTask([this] { return checkUnchanged(); });
+  if (auto unchanged = co_await std::move(checking); !unchanged) {
+    co_return std::unexpected(std::move(unchanged.error()));
+  }
+  auto completing = exchange_.retried<std::string>(
+      [this](bool /*again*/) { return completeOnce(); }, job_.events.retrying);
+  co_return co_await std::move(completing);
+}
+
+Async<std::optional<std::string>> ResumableUpload::begin() {
+  if (job_.from && !job_.from->uploadId.empty()) {
+    auto resuming = resume(std::move(*job_.from));
+    auto resumed = co_await std::move(resuming);
+    if (!resumed) co_return std::unexpected(std::move(resumed.error()));
+    if (resumed->goesOn) co_return std::move(resumed->eTag);
+  }
+  auto initiating = sent([this] {
+    return withoutBody(initiateRequest(exchange_.signer(), *object_, job_.contentType));
+  });
+  auto uploadId = uploadIdIn(co_await std::move(initiating));
+  if (!uploadId) co_return std::unexpected(std::move(uploadId.error()));
+  reached_ = {.uploadId = std::move(*uploadId),
+              .fileSize = version_.size,
+              .modified = version_.modified,
+              .parts = {}};
+  co_return std::nullopt;
+}
+
+Async<ResumableUpload::Resumed> ResumableUpload::resume(UploadCheckpoint from) {
+  const auto uploadId = from.uploadId;
+  if (from.fileSize == version_.size && from.modified == version_.modified) {
+    reached_ = std::move(from);
+    auto agreeing = dropPartsNotStored();
+    const auto agreed = co_await std::move(agreeing);
+    if (agreed && *agreed) co_return Resumed{.goesOn = true, .eTag = {}};
+    if (!agreed && isNotFound(agreed.error())) {
+      auto asking = completedObject(true);
+      auto eTag = co_await std::move(asking);
+      if (!eTag) co_return std::unexpected(std::move(eTag.error()));
+      co_return Resumed{.goesOn = eTag->has_value(), .eTag = std::move(*eTag)};
+    }
+    if (!agreed) co_return std::unexpected(agreed.error());
+  }
+  auto aborting = abort(uploadId);
+  static_cast<void>(co_await std::move(aborting));
+  co_return Resumed{};
+}
+
+Async<bool> ResumableUpload::dropPartsNotStored() {
+  std::map<std::int64_t, std::string> agreed;
+  std::optional<std::int64_t> after = 0;
+  while (after) {
+    auto listing = sent([this, after] {
+      return withoutBody(listPartsRequest(exchange_.signer(), *object_, reached_.uploadId, *after));
+    });
+    const auto response = co_await std::move(listing);
+    if (!response) co_return std::unexpected(response.error());
+    auto page = storedPartsIn(response->body);
+    for (auto& part : page.parts) {
+      const auto known = reached_.parts.find(part.number);
+      if (known == reached_.parts.end() || known->second != part.eTag) continue;
+      if (part.size == lengthOf(part.number)) agreed.insert(*known);
+    }
+    const bool advances = page.next && *page.next > *after && *page.next < partCount();
+    after = advances ? page.next : std::nullopt;
+  }
+  reached_.parts = std::move(agreed);
+  auto comparing = fileHoldsReachedParts();
+  co_return co_await std::move(comparing);
+}
+
+Async<bool> ResumableUpload::fileHoldsReachedParts() {
+  const auto buffer = platform::mappedMemory(partSize());
+  if (!buffer) co_return outOfMemory();
+  for (const auto& [number, eTag] : reached_.parts) {
+    if (!isMd5(eTag)) continue;
+    auto reading =
+        platform::backgroundTask([this, &buffer, number = number, &eTag = eTag]() -> Result<bool> {
+          const auto part = readPart(number, buffer);
+          if (!part) return std::unexpected(part.error());
+          return platform::hexString(platform::md5(part->view())) == eTag;
+        });
+    auto same = co_await std::move(reading);
+    if (!same || !*same) co_return same;
+  }
+  co_return true;
+}
+
+Async<void> ResumableUpload::sendMissingParts() {
+  const auto executor = co_await this_coro::executor;
+  using Worker = decltype(asio::co_spawn(executor, sendPartAfterPart(), asio::deferred));
+  const auto missing = partCount() - static_cast<std::int64_t>(reached_.parts.size());
+  const auto inFlight = std::max<std::size_t>(uploader_->options.partsInFlight, 1);
+  const auto count = std::min(inFlight, static_cast<std::size_t>(missing));
+  std::vector<Worker> workers;
+  for (std::size_t i = 0; i < count; ++i) {
+    workers.push_back(asio::co_spawn(executor, sendPartAfterPart(), asio::deferred));
+  }
+  if (workers.empty()) co_return Result<void>{};
+  auto group = asio::experimental::make_parallel_group(std::move(workers));
+  auto running = group.async_wait(CancelAfterFailure{}, asio::use_awaitable);
+  const auto outcomes = co_await std::move(running);
+  for (const auto& exception : std::get<1>(outcomes)) {
+    if (exception) std::rethrow_exception(exception);
+  }
+  // The first to end with an error is the cause; the others were cancelled for it.
+  for (const auto index : std::get<0>(outcomes)) {
+    const auto& result = std::get<2>(outcomes)[index];
+    if (!result) co_return result;
+  }
+  co_return Result<void>{};
+}
+
+Async<void> ResumableUpload::sendPartAfterPart() {
+  co_await this_coro::throw_if_cancelled(false);
+  const auto buffer = platform::mappedMemory(partSize());
+  if (!buffer) co_return outOfMemory();
+  while (const auto number = takeMissingPart()) {
+    auto sending = sendPart(*number, buffer);
+    auto sent = co_await std::move(sending);
+    if (!sent) co_return sent;
+  }
+  co_return Result<void>{};
+}
+
+std::optional<std::int64_t> ResumableUpload::takeMissingPart() {
+  while (reached_.parts.contains(nextPart_)) ++nextPart_;
+  if (nextPart_ > partCount()) return std::nullopt;
+  return nextPart_++;
+}
+
+Async<void> ResumableUpload::sendPart(std::int64_t number, std::shared_ptr<std::byte[]> buffer) {
+  auto reading =
+      platform::backgroundTask([this, number, &buffer] { return readPart(number, buffer); });
+  const auto part = co_await std::move(reading);
+  if (!part) co_return std::unexpected(part.error());
+  auto sending = sent([this, number, &part] {
+    return uploadPartRequest(exchange_.signer(), *object_, number, reached_.uploadId, *part);
+  });
+  const auto response = co_await std::move(sending);
+  if (!response) co_return std::unexpected(response.error());
+  const auto eTag = response->headers.get("ETag");
+  if (!eTag) co_return std::unexpected(S3Error::serverError("Missing ETag"));
+  reached_.parts.insert_or_assign(number, etagFromHeader(*eTag));
+  report();
+  co_return Result<void>{};
+}
+
+Async<std::string> ResumableUpload::completeOnce() {
+  auto sending = exchange_.send([this] {
+    MultipartParts parts(reached_.parts.begin(), reached_.parts.end());
+    return completeRequest(exchange_.signer(), *object_, reached_.uploadId, std::move(parts));
+  });
+  auto response = co_await std::move(sending);
+  if (response) response = completionOf(std::move(*response));
+  if (response) {
+    auto eTag = XMLTagParser::extractTag("ETag", bytesOf(response->body)).value_or("");
+    if (!eTag.empty()) co_return etagFromXml(eTag);
+    auto asking = head();  // Some stores name it only later.
+    auto stored = co_await std::move(asking);
+    if (!stored) co_return std::unexpected(std::move(stored.error()));
+    co_return std::move(stored->eTag);
+  }
+  // The response may have been all that was lost, of this request or of the one before.
+  auto asking = completedObject(isNotFound(response.error()));
+  auto eTag = co_await std::move(asking);
+  if (eTag && *eTag) co_return std::move(**eTag);
+  co_return std::unexpected(std::move(response.error()));
+}
+
+Async<std::optional<std::string>> ResumableUpload::completedObject(bool uploadIsGone) {
+  if (std::cmp_not_equal(reached_.parts.size(), partCount())) co_return std::nullopt;
+  auto asking = head();
+  auto stored = co_await std::move(asking);
+  if (!stored && isNotFound(stored.error())) co_return std::nullopt;
+  if (!stored) co_return std::unexpected(std::move(stored.error()));
+  std::vector<std::string> eTags;
+  for (const auto& [number, eTag] : reached_.parts) eTags.push_back(eTag);
+  const auto expected = eTagOfParts(eTags);
+  const bool same =
+      expected ? stored->eTag == *expected
+               : uploadIsGone && stored->eTag.ends_with("-" + std::to_string(eTags.size()));
+  if (!same || stored->size != version_.size) co_return std::nullopt;
+  co_return std::move(stored->eTag);
+}
+
+Async<HttpResponse> ResumableUpload::sent(StoreExchange::Sign sign) {
+  auto sending = exchange_.retried<HttpResponse>(
+      [this, &sign](bool /*again*/) { return exchange_.send(sign); }, job_.events.retrying);
+  co_return co_await std::move(sending);
+}
+
+Async<ResumableUpload::StoredObject> ResumableUpload::head() {
+  auto asking =
+      sent([this] { return withoutBody(exchange_.signer().signedRequest("HEAD", *object_)); });
+  const auto response = co_await std::move(asking);
+  if (!response) co_return std::unexpected(response.error());
+  StoredObject object{.size = -1,
+                      .eTag = etagFromHeader(response->headers.get("ETag").value_or(""))};
+  const auto length = response->headers.get("Content-Length").value_or("");
+  std::from_chars(length.data(), length.data() + length.size(), object.size);
+  co_return object;
+}
+
+Async<void> ResumableUpload::abort(std::string uploadId) {
+  auto aborting = sent([this, &uploadId] {
+    return withoutBody(abortRequest(exchange_.signer(), *object_, uploadId));
+  });
+  const auto response = co_await std::move(aborting);
+  if (!response) co_return std::unexpected(response.error());
+  co_return Result<void>{};
+}
+
+Result<SharedBytes> ResumableUpload::readPart(std::int64_t number,
+                                              const std::shared_ptr<std::byte[]>& buffer) {
+  const auto offset = static_cast<std::uint64_t>((number - 1)) * partSize();
+  const auto length = static_cast<std::size_t>(lengthOf(number));
+  const auto count = file_->readAt(offset, {buffer.get(), length});
+  if (!count) return std::unexpected(S3Error::fileReadError());
+  if (*count != length) return changedFile();
+  return SharedBytes(buffer, ByteView(buffer.get(), length));
+}
+
+std::size_t ResumableUpload::partSize() const {
+  return static_cast<std::size_t>(ResumableUploader::partSizeFor(version_.size));
+}
+
+std::int64_t ResumableUpload::partCount() const {
+  const auto size = static_cast<std::int64_t>(partSize());
+  return (version_.size + size - 1) / size;
+}
+
+std::int64_t ResumableUpload::lengthOf(std::int64_t partNumber) const {
+  const auto size = static_cast<std::int64_t>(partSize());
+  if (partNumber < 1 || partNumber > partCount()) return 0;
+  return std::min(size, version_.size - (partNumber - 1) * size);
+}
+
+void ResumableUpload::report() const {
+  if (job_.events.checkpoint) job_.events.checkpoint(reached_);
+  if (!job_.events.progress) return;
+  std::int64_t sent = 0;
+  for (const auto& [number, eTag] : reached_.parts) sent += lengthOf(number);
+  job_.events.progress(sent, version_.size);
+}
+
+}  // namespace orvane::transport
