@@ -47,15 +47,12 @@ const ChildMain kUpload("resumable-upload", [](const std::vector<std::string>& a
   auto config = configFor(ObjectStore());
   config.prefix = arguments.at(0);
   ResumableUploader uploader(config, {.partsInFlight = kPartsInFlight});
-  const auto eTag = testing::run(uploader.upload(fileNamed("file"), "k", "image/jpeg", saved(),
-                                                 {.checkpoint =
-                                                      [](const UploadCheckpoint& reached) {
-                                                        save(reached);
-                                                        std::cout << reached.parts.size()
-                                                                  << std::endl;
-                                                      },
-                                                  .retrying = {},
-                                                  .progress = {}}));
+  const auto eTag =
+      testing::run(uploader.upload(fileNamed("file"), "k", "image/jpeg", saved(),
+                                   {.checkpoint = [](const UploadCheckpoint& reached) {
+                                     save(reached);
+                                     std::cout << reached.parts.size() << std::endl;
+                                   }}));
   if (!eTag) std::cout << eTag.error().description() << std::endl;
   return eTag ? 0 : 1;
 });

@@ -1,21 +1,19 @@
 #include "Rules.h"
 
 #include <orvane/platform/http/UrlError.h>
-#include <orvane/transport/RetryPolicy.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/TalvexAPIService.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cmath>
-#include <random>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
 namespace backup {
 
-using orvane::RetryPolicy;
 using orvane::platform::UrlErrorCode;
 
 namespace {
@@ -29,20 +27,6 @@ std::optional<std::int64_t> statusOf(const orvane::Error& error) {
 
 }  // namespace
 
-std::optional<std::chrono::duration<double>> retryDelay(const orvane::Error& error,
-                                                        const orvane::UploadRecord& record,
-                                                        std::int64_t retriesInRun) {
-  const bool canSucceed = RetryPolicy::isRetryable(error) || isUploadLost(error, record);
-  if (!canSucceed || retriesInRun >= RetryPolicy::maxSessionRetries ||
-      record.retryCount >= RetryPolicy::maxLifetimeRetries) {
-    return std::nullopt;
-  }
-  static std::minstd_rand random(std::random_device{}());
-  const double delay = std::ldexp(RetryPolicy::baseDelay, static_cast<int>(retriesInRun));
-  const double chance = std::uniform_real_distribution(1.0, 1.5)(random);
-  return std::chrono::duration<double>(std::min(delay * chance, RetryPolicy::maxDelay));
-}
-
 bool isUnreachable(const orvane::Error& error) {
   using enum UrlErrorCode;
   constexpr std::array kCut = {cannotFindHost, cannotConnectToHost, dnsLookupFailed,
@@ -51,13 +35,14 @@ bool isUnreachable(const orvane::Error& error) {
          std::ranges::count(kCut, static_cast<UrlErrorCode>(error.code())) > 0;
 }
 
-bool isUploadLost(const orvane::Error& error, const orvane::UploadRecord& record) {
-  return statusOf(error) == 404 && record.bytesUploaded > 0;
+bool isCancelled(const orvane::Error& error) {
+  return error.domain() == orvane::Error::kUrlLoading &&
+         error.code() == static_cast<std::int64_t>(UrlErrorCode::cancelled);
 }
 
-bool isRefused(const orvane::Error& error, const orvane::UploadRecord& record) {
+bool isRefused(const orvane::Error& error) {
   const auto status = statusOf(error);
-  return status == 403 || (status == 404 && !isUploadLost(error, record));
+  return status == 403 || status == 404;
 }
 
 std::string explanation(const orvane::Error& error) {

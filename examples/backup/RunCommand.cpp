@@ -14,11 +14,14 @@
 #include "Tasks.h"
 #include "Transfer.h"
 
-#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
+#include <boost/asio/co_spawn.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
 #include <algorithm>
 #include <chrono>
+#include <deque>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -30,7 +33,6 @@ namespace {
 
 using orvane::BandwidthStatsStore;
 using orvane::MultipartUploadStore;
-using orvane::Result;
 using orvane::RetryPolicy;
 using orvane::UploadRecord;
 using orvane::UploadStatus;
@@ -38,8 +40,7 @@ using orvane::UploadStore;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-constexpr std::chrono::milliseconds kAttention(100);  ///< How long a stop may go unnoticed.
-constexpr std::chrono::seconds kBetweenSamples(1);    ///< Of the throughput.
+constexpr std::chrono::seconds kBetweenSamples(1);  ///< Of the throughput.
 
 bool isOf(const std::optional<UploadRecord>& record, const LocalFile& file) {
   return record && record->totalBytes == file.size && record->creationDate == file.modified;
@@ -57,20 +58,10 @@ UploadRecord pendingRecord(std::optional<UploadRecord> known, const LocalFile& f
   return *std::move(known);
 }
 
-/// Waits that long, or until the user wants to stop.
-Task pause(Seconds delay) {
-  boost::asio::steady_timer timer(mainLoop());
-  const auto end = Clock::now() + delay;
-  while (Clock::now() < end && !stopRequested()) {
-    timer.expires_after(kAttention);
-    co_await timer.async_wait(boost::asio::use_awaitable);
-  }
-}
-
 /// Brings the object store up to date with a folder, a few files at a time.
 class Backup {
  public:
-  explicit Backup(const orvane::S3Config& config) : uploader_(config) {}
+  explicit Backup(const orvane::S3Config& config) : config_(config), uploader_(config) {}
 
   /// Files a record for each file and uploads what is new or changed.
   void run(const Folder& folder);
@@ -83,12 +74,15 @@ class Backup {
   struct Item {
     std::filesystem::path file;
     UploadRecord record;
+    boost::asio::cancellation_signal stop = {};
   };
 
-  void reportEarlierRuns();
+  void takeUpEarlierRuns(const std::vector<LocalFile>& files);
   void fileRecords(const std::vector<LocalFile>& files);
   Task uploadNextFiles();
   Task upload(Item& item);
+  orvane::Async<std::string> transferred(Item& item);
+  [[nodiscard]] bool mayRetry(Item& item, const orvane::Error& error, Seconds delay);
   void setStatus(Item& item, UploadStatus status, std::optional<std::string> message = {});
   void succeed(Item& item);
   void fail(const std::string& name, const std::string& reason);
@@ -99,9 +93,10 @@ class Backup {
 
   Display display_;
   RecordSaver saver_;
-  orvane::S3MultipartUploader uploader_;
+  const orvane::S3Config& config_;
+  orvane::ResumableUploader uploader_;
 
-  std::vector<Item> items_;  ///< What is to be uploaded, in this order.
+  std::deque<Item> items_;  ///< What is to be uploaded, in this order.
   std::int64_t bytesToUpload_ = 0;
   std::size_t next_ = 0;  ///< The first item that was never started.
   std::size_t uploaded_ = 0;
@@ -119,7 +114,7 @@ class Backup {
 
 void Backup::run(const Folder& folder) {
   for (const auto& [name, reason] : folder.problems) fail(name, reason);
-  reportEarlierRuns();
+  takeUpEarlierRuns(folder.files);
   fileRecords(folder.files);
   runTasks(kAtATime, [this] { return uploadNextFiles(); }, [this] { tick(); });
   display_.clearBar();
@@ -127,14 +122,19 @@ void Backup::run(const Folder& folder) {
   saver_.save();
 }
 
-/// What killed runs left under way is restarted.
-void Backup::reportEarlierRuns() {
+/// What earlier runs left under way goes on, unless its file is gone or has changed.
+void Backup::takeUpEarlierRuns(const std::vector<LocalFile>& files) {
   for (const auto& state : MultipartUploadStore::shared().allStates()) {
-    display_.print("restarted", state.assetId(),
+    const auto file = std::ranges::find(files, state.assetId(), &LocalFile::name);
+    if (file == files.end() || !isOf(UploadStore::shared().record(file->name), *file)) {
+      display_.print("given up", state.assetId(), ": an upload of what the file was before");
+      giveUp(state, config_);
+      continue;
+    }
+    display_.print("going on", state.assetId(),
                    ": " + std::to_string(state.completedParts.size()) + " of " +
-                       std::to_string(state.totalParts()) + " parts had been sent");
+                       std::to_string(state.totalParts()) + " parts have been sent");
   }
-  MultipartUploadStore::shared().removeAll();
   UploadStore::shared().markAllPendingAsStale();
 }
 
@@ -149,7 +149,7 @@ void Backup::fileRecords(const std::vector<LocalFile>& files) {
            "given up after " + std::to_string(known->retryCount) +
                " retries (--retry-all tries again): " + known->errorMessage.value_or(""));
     } else {
-      items_.push_back({file.path, pendingRecord(std::move(known), file)});
+      items_.emplace_back(file.path, pendingRecord(std::move(known), file));
       bytesToUpload_ += file.size;
       saver_.add(items_.back().record);
     }
@@ -164,28 +164,41 @@ Task Backup::uploadNextFiles() {
 }
 
 Task Backup::upload(Item& item) {
-  UploadRecord& record = item.record;
-  for (std::int64_t retries = 0;; ++retries) {
-    setStatus(item, retries == 0 ? UploadStatus::uploading : UploadStatus::retrying);
-    const Result<void> outcome = co_await transfer(uploader_, item.file, record);
-    if (outcome) co_return succeed(item);
-    const std::string reason = isUploadLost(outcome.error(), record)
-                                   ? "the store knows nothing of the parts sent any more"
-                                   : explanation(outcome.error());
-    const auto delay = retryDelay(outcome.error(), record, retries);
-    if (!delay) {
-      if (isRefused(outcome.error(), record)) ++refused_;
-      setStatus(item, UploadStatus::failed, reason);
-      unreachable_ = unreachable_ || isUnreachable(outcome.error());
-      co_return fail(record.id(), reason);
-    }
-    if (!isUnreachable(outcome.error())) ++record.retryCount;
-    setStatus(item, UploadStatus::retrying, reason);
-    display_.print("retrying", record.id(), " in " + decimal(delay->count()) + " s: " + reason,
-                   std::cerr);
-    co_await pause(*delay);
-    if (stopRequested()) co_return;
-  }
+  setStatus(item, UploadStatus::uploading);
+  const auto eTag = co_await transferred(item);
+  if (eTag) co_return succeed(item);
+  if (isCancelled(eTag.error())) co_return setStatus(item, UploadStatus::pending);
+  const auto reason = explanation(eTag.error());
+  if (isRefused(eTag.error())) ++refused_;
+  setStatus(item, UploadStatus::failed, reason);
+  unreachable_ = unreachable_ || isUnreachable(eTag.error());
+  fail(item.record.id(), reason);
+}
+
+orvane::Async<std::string> Backup::transferred(Item& item) {
+  auto running = transfer(
+      uploader_, item.file, item.record,
+      {.checkpoint = {},
+       .mayRetry = [&](const orvane::Error& error,
+                       Seconds delay) { return mayRetry(item, error, delay); },
+       .progress = [&](std::int64_t sent, std::int64_t) { item.record.bytesUploaded = sent; }});
+  auto stoppable = boost::asio::co_spawn(
+      mainLoop(), std::move(running),
+      boost::asio::bind_cancellation_slot(item.stop.slot(), boost::asio::use_awaitable));
+  co_return co_await std::move(stoppable);
+}
+
+/// Whether the file's retries are not used up. A store that cannot be reached costs none.
+bool Backup::mayRetry(Item& item, const orvane::Error& error, Seconds delay) {
+  if (stopRequested() || item.record.retryCount >= RetryPolicy::maxLifetimeRetries) return false;
+  if (!isUnreachable(error)) ++item.record.retryCount;
+  const auto reason = explanation(error);
+  item.record.status = UploadStatus::retrying;
+  item.record.errorMessage = reason;
+  saver_.add(item.record);
+  display_.print("retrying", item.record.id(), " in " + decimal(delay.count()) + " s: " + reason,
+                 std::cerr);
+  return true;
 }
 
 void Backup::setStatus(Item& item, UploadStatus status, std::optional<std::string> message) {
@@ -211,8 +224,8 @@ void Backup::fail(const std::string& name, const std::string& reason) {
 
 void Backup::tick() {
   if (stopRequested() && !std::exchange(stopAnnounced_, true)) {
-    display_.print("stopping", "once the uploads under way are done",
-                   "; press Ctrl-C again to stop at once");
+    display_.print("stopping", "the uploads under way", "; the next run goes on with them");
+    for (Item& item : items_) item.stop.emit(boost::asio::cancellation_type::terminal);
   }
   saver_.saveIfDue();
   if (Clock::now() - measured_ >= kBetweenSamples) measure();

@@ -1,71 +1,74 @@
 #include "Transfer.h"
 
 #include <orvane/bookkeeping/MultipartUploadStore.h>
+#include <orvane/platform/http/UrlError.h>
+#include <orvane/transport/RetryPolicy.h>
+#include <orvane/transport/S3Uploader.h>
 
 #include "Rules.h"
-#include "Tasks.h"
 
-#include <boost/asio/post.hpp>
-#include <boost/asio/redirect_error.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/use_awaitable.hpp>
-
+#include <chrono>
+#include <cstdlib>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 
 namespace backup {
 namespace {
 
-namespace asio = boost::asio;
+using orvane::MultipartState;
 using orvane::MultipartUploadStore;
-using orvane::Result;
-using orvane::S3MultipartUploader;
+using orvane::ResumableUploader;
+using orvane::UploadCheckpoint;
 using orvane::UploadRecord;
 
-bool goesUpInParts(const UploadRecord& record) {
-  return record.totalBytes >= S3MultipartUploader::chunkSize;
+/// The file is that of the record, so only a state that is kept for the record is missing its time.
+std::optional<UploadCheckpoint> checkpointOf(const UploadRecord& record,
+                                             const std::filesystem::path& file) {
+  const auto state = MultipartUploadStore::shared().state(record.id());
+  std::error_code unreadable;
+  const auto modified = std::filesystem::last_write_time(file, unreadable);
+  if (!state || unreadable) return std::nullopt;
+  UploadCheckpoint checkpoint{.uploadId = state->uploadId(),
+                              .fileSize = state->fileSize(),
+                              .modified = std::chrono::file_clock::to_sys(modified),
+                              .parts = {}};
+  for (const auto& [number, eTag] : state->completedParts) {
+    checkpoint.parts.emplace(std::atoll(number.c_str()), eTag);
+  }
+  return checkpoint;
 }
 
-void noteParts(const UploadRecord& record) {
-  constexpr std::int64_t kPart = S3MultipartUploader::chunkSize;
-  if (!goesUpInParts(record)) return;
-  const auto partsOf = [](std::int64_t bytes) { return (bytes + kPart - 1) / kPart; };
-  std::map<std::string, std::string> sent;
-  for (std::int64_t part = 1; part <= partsOf(record.bytesUploaded); ++part) {
-    sent.emplace(std::to_string(part), "");
-  }
+void keep(const UploadCheckpoint& reached, const UploadRecord& record, std::string contentType) {
+  const auto partSize = ResumableUploader::partSizeFor(reached.fileSize);
+  std::map<std::string, std::string> parts;
+  for (const auto& [number, eTag] : reached.parts) parts.emplace(std::to_string(number), eTag);
   MultipartUploadStore::shared().save(
-      {record.id(), "", record.filename(), std::string(contentTypeOf(record.id())),
-       partsOf(record.totalBytes), record.totalBytes, std::move(sent)});
+      {record.id(), reached.uploadId, record.filename(), std::move(contentType),
+       (reached.fileSize + partSize - 1) / partSize, reached.fileSize, std::move(parts)});
+}
+
+bool mayGoOnLater(const orvane::Error& error) {
+  return orvane::RetryPolicy::isRetryable(error) || isCancelled(error);
 }
 
 }  // namespace
 
-orvane::Async<void> transfer(S3MultipartUploader& uploader, const std::filesystem::path& file,
-                             UploadRecord& record) {
-  Result<void> outcome;
-  asio::steady_timer end(mainLoop(), asio::steady_timer::time_point::max());
-  noteParts(record);
-  // The engine calls back on threads of its own; this thread is told through the main loop.
-  uploader.upload(
-      file, record.filename(), contentTypeOf(file),
-      [&record](std::int64_t sent, std::int64_t) {
-        asio::post(mainLoop(), [&record, sent] {
-          record.bytesUploaded = sent;
-          noteParts(record);
-        });
-      },
-      [&outcome, &end](Result<void> result) {
-        asio::post(mainLoop(), [&outcome, &end, result = std::move(result)]() mutable {
-          outcome = std::move(result);
-          end.cancel();
-        });
-      });
-  boost::system::error_code cancelled;
-  co_await end.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
-  if (goesUpInParts(record)) MultipartUploadStore::shared().remove(record.id());
-  co_return outcome;
+orvane::Async<std::string> transfer(ResumableUploader& uploader, const std::filesystem::path& file,
+                                    const UploadRecord& record, ResumableUploader::Events events) {
+  const std::string contentType(contentTypeOf(file));
+  events.checkpoint = [&](const UploadCheckpoint& reached) { keep(reached, record, contentType); };
+  auto uploading = uploader.upload(file, record.filename(), contentType, checkpointOf(record, file),
+                                   std::move(events));
+  auto eTag = co_await std::move(uploading);
+  if (eTag || !mayGoOnLater(eTag.error())) MultipartUploadStore::shared().remove(record.id());
+  co_return eTag;
+}
+
+void giveUp(const MultipartState& state, const orvane::S3Config& config) {
+  orvane::S3Uploader::abortMultipartUpload(state.key(), state.uploadId(), config);
+  MultipartUploadStore::shared().remove(state.assetId());
 }
 
 }  // namespace backup

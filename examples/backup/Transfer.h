@@ -1,21 +1,24 @@
 #pragma once
 
 #include <orvane/Async.h>
+#include <orvane/bookkeeping/MultipartState.h>
 #include <orvane/bookkeeping/UploadRecord.h>
-#include <orvane/transport/S3MultipartUploader.h>
+#include <orvane/transport/ResumableUploader.h>
 
 #include <filesystem>
+#include <functional>
 
 namespace backup {
 
-/// Uploads a file as its record says, and keeps the record's `bytesUploaded` up to date meanwhile:
-/// the engine's callbacks as a coroutine of the main loop. The arguments must outlive it.
-///
-/// Of a file that goes up in parts, the store of multipart uploads holds how many parts are there,
-/// for people who ask. The engine's uploader keeps the upload's identifier and the parts' ETags to
-/// itself, so these stay empty there, and nobody can go on from it.
-[[nodiscard]] orvane::Async<void> transfer(orvane::S3MultipartUploader& uploader,
-                                           const std::filesystem::path& file,
-                                           orvane::UploadRecord& record);
+/// Uploads a file as its record says, from where an earlier run left it. How far it has come is
+/// kept in the store of multipart uploads until it has ended, unless it may go on later. The
+/// arguments must outlive it.
+[[nodiscard]] orvane::Async<std::string> transfer(orvane::ResumableUploader& uploader,
+                                                  const std::filesystem::path& file,
+                                                  const orvane::UploadRecord& record,
+                                                  orvane::ResumableUploader::Events events);
+
+/// Aborts an unfinished upload that nobody will go on with, and forgets it.
+void giveUp(const orvane::MultipartState& state, const orvane::S3Config& config);
 
 }  // namespace backup

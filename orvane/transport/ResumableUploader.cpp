@@ -24,8 +24,6 @@ Async<std::string> runOnStrand(std::shared_ptr<transport::ResumableUpload> uploa
 
 }  // namespace
 
-ResumableUploader::ResumableUploader(S3Config config) : ResumableUploader(std::move(config), {}) {}
-
 ResumableUploader::ResumableUploader(S3Config config, Options options)
     : state_(std::make_shared<transport::ResumableUploaderState>(std::move(config), options)) {}
 

@@ -22,6 +22,27 @@ namespace transport {
 struct ResumableUploaderState;
 }
 
+struct ResumableUploadOptions {
+  /// Parts of one file that are sent at the same time, 1 or more. Each is held in memory.
+  std::size_t partsInFlight = 4;
+  /// What a request waits at least before it is sent again; twice as long each time, at most
+  /// `RetryPolicy::maxDelay`, and up to half as long again by chance.
+  std::chrono::duration<double> firstRetryDelay{RetryPolicy::baseDelay};
+};
+
+/// What is told while an upload runs. Each may be empty; none may throw. They run on the
+/// executor of the coroutine that awaits the upload, one at a time.
+struct ResumableUploadEvents {
+  /// The upload has begun, or a part more has been accepted. The reference is valid during the
+  /// call. Whoever goes on from an older checkpoint sends the parts since then once more.
+  std::function<void(const UploadCheckpoint& reached)> checkpoint = {};
+  /// A request has failed with this error and is to be sent again after that time. With false
+  /// the upload ends here, with the error.
+  std::function<bool(const Error& error, std::chrono::duration<double> delay)> mayRetry = {};
+  /// Bytes that the store has accepted, those of earlier calls included, and the file's size.
+  UploadProgress progress = {};
+};
+
 /// Uploads local files of any size, and goes on with uploads that an earlier call, or an earlier
 /// process, had to leave.
 ///
@@ -38,28 +59,10 @@ struct ResumableUploaderState;
 ///         {.checkpoint = [&](const UploadCheckpoint& reached) { save(reached); }});
 class ResumableUploader {
  public:
-  struct Options {
-    /// Parts of one file that are sent at the same time, 1 or more. Each is held in memory.
-    std::size_t partsInFlight = 4;
-    /// What a request waits at least before it is sent again; twice as long each time, at most
-    /// `RetryPolicy::maxDelay`, and up to half as long again by chance.
-    std::chrono::duration<double> firstRetryDelay{RetryPolicy::baseDelay};
-  };
+  using Options = ResumableUploadOptions;
+  using Events = ResumableUploadEvents;
 
-  /// What is told while an upload runs. Each may be empty; none may throw. They run on the
-  /// executor of the coroutine that awaits the upload, one at a time.
-  struct Events {
-    /// The upload has begun, or a part more has been accepted. The reference is valid during the
-    /// call. Whoever goes on from an older checkpoint sends the parts since then once more.
-    std::function<void(const UploadCheckpoint& reached)> checkpoint;
-    /// A request has failed with this error and is sent again after that time.
-    std::function<void(const Error& error, std::chrono::duration<double> delay)> retrying;
-    /// Bytes that the store has accepted, those of earlier calls included, and the file's size.
-    UploadProgress progress;
-  };
-
-  explicit ResumableUploader(S3Config config);
-  ResumableUploader(S3Config config, Options options);
+  explicit ResumableUploader(S3Config config, Options options = {});
 
   /// The size of the parts for a file of so many bytes: 8 MiB, or more where that would make more
   /// than the 10,000 parts that a store takes.
@@ -70,8 +73,8 @@ class ResumableUploader {
   /// With a checkpoint `from`, it goes on where that says: with a file of the same size and time of
   /// change whose parts are those that the store names (and hold the same bytes, where their ETags
   /// are MD5 sums: they are read again for that). An upload that the store no longer knows, or
-  /// whose file has changed, is begun anew, and the old one aborted. `from` counts for files that
-  /// go up in parts.
+  /// whose file has changed, is begun anew, and the old one aborted; so is, once, one that the
+  /// store forgets meanwhile. `from` counts for files that go up in parts.
   ///
   /// Suspends the caller, who resumes on its own executor, which must outlive the operation; the
   /// file is read and hashed elsewhere. Holds the parts in flight in memory, or a smaller file.

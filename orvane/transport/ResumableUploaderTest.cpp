@@ -11,8 +11,8 @@
 #include "support/TemporaryDirectory.h"
 #include "support/Test.h"
 
-#include <filesystem>
-#include <mutex>
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
 
 namespace orvane {
 namespace {
@@ -177,7 +177,10 @@ TEST(ResumableUploader, TriesAgainWhatMayPassAndAbortsWhatMayNot) {
        "found-3"},
       {"another object under the key",
        {{kComplete, answer(404)}, {"HEAD", headOf(kFileSize - 1, "found-3")}},
-       with(sent, {kComplete, "HEAD", kAbort}),
+       with(with(sent, {kComplete, "HEAD", kAbort}), with(sent, {kComplete}))},
+      {"forgotten twice",
+       {{kParts[0], answer(404)}, {kParts[0], answer(404)}},
+       {kInitiate, kParts[0], kAbort, kInitiate, kParts[0], kAbort},
        "HTTP error 404"},
       {"another region",
        {{kInitiate, answer(301, "", {{"x-amz-bucket-region", "eu-west-9"}})}},
@@ -270,6 +273,28 @@ TEST(ResumableUploader, MakesNoObjectOfAFileThatChanges) {
   fileOfZeros(kFileSize + 1);
   EXPECT_EQ(outcomeOf(testing::run(uploader.upload(file, "k", "image/jpeg", other))), "whole-3");
   EXPECT_EQ(lineOf(server.requests()[5]), "DELETE?uploadId=old");
+}
+
+TEST(ResumableUploader, LeavesWhatIsAcceptedToAnotherWhenItIsCancelled) {
+  FaultServer server([](const RecordedRequest& request) { return wellBehaved(lineOf(request)); });
+  ResumableUploader uploader(testing::configFor(server.url()), {.partsInFlight = 2});
+  boost::asio::io_context host;
+  boost::asio::cancellation_signal stop;
+  UploadCheckpoint reached;
+  auto upload = uploader.upload(fileOfZeros(kFileSize), "k", "image/jpeg", {},
+                                {.checkpoint = [&](const UploadCheckpoint& now) {
+                                  reached = now;
+                                  if (!now.parts.empty()) {
+                                    stop.emit(boost::asio::cancellation_type::terminal);
+                                  }
+                                }});
+  auto result = boost::asio::co_spawn(
+      host, std::move(upload),
+      boost::asio::bind_cancellation_slot(stop.slot(), boost::asio::use_future));
+  host.run();
+  EXPECT_EQ(result.get().error().code(), -999);
+  EXPECT_EQ(reached.parts.size(), 1U);
+  for (const auto& request : server.requests()) EXPECT_NE(request.method(), "DELETE");
 }
 
 TEST(ResumableUploader, SignsWithTheStoresTimeWhereTheClocksDiffer) {

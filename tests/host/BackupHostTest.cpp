@@ -254,7 +254,7 @@ TEST_F(BackupHostTest, RetriesOfALifetimeAreLimited) {
   EXPECT_EQ(backUp().status, 1);
 
   setRetryCounts(14);
-  for (int i = 0; i < 2; ++i) server.queue(answer(503));
+  for (const int status : {503, 404, 503}) server.queue(answer(status));
   EXPECT_EQ(backUp().status, 1);
   EXPECT_EQ(uploadsTo(server), 3U);
   const Outcome givenUp = backUp();
@@ -306,30 +306,21 @@ TEST_F(BackupHostTest, WhatOtherDevicesPublishConfusesNobody) {
   }
 }
 
-TEST_F(BackupHostTest, FirstSignalWaitsForUploadsUnderWay) {
+TEST_F(BackupHostTest, ASignalStopsUploadsAndTheNextRunGoesOn) {
   const Gate gate;
   FaultServer server(
       [&](const RecordedRequest&) { return Reaction{.answer = answerText(200), .gate = gate}; });
   configure(server.url());
   for (const char* name : {"a", "b", "c", "d", "e", "f"}) addFile(name, name);
-  const auto interrupted = [&] {
-    auto child = start(runArguments());
-    server.waitForRequests(server.requests().size() + 4);
-    child.kill(SIGINT);
-    readUntil(child, "^stopping");
-    return child;
-  };
-
-  auto twice = interrupted();
-  twice.kill(SIGTERM);
-  EXPECT_EQ(twice.wait(), 130);
-
-  auto once = interrupted();
+  auto interrupted = start(runArguments());
+  server.waitForRequests(4);
+  interrupted.kill(SIGINT);
+  EXPECT_THAT(interrupted.readAll(), HasSubstr("Stopped: 6 files left for the next run."));
+  EXPECT_EQ(interrupted.wait(), 130);
+  EXPECT_EQ(status(), "pending: 6\n");
   gate.open();
-  EXPECT_THAT(once.readAll(), HasSubstr("Stopped: 2 files left for the next run."));
-  EXPECT_EQ(once.wait(), 130);
-  EXPECT_EQ(uploadsTo(server), 8U);
-  EXPECT_EQ(status(), "pending: 2\ncompleted: 4\n");
+  EXPECT_EQ(backUp().status, 0);
+  EXPECT_EQ(uploadsTo(server), 10U);
 }
 
 TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostAndRepairsIt) {

@@ -125,7 +125,7 @@ Async<std::string> ResumableUpload::uploadSmall() {
   auto content = co_await std::move(reading);
   if (!content) co_return std::unexpected(std::move(content.error()));
   auto putting = exchange_.retried<std::string>(
-      [this, &content](bool again) { return putOnce(*content, again); }, job_.events.retrying);
+      [this, &content](bool again) { return putOnce(*content, again); }, job_.events.mayRetry);
   auto eTag = co_await std::move(putting);
   if (eTag && job_.events.progress) job_.events.progress(version_.size, version_.size);
   co_return eTag;
@@ -149,17 +149,18 @@ Async<std::string> ResumableUpload::putOnce(SharedBytes content, bool again) {
 }
 
 Async<std::string> ResumableUpload::uploadInParts() {
-  auto beginning = begin();
-  auto complete = co_await std::move(beginning);
-  if (!complete) co_return std::unexpected(std::move(complete.error()));
-  if (*complete) co_return std::move(**complete);
-  auto sending = sendAndComplete();
-  auto eTag = co_await std::move(sending);
-  if (!eTag && isForGood(eTag.error())) {
+  for (bool anew = false;; anew = true) {
+    auto beginning = begin();
+    auto complete = co_await std::move(beginning);
+    if (!complete) co_return std::unexpected(std::move(complete.error()));
+    if (*complete) co_return std::move(**complete);
+    auto sending = sendAndComplete();
+    auto eTag = co_await std::move(sending);
+    if (eTag || !isForGood(eTag.error())) co_return eTag;
     auto aborting = abort(reached_.uploadId);
     static_cast<void>(co_await std::move(aborting));
+    if (anew || !isNotFound(eTag.error())) co_return eTag;
   }
-  co_return eTag;
 }
 
 Async<std::string> ResumableUpload::sendAndComplete() {
@@ -173,13 +174,13 @@ Async<std::string> ResumableUpload::sendAndComplete() {
     co_return std::unexpected(std::move(unchanged.error()));
   }
   auto completing = exchange_.retried<std::string>(
-      [this](bool /*again*/) { return completeOnce(); }, job_.events.retrying);
+      [this](bool /*again*/) { return completeOnce(); }, job_.events.mayRetry);
   co_return co_await std::move(completing);
 }
 
 Async<std::optional<std::string>> ResumableUpload::begin() {
   if (job_.from && !job_.from->uploadId.empty()) {
-    auto resuming = resume(std::move(*job_.from));
+    auto resuming = resume(std::move(*std::exchange(job_.from, std::nullopt)));
     auto resumed = co_await std::move(resuming);
     if (!resumed) co_return std::unexpected(std::move(resumed.error()));
     if (resumed->goesOn) co_return std::move(resumed->eTag);
@@ -193,6 +194,7 @@ Async<std::optional<std::string>> ResumableUpload::begin() {
               .fileSize = version_.size,
               .modified = version_.modified,
               .parts = {}};
+  nextPart_ = 1;
   co_return std::nullopt;
 }
 
@@ -204,7 +206,8 @@ Async<ResumableUpload::Resumed> ResumableUpload::resume(UploadCheckpoint from) {
     const auto agreed = co_await std::move(agreeing);
     if (agreed && *agreed) co_return Resumed{.goesOn = true, .eTag = {}};
     if (!agreed && isNotFound(agreed.error())) {
-      auto asking = completedObject(true);
+      auto asking = exchange_.retried<std::optional<std::string>>(
+          [this](bool /*again*/) { return completedObject(true); }, job_.events.mayRetry);
       auto eTag = co_await std::move(asking);
       if (!eTag) co_return std::unexpected(std::move(eTag.error()));
       co_return Resumed{.goesOn = eTag->has_value(), .eTag = std::move(*eTag)};
@@ -356,13 +359,13 @@ Async<std::optional<std::string>> ResumableUpload::completedObject(bool uploadIs
 
 Async<HttpResponse> ResumableUpload::sent(StoreExchange::Sign sign) {
   auto sending = exchange_.retried<HttpResponse>(
-      [this, &sign](bool /*again*/) { return exchange_.send(sign); }, job_.events.retrying);
+      [this, &sign](bool /*again*/) { return exchange_.send(sign); }, job_.events.mayRetry);
   co_return co_await std::move(sending);
 }
 
 Async<ResumableUpload::StoredObject> ResumableUpload::head() {
-  auto asking =
-      sent([this] { return withoutBody(exchange_.signer().signedRequest("HEAD", *object_)); });
+  auto asking = exchange_.send(
+      [this] { return withoutBody(exchange_.signer().signedRequest("HEAD", *object_)); });
   const auto response = co_await std::move(asking);
   if (!response) co_return std::unexpected(response.error());
   StoredObject object{.size = -1,

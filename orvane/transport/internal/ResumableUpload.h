@@ -91,7 +91,7 @@ class ResumableUpload {
   [[nodiscard]] Async<std::string> completeOnce();
   /// The ETag of the object if it is what the parts make.
   [[nodiscard]] Async<std::optional<std::string>> completedObject(bool uploadIsGone);
-  [[nodiscard]] Async<StoredObject> head();
+  [[nodiscard]] Async<StoredObject> head();  ///< Asks once.
   [[nodiscard]] Async<void> abort(std::string uploadId);
 
   [[nodiscard]] std::size_t partSize() const;

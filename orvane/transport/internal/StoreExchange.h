@@ -22,8 +22,8 @@ namespace orvane::transport {
 class StoreExchange {
  public:
   using Delay = std::chrono::duration<double>;
-  /// Is told why an attempt is made anew, and when.
-  using Retrying = std::function<void(const Error& error, Delay delay)>;
+  /// Is told why an attempt is to be made anew, and when; says whether it is.
+  using MayRetry = std::function<bool(const Error& error, Delay delay)>;
   /// Makes a request, or nothing where there is no URL for it. Called on the background pool.
   using Sign = std::function<std::optional<RequestWithBody>()>;
 
@@ -39,10 +39,10 @@ class StoreExchange {
 
   /// The outcome of `attempt`, made anew as long as it fails with what may pass and there are
   /// retries left. The attempt is told whether it is one of those.
-  /// `retrying` may be empty and must outlive the coroutine.
+  /// `mayRetry` may be empty and must outlive the coroutine.
   template <class T>
   [[nodiscard]] Async<T> retried(std::function<Async<T>(bool again)> attempt,
-                                 const Retrying& retrying) {
+                                 const MayRetry& mayRetry) {
     for (std::int64_t retries = 0;; ++retries) {
       auto attempting = attempt(retries > 0);
       auto outcome = co_await std::move(attempting);
@@ -51,7 +51,7 @@ class StoreExchange {
         co_return outcome;
       }
       const auto delay = delayBefore(retries);
-      if (retrying) retrying(outcome.error(), delay);
+      if (mayRetry && !mayRetry(outcome.error(), delay)) co_return outcome;
       auto pausing = pause(delay);
       co_await std::move(pausing);
     }
