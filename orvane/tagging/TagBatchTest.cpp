@@ -61,24 +61,6 @@ TEST(TagBatch, LargeTagsAreWrittenAFewAtATime) {
   EXPECT_THAT(transactions, ::testing::Each(::testing::Lt(2'000'000U)));
 }
 
-/// Each tag takes some milliseconds.
-TEST(TagBatch, SlowTagsAreWrittenInManyTransactions) {
-  ASSERT_TRUE(TagDatabase::shared().initialize());
-  const auto slowed = testing::otherConnection()->write([](Database& database) -> Result<void> {
-    auto done = database.execute(
-        "CREATE VIEW slow AS WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL "
-        "SELECT x + 1 FROM c WHERE x < 40000) SELECT max(x) FROM c");
-    if (!done) return done;
-    return database.execute(
-        "CREATE TRIGGER t BEFORE INSERT ON asset_tags BEGIN SELECT * FROM slow; END");
-  });
-  ASSERT_TRUE(slowed);
-  std::vector<TagWithConfidence> tags;
-  tags.reserve(100);
-  for (int i = 0; i < 100; ++i) tags.push_back({std::to_string(i), 1});
-  EXPECT_GT(transactionsFor(tags).size(), 5U);
-}
-
 /// Of single writes, three would give up after 3 seconds each, and the fourth would be in time.
 TEST(TagBatch, ALockOfTenSecondsCostsNoMoreThanSingleWritesWould) {
   ASSERT_TRUE(TagDatabase::shared().initialize());
