@@ -1,6 +1,5 @@
 #include <orvane/bookkeeping/BandwidthStatsStore.h>
 
-#include <orvane/platform/database/DatabaseQueue.h>
 #include <orvane/platform/host/HostApplication.h>
 #include <orvane/platform/host/Preferences.h>
 
@@ -120,20 +119,6 @@ TEST(BandwidthStatsStoreTest, WhatCannotBeReadYetIsAddedLater) {
   EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
 }
 
-TEST(BandwidthStatsStoreTest, AFileThatIsHeldDelaysOnce) {
-  Preferences::shared().set("any", true);
-  const auto holder = platform::DatabaseQueue::open(
-      preferencesFile(),
-      [](platform::Database& database) { return database.execute("BEGIN EXCLUSIVE"); });
-  ASSERT_TRUE(holder) << holder.error().description();
-  const auto start = std::chrono::steady_clock::now();
-  BandwidthStatsStore store;
-  store.addSample(1);
-  store.addCompletedBytes(1);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(19));
-}
-
-/// Whoever comes later to change the figures finds what an earlier one has left, in every order.
 TEST(BandwidthStatsStoreTest, WhatIsStoredEndsAsWhatIsInMemory) {
   BandwidthStatsStore store;
   for (int round = 0; round < 20; ++round) {

@@ -83,6 +83,15 @@ TEST(MultipartUploadStoreTest, LoadsWholeFilesOnly) {
   }
 }
 
+TEST(MultipartUploadStoreTest, WhatTakesAFreePlaceIsWrittenOnce) {
+  for (int i = 0; i < 20; ++i) store().save({std::to_string(i), "", "", "", 0, 0, {}});
+  store().remove("0");
+  store().save({"19", "", "", "", 0, 1, {}});
+  EXPECT_EQ(store().allStates().size(), 19U);
+  const auto text = readFile(file());
+  EXPECT_EQ(text.find(R"("19":)"), text.rfind(R"("19":)"));
+}
+
 std::string textOf(const Sizes& sizes) {
   std::string text;
   for (const auto& [id, size] : sizes) text += id + ' ' + std::to_string(size) + ' ';
