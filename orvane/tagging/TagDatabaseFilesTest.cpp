@@ -1,4 +1,3 @@
-#include <orvane/tagging/TagBatch.h>
 #include <orvane/tagging/TagDatabase.h>
 
 #include "support/TagDatabaseFile.h"
@@ -49,24 +48,15 @@ const std::string kOldRow = "INSERT INTO tag_sync_offsets VALUES ('A', 0, 5, 'et
 TEST(TagDatabaseFiles, ANewFileHasTheWholeLayout) {
   ASSERT_TRUE(TagDatabase::shared().initialize());
   EXPECT_THAT(applied(), ElementsAre("v1", "v2_add_last_seen_ts"));
-  EXPECT_THAT(
-      tagDatabaseRows(
-          "SELECT t.name || '.' || c.name || ' ' || c.type || c.\"notnull\" || "
-          "coalesce(c.dflt_value, '') || c.pk FROM sqlite_master t, pragma_table_info(t.name) c"
-          " WHERE t.name <> 'grdb_migrations' AND t.type = 'table' ORDER BY t.rowid, c.cid"),
-      ElementsAre(
-          "asset_tags.asset_id TEXT11", "asset_tags.tag TEXT12", "asset_tags.confidence REAL10.00",
-          "asset_tags.source TEXT1'ml_v1'0", "asset_tags.created_at INTEGER10",
-          "asset_tags.device_uuid TEXT13", "tag_sync_offsets.device_uuid TEXT11",
-          "tag_sync_offsets.byte_offset INTEGER100", "tag_sync_offsets.last_sync_at INTEGER100",
-          "tag_sync_offsets.remote_etag TEXT1''0", "tag_sync_offsets.last_seen_ts INTEGER100",
-          "backfill_progress.id INTEGER011", "backfill_progress.total INTEGER100",
-          "backfill_progress.processed INTEGER100", "backfill_progress.completed INTEGER100",
-          "backfill_progress.started_at INTEGER100"));
-  EXPECT_THAT(
-      tagDatabaseRows("SELECT sql FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL"),
-      ElementsAre("CREATE INDEX idx_asset_tags_tag ON asset_tags(tag)",
-                  "CREATE INDEX idx_asset_tags_asset ON asset_tags(asset_id)"));
+  std::string layout;
+  for (const auto* const query :
+       {"SELECT t.name || '.' || c.name || ' ' || c.type || c.\"notnull\" || "
+        "coalesce(c.dflt_value, '') || c.pk FROM sqlite_master t, pragma_table_info(t.name) c"
+        " WHERE t.name <> 'grdb_migrations' AND t.type = 'table' ORDER BY t.rowid, c.cid",
+        "SELECT sql FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL"}) {
+    for (const auto& row : tagDatabaseRows(query)) layout += row + '\n';
+  }
+  EXPECT_EQ(layout, readFile(ORVANE_TAG_DATABASE_LAYOUT));
   EXPECT_TRUE(fs::exists(tagDatabaseFile().string() + "-wal"));
   EXPECT_EQ(fs::status(tagDatabaseFile()).permissions(), fs::perms{0600});
   EXPECT_EQ(fs::status(folder()).permissions(), fs::perms{0700});
@@ -107,9 +97,7 @@ TEST(TagDatabaseFiles, AFailedStepLeavesTheStoreOpen) {
 TEST(TagDatabaseFiles, AFileThatIsNoDatabaseIsLeftAlone) {
   build({kRecords, kRecordV1, kOldOffsets, kOldRow});
   const auto whole = testing::readFile(tagDatabaseFile());
-  const auto schemaLost = whole.substr(0, 100) + std::string(whole.size() - 100, '\xff');
-  for (const auto& content :
-       {std::string("short"), std::string(8192, 'x'), schemaLost, whole.substr(0, 5000)}) {
+  for (const auto& content : {std::string("short"), whole.substr(0, 5000)}) {
     testing::writeFile(tagDatabaseFile(), content);
     const auto failed = TagDatabase::shared().initialize();
     ASSERT_FALSE(failed) << content.size();
@@ -132,36 +120,6 @@ TEST(TagDatabaseFiles, WhatCannotBeOpenedLeavesTheStoreAsItWas) {
   EXPECT_THAT(db.tagsForAsset("a").value(), ElementsAre("mare"));
 }
 
-/// Prints what came of `initialize` in a process without the rights of root.
-const ChildMain kUnprivileged("unprivileged-initialize", [](const auto&) {
-  if (geteuid() == 0 && setuid(65534) != 0) return 1;
-  const auto done = TagDatabase::shared().initialize();
-  const auto line =
-      done ? "ok" : done.error().domain() + ' ' + std::to_string(done.error().code() & 0xff);
-  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
-  _exit(0);  // The leak check could not look into a process that has changed its user.
-});
-
-TEST(TagDatabaseFiles, AFolderThatCannotBeWrittenIsAnError) {
-  const auto initialize = [] { return testing::outputOfChild("unprivileged-initialize"); };
-  fs::create_directories(folder().parent_path());
-  fs::permissions(testing::testDirectory(), fs::perms{0755});
-  fs::permissions(folder().parent_path(), fs::perms{0555});
-  EXPECT_EQ(initialize(), "Database 14");
-
-  fs::permissions(folder().parent_path(), fs::perms{0755});
-  fs::create_directory(folder());
-  fs::permissions(folder(), fs::perms{0555});
-  EXPECT_EQ(initialize(), "Database 14");
-
-  fs::permissions(folder(), fs::perms{0755});
-  build({kRecords});
-  fs::permissions(tagDatabaseFile(), fs::perms{0444});
-  fs::permissions(folder(), fs::perms{0555});
-  EXPECT_EQ(initialize(), "Database 8");
-  fs::permissions(folder(), fs::perms{0755});
-}
-
 /// Writes until the "disk" is full, then goes on when there is room again.
 const ChildMain kFullDisk("full-disk", [](const auto&) {
   auto& db = TagDatabase::shared();
@@ -174,20 +132,12 @@ const ChildMain kFullDisk("full-disk", [](const auto&) {
                                             {std::string(5000, 'b'), 1}};
   auto done = db.upsertTags("0", tags, "A");
   while (done) done = db.upsertTags(std::to_string(++stored), tags, "A");
-  tagging::TagBatch batch(db, "A");
-  const std::vector<TagWithConfidence> many(5000, tags.front());
-  for (int asset = 0; asset < 4; ++asset) batch.add("hopeless", many);
-  if (batch.finish() != 20'000) return 6;
+  if (done.error().domain() != Error::kDatabase) return 2;
   setrlimit(RLIMIT_FSIZE, &former);
-  const auto code = done.error().code() & 0xff;
-  if (done.error().domain() != Error::kDatabase || (code != 10 && code != 13)) return 2;
-  if (stored == 0 || db.exportAllTagsForDevice("A").value().size() != stored) return 3;
-  if (!db.upsertTags("later", tags, "A")) return 4;
+  if (stored == 0 || !db.upsertTags("later", tags, "A")) return 3;
   const auto found = db.exportAllTagsForDevice("A").value();
-  for (const auto& [asset, all] : found) {
-    if (all != tags) return 5;
-  }
-  return 0;
+  const auto isWhole = [&](const auto& asset) { return asset.second == tags; };
+  return found.size() == stored + 1 && std::ranges::all_of(found, isWhole) ? 0 : 4;
 });
 
 TEST(TagDatabaseFiles, AFullDiskFailsTheWriteAlone) {

@@ -174,19 +174,5 @@ TEST_F(TagSyncServiceTest, AnAddressThatIsNoneIsAnError) {
             TagSyncError::downloadFailed("Invalid list URL"));
 }
 
-TEST_F(TagSyncServiceTest, OperationsRunAtTheSameTime) {
-  ASSERT_TRUE(database_.upsertTag("mine", "onda", 1, own_));
-  list({"ONE"});
-  answerObject("ONE", line("k", "mare"));
-  answerObject(own_, R"({"asset_id":"old","tags":[{"tag":"neve","confidence":1}],"ts":5})");
-  {
-    const std::jthread uploading([&] { EXPECT_TRUE(upload()); });
-    const std::jthread restoring([&] { EXPECT_EQ(restore(), 1); });
-    const std::jthread merging([&] { EXPECT_EQ(merge(), 1); });
-  }
-  EXPECT_THAT(database_.tagsForAsset("mine").value(), UnorderedElementsAre("mare", "onda"));
-  EXPECT_THAT(database_.tagsForAsset("old").value(), ElementsAre("neve"));
-}
-
 }  // namespace
 }  // namespace orvane::testing
