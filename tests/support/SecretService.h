@@ -19,11 +19,12 @@ struct SessionBus {
   SessionBus() { setenv("DBUS_SESSION_BUS_ADDRESS", daemon.readLine().value().c_str(), 1); }
 
   ChildProcess daemon = startDaemon(R"(
-    echo "<busconfig><type>session</type><servicedir>$PWD/services</servicedir>
-      <policy context='default'><allow send_destination='*'/><allow own='*'/></policy>
-      </busconfig>" >bus.conf
-    exec setpriv --pdeathsig KILL dbus-daemon --config-file=bus.conf --address=unix:path=$PWD/bus \
-      --nofork --nopidfile --print-address=1)");
+    echo "<busconfig><type>session</type><listen>unix:path=$PWD/bus</listen>
+      <servicedir>$PWD/services</servicedir>
+      <policy context='default'><allow send_destination='*'/><allow own='*'/>
+      <allow eavesdrop='true'/></policy></busconfig>" >bus.conf
+    exec setpriv --pdeathsig KILL dbus-daemon --config-file=bus.conf --nofork \
+      --nopidfile --print-address=1)");
 };
 
 /// A real keyring daemon on the bus; with `--unlock` it has a default collection, which is open.
