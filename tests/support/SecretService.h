@@ -1,47 +1,43 @@
 #pragma once
 
 #include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
 
-#include <cstddef>
-#include <optional>
+#include <cstdlib>
 #include <string>
 
 namespace orvane::testing {
 
-/// A message bus of this test alone, in its folder; no service comes up on it by itself but those
-/// that the test has described in the folder "services". This process and its children take it for
-/// the user's session bus.
-class SessionBus {
- public:
-  SessionBus();
+/// Runs the shell's command until this object or this process goes, however that ends.
+inline ChildProcess startDaemon(const std::string& command) {
+  return ChildProcess::start({"sh", "-c", "cd $ORVANE_TEST_DIRECTORY; exec 2>log; " + command});
+}
 
- private:
-  ChildProcess daemon_;
+/// A message bus of this test alone; no service comes up on it by itself but those that the test
+/// has described in its folder "services". This process and its children take it for the user's.
+struct SessionBus {
+  SessionBus() { setenv("DBUS_SESSION_BUS_ADDRESS", daemon.readLine().value().c_str(), 1); }
+
+  ChildProcess daemon = startDaemon(R"(
+    echo "<busconfig><type>session</type><listen>unix:path=$PWD/bus</listen>
+      <servicedir>$PWD/services</servicedir>
+      <policy context='default'><allow send_destination='*'/><allow own='*'/>
+      <allow eavesdrop='true'/></policy></busconfig>" >bus.conf
+    exec setpriv --pdeathsig KILL dbus-daemon --config-file=bus.conf --nofork \
+      --nopidfile --print-address=1)");
 };
 
-/// A real keyring daemon on the test's session bus, its default collection unlocked.
-class SecretService {
- public:
-  /// Returns once the service can be called.
-  SecretService();
+/// A real keyring daemon on the bus; with `--unlock` it has a default collection, which is open.
+struct SecretService {
+  explicit SecretService(const std::string& unlock = "--unlock")
+      : daemon(startDaemon("XDG_RUNTIME_DIR=$PWD exec setpriv --pdeathsig KILL "
+                           "gnome-keyring-daemon --foreground --components=secrets " +
+                           unlock + " <<E\npassword\nE")) {
+    ChildProcess::start({"gdbus", "wait", "--session", "--timeout=60", "org.freedesktop.secrets"})
+        .wait();
+  }
 
-  /// The service stays on the bus but does nothing any more.
-  void freeze() const;
-
-  /// Locks the default collection.
-  static void lock();
-
-  /// Ends the service and starts it again: what it kept in memory is gone, the rest is unlocked.
-  void restart();
-
-  /// Deletes the default collection with everything in it.
-  static void removeDefault();
-
-  /// How many items the service has under that account name, whoever put them there.
-  [[nodiscard]] static std::size_t countItems(const std::string& account);
-
- private:
-  std::optional<ChildProcess> daemon_;
+  ChildProcess daemon;
 };
 
 }  // namespace orvane::testing

@@ -1,160 +1,133 @@
 #include <orvane/platform/files/AtomicFile.h>
 
-#include "support/ChildProcess.h"
 #include "support/OtherUser.h"
-#include "support/TemporaryDirectory.h"
+#include "support/SystemCalls.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <filesystem>
-#include <iostream>
-#include <thread>
-#include <vector>
+#include <sys/resource.h>
 
 namespace orvane::platform {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::readFile;
+const fs::path& target() {
+  static const auto path = testDirectory() / "f";
+  return path;
+}
 
-Result<void> replace(const fs::path& target, std::string_view content) {
-  auto file = AtomicFile::create(target);
+Result<void> replace(const fs::path& path, std::string_view content) {
+  auto file = AtomicFile::create(path);
   if (!file) return std::unexpected(file.error());
   if (auto added = file->append(bytesOf(content)); !added) return added;
   return file->commit();
 }
 
-std::size_t filesIn(const fs::path& folder) {
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
+/// That the target is a private file of the user with that content, and nothing else is left.
+void expectOnly(std::string_view content, uid_t user = geteuid()) {
+  struct stat status{};
+  ASSERT_EQ(stat(target().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  EXPECT_EQ(status.st_uid, user);
+  EXPECT_TRUE(readFile(target()) == content);
+  EXPECT_EQ(std::distance(fs::directory_iterator(testDirectory()), {}), 1);
 }
 
-TEST(AtomicFile, ReplacesTheWholeContent) {
-  const auto target = testing::testDirectory() / "f";
+TEST(AtomicFile, ReplacesTheWholeContentOnceCommitted) {
+  umask(0);
   const std::string large(5'000'000, 'l');
-  for (const auto& content : {large, std::string("small"), std::string()}) {
-    ASSERT_TRUE(replace(target, content));
-    EXPECT_TRUE(readFile(target) == content);
-    struct stat status{};
-    ASSERT_EQ(stat(target.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  for (const auto& content : {large, "small"s, ""s}) {
+    (void)testing::takeFileCalls();
+    ASSERT_TRUE(replace(target(), content));
+    expectOnly(content);
+    EXPECT_THAT(testing::takeFileCalls(),
+                ElementsAre(content.empty() ? "sync .f.tmp empty" : "sync .f.tmp",
+                            "rename .f.tmp f", "sync " + testDirectory().filename().string()));
+    {
+      auto file = AtomicFile::create(target()).value();
+      ASSERT_TRUE(file.append(bytesOf(large)));
+      EXPECT_TRUE(readFile(target()) == content);
+    }
+    expectOnly(content);
   }
-  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
-}
-
-TEST(AtomicFile, KeepsTheOldContentUntilCommit) {
-  const auto target = testing::testDirectory() / "f";
-  ASSERT_TRUE(replace(target, "old"));
-  {
-    auto file = AtomicFile::create(target).value();
-    ASSERT_TRUE(file.append(bytesOf(std::string(3'000'000, 'n'))));
-    EXPECT_EQ(readFile(target), "old");
-  }
-  EXPECT_EQ(readFile(target), "old");
-  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
 }
 
 TEST(AtomicFile, FailsWithAPosixErrorWhereItCannotWrite) {
-  const auto folder = testing::testDirectory();
-  testing::writeFile(folder / "plain", "x");
-  fs::create_directories(folder / "target" / "full");
-  for (const auto& target : {folder / "plain" / "f", folder / "missing" / "f", folder / "target"}) {
-    const auto result = replace(target, "new");
-    ASSERT_FALSE(result) << target;
-    EXPECT_EQ(result.error().domain(), Error::kPosix);
-  }
+  fs::create_directories(target() / "full");
+  const auto refused = replace(target(), "new").error();
+  EXPECT_EQ(refused.domain(), Error::kPosix);
+  EXPECT_EQ(refused.code(), EISDIR);
   EXPECT_EQ(AtomicFile::create("/dev/full/f").error().code(), ENOTDIR);
+  EXPECT_EQ(AtomicFile::create(testDirectory() / "missing/f").error().code(), ENOENT);
+
+  fs::remove_all(target());
+  ASSERT_TRUE(replace(target(), "old"));
+  std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit small{.rlim_cur = 1000, .rlim_max = 1000};  // As a full disk would.
+  setrlimit(RLIMIT_FSIZE, &small);
+  for (const std::size_t size : {2'000U, 2'000'000U}) {
+    EXPECT_EQ(replace(target(), std::string(size, 'n')).error().code(), EFBIG);
+    expectOnly("old");
+  }
 }
 
 TEST(AtomicFile, WritersOfOneTargetTakeTurns) {
-  const auto target = testing::testDirectory() / "f";
-  std::vector<std::thread> writers;
+  ASSERT_TRUE(replace(target(), std::string(20'000, 'z')));
+  std::vector<std::jthread> writers;
   for (char letter = 'a'; letter < 'a' + 8; ++letter) {
-    writers.emplace_back([&, letter] {
-      for (int i = 0; i < 20; ++i) EXPECT_TRUE(replace(target, std::string(20'000, letter)));
+    writers.emplace_back([letter] {
+      for (int i = 0; i < 20; ++i) EXPECT_TRUE(replace(target(), std::string(20'000, letter)));
     });
   }
   for (int i = 0; i < 200; ++i) {
-    if (!fs::exists(target)) continue;
-    const auto content = readFile(target);
+    const auto content = readFile(target());
     ASSERT_EQ(content, std::string(20'000, content.at(0)));
   }
-  for (auto& writer : writers) writer.join();
-  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+  writers.clear();
+  expectOnly(readFile(target()));
 }
 
-const testing::ChildMain kHalfWriter("halfWriter", [](const auto& arguments) {
+/// Writes, after being killed, stopped, or killed with a child that keeps the lock, as it is told.
+const ChildMain kWriter("writer", [](const auto& arguments) {
   auto file = AtomicFile::create(arguments.at(0)).value();
   if (!file.append(bytesOf(std::string(3'000'000, 'h')))) return 1;
-  return raise(SIGKILL);
+  const std::string how = arguments.at(1);
+  const pid_t child = how == "forks" ? fork() : -1;
+  if (child == 0) return pause();
+  std::cout << child << std::endl;
+  if (how != "goes on") raise(how == "stops" ? SIGSTOP : SIGKILL);
+  const auto committed = file.commit();
+  return committed ? 0 : static_cast<int>(committed.error().code());
 });
 
-TEST(AtomicFile, AKilledWriterLeavesNothingThatGrows) {
-  const auto target = testing::testDirectory() / "f";
-  ASSERT_TRUE(replace(target, "old"));
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(testing::ChildProcess::run("halfWriter", {target.string()}).wait(), -SIGKILL);
-    EXPECT_EQ(readFile(target), "old");
-    EXPECT_LE(filesIn(testing::testDirectory()), 2U);
+TEST(AtomicFile, AWriterThatIsKilledOrStopsHoldsUpNobodyForLongAndLeavesNothing) {
+  std::vector<std::jthread> cases;
+  for (const auto& [how, status] : {std::pair("is killed"s, -SIGKILL), std::pair("stops"s, ESTALE),
+                                    std::pair("forks"s, -SIGKILL)}) {
+    cases.emplace_back([how, status] {
+      const auto file = testDirectory() / how;
+      ASSERT_TRUE(replace(file, "old"));
+      auto writer = ChildProcess::run("writer", {file, how});
+      const pid_t child = std::stoi(writer.readLine().value());
+      EXPECT_EQ(readFile(file), "old");
+      EXPECT_TRUE(replace(file, "new"));
+      if (child > 0) kill(child, SIGKILL);
+      writer.kill(SIGCONT);
+      EXPECT_EQ(writer.wait(), status) << how;
+      EXPECT_EQ(readFile(file), "new");
+    });
   }
-  ASSERT_TRUE(replace(target, "new"));
-  EXPECT_EQ(readFile(target), "new");
-  EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+  cases.clear();
+  EXPECT_EQ(std::distance(fs::directory_iterator(testDirectory()), {}), 3);
 }
-
-const testing::ChildMain kWriter("writer", [](const auto& arguments) {
-  return replace(arguments.at(0), "new") ? 0 : 1;
-});
 
 TEST(AtomicFile, ATemporaryFileOfAnotherUserIsMadeAnew) {
   if (!testing::OtherUser::isPossible()) GTEST_SKIP() << "needs root";
   const testing::OtherUser user;
-  const auto target = testing::testDirectory() / "f";
   for (const auto mode : {fs::perms::none, fs::perms(0666)}) {
-    testing::writeFile(testing::testDirectory() / ".f.tmp", "of root");
-    fs::permissions(testing::testDirectory() / ".f.tmp", mode);
-    EXPECT_EQ(testing::ChildProcess::run("writer", {target.string()}).wait(), 0);
-    EXPECT_EQ(readFile(target), "new");
-    struct stat status{};
-    ASSERT_EQ(stat(target.c_str(), &status), 0);
-    EXPECT_EQ(status.st_uid, testing::OtherUser::kId);
-    EXPECT_EQ(status.st_mode & 0777U, 0600U);
-    EXPECT_EQ(filesIn(testing::testDirectory()), 1U);
+    writeFile(testDirectory() / ".f.tmp", "of root");
+    fs::permissions(testDirectory() / ".f.tmp", mode);
+    EXPECT_EQ(ChildProcess::run("writer", {target(), "goes on"}).wait(), 0);
+    expectOnly(std::string(3'000'000, 'h'), testing::OtherUser::kId);
   }
-}
-
-/// Gives the error of its commit, which comes when it goes on.
-const testing::ChildMain kStopped("stoppedWriter", [](const auto& arguments) {
-  auto file = AtomicFile::create(arguments.at(0)).value();
-  static_cast<void>(file.append(bytesOf("late")));
-  const bool forks = arguments.at(1) == "forks";
-  const pid_t child = forks ? fork() : 0;
-  if (forks && child == 0) return pause();
-  std::cout << child << std::endl;
-  raise(forks ? SIGKILL : SIGSTOP);
-  return static_cast<int>(file.commit().error().code());
-});
-
-TEST(AtomicFile, AWriterThatStopsOrLeavesItsLockToAChildHoldsUpNobodyForLong) {
-  const auto target = testing::testDirectory() / "f";
-  std::vector<std::jthread> others;
-  for (const std::string how : {"stops", "forks"}) {
-    others.emplace_back([&target, how] {
-      const auto file = target.string() + how;
-      auto writer = testing::ChildProcess::run("stoppedWriter", {file, how});
-      const pid_t child = std::stoi(writer.readLine().value());
-      EXPECT_TRUE(replace(file, "new"));
-      if (child != 0) kill(child, SIGKILL);
-      writer.kill(SIGCONT);
-      EXPECT_EQ(writer.wait(), how == "forks" ? -SIGKILL : ESTALE);
-      EXPECT_EQ(readFile(file), "new");
-    });
-  }
-  others.clear();
-  EXPECT_EQ(filesIn(testing::testDirectory()), 2U);
 }
 
 }  // namespace

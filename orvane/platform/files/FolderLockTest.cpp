@@ -1,28 +1,14 @@
 #include <orvane/platform/files/FolderLock.h>
 
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <csignal>
-#include <filesystem>
-#include <thread>
-#include <vector>
 
 namespace orvane::platform {
 namespace {
 
-namespace fs = std::filesystem;
-using std::chrono::milliseconds;
-using std::chrono::minutes;
-
 const fs::path& folder() {
-  static const fs::path path = testing::testDirectory() / "new" / "folder";
+  static const fs::path path = testDirectory() / "new" / "folder";
   return path;
 }
 
@@ -32,7 +18,7 @@ TEST(FolderLock, GivesOneTurnAtATime) {
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&holders] {
       for (int turn = 0; turn < 25; ++turn) {
-        const FolderLock lock(folder(), minutes(5));
+        const FolderLock lock(folder(), 5min);
         EXPECT_TRUE(lock.isHeld());
         EXPECT_EQ(++holders, 1);
         std::this_thread::yield();
@@ -43,34 +29,25 @@ TEST(FolderLock, GivesOneTurnAtATime) {
 }
 
 TEST(FolderLock, IsGivenUpWhateverAForkedChildStillHas) {
+  umask(0);
   pid_t child = -1;
   {
-    const FolderLock lock(folder(), milliseconds(0));
+    const FolderLock lock(folder(), 0ms);
     ASSERT_TRUE(lock.isHeld());
-    EXPECT_TRUE(FolderLock(folder(), milliseconds(5)).isHeldByAnother());
+    EXPECT_TRUE(FolderLock(folder(), 5ms).isHeldByAnother());
     child = fork();
-    if (child == 0) {
-      for (;;) pause();
-    }
+    while (child == 0) pause();
   }
-  EXPECT_TRUE(FolderLock(folder(), milliseconds(0)).isHeld());
+  EXPECT_TRUE(FolderLock(folder(), 0ms).isHeld());
   kill(child, SIGKILL);
   EXPECT_EQ(waitpid(child, nullptr, 0), child);
-}
 
-TEST(FolderLock, LetsNobodyElseIn) {
-  umask(0);
-  EXPECT_TRUE(FolderLock(folder(), milliseconds(0)).isHeld());
   const auto modeOf = [](const fs::path& path) { return fs::status(path).permissions(); };
   EXPECT_EQ(modeOf(folder().parent_path()), fs::perms::owner_all);
   EXPECT_EQ(modeOf(folder()), fs::perms::owner_all);
   EXPECT_EQ(modeOf(folder() / ".lock"), fs::perms::owner_read | fs::perms::owner_write);
-}
-
-TEST(FolderLock, DoesWithoutAFolder) {
-  testing::writeFile(folder(), "a file in its place");
-  const FolderLock lock(folder(), minutes(5));
-  EXPECT_FALSE(lock.isHeld() || lock.isHeldByAnother());
+  const FolderLock none(folder() / ".lock", 5min);
+  EXPECT_FALSE(none.isHeld() || none.isHeldByAnother()) << "there is a file in the folder's place";
 }
 
 }  // namespace

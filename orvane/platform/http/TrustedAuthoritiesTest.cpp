@@ -2,29 +2,25 @@
 #include <orvane/platform/http/HttpSession.h>
 #include <orvane/platform/http/internal/CurlError.h>
 
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include "support/TlsServer.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-#include <utility>
 
 namespace orvane::platform {
 namespace {
 
 using testing::TlsServer;
 
-std::string file(const std::string& name) { return (testing::testDirectory() / name).string(); }
+const std::string kUntrusted = "The server's certificate is not trusted ";
 
-/// The error that a request to `url` ends with; empty when an answer comes.
+std::string file(const std::string& name) { return (testDirectory() / name).string(); }
+
+/// The error that a request to `url` ends with; empty when a response comes.
 std::string errorFrom(const std::string& url) {
-  const auto answer = HttpSession::shared().sendAndWait(
+  const auto response = HttpSession::shared().sendAndWait(
       {.method = "GET", .url = Url::parse(url).value(), .headers = {}});
-  if (answer) return "";
-  EXPECT_EQ(answer.error().code(), -1202);
-  return answer.error().description();
+  if (response) return "";
+  EXPECT_EQ(response.error().code(), -1202);
+  return std::string(response.error().description());
 }
 
 /// With the options that hosts give, on real connections.
@@ -35,26 +31,21 @@ TEST(TrustedAuthorities, VouchForServersAndFaultsAreNamed) {
   testing::makeServer("strange", "stranger", "IP:127.0.0.1");
   testing::makeServer("misnamed", "authority", "DNS:other.example");
   testing::makeServer("expired", "authority", "IP:127.0.0.1", "0");
-  EXPECT_EQ(errorFrom(TlsServer("good").url),
-            "The server's certificate is not trusted (nobody trusted has issued it)");
+  EXPECT_EQ(errorFrom(TlsServer("good").url), kUntrusted + "(nobody trusted has issued it)");
 
-  testing::writeFile(file("broken.pem"),
-                     "-----BEGIN CERTIFICATE-----\nMII\n-----END CERTIFICATE-----\n");
+  writeFile(file("broken.pem"), "-----BEGIN CERTIFICATE-----\nMII\n-----END CERTIFICATE-----\n");
   for (const auto* none : {"missing.pem", "authority.key", "broken.pem"}) {
     const auto refused = HostApplication::configure({.certificateAuthorities = file(none)});
     EXPECT_EQ(refused.error().code(), 4) << none;
   }
   ASSERT_TRUE(HostApplication::configure({.certificateAuthorities = file("authority.pem")}));
-  const std::pair<std::string, std::string> cases[] = {
-      {"good", ""},
-      {"strange", "The server's certificate is not trusted (nobody trusted has issued it)"},
-      {"expired", "The server's certificate is not trusted (it has expired)"},
-      {"misnamed", "The server's certificate is not trusted (it is made out to another name)"}};
-  for (const auto& [name, error] : cases) EXPECT_EQ(errorFrom(TlsServer(name).url), error);
-  const TlsServer proxy("expired");
-  setenv("https_proxy", proxy.url.c_str(), 1);
-  EXPECT_EQ(errorFrom("https://elsewhere.example/"),
-            "The server's certificate is not trusted (of the proxy: it has expired)");
+  EXPECT_EQ(errorFrom(TlsServer("good").url), "");
+  EXPECT_EQ(errorFrom(TlsServer("strange").url), kUntrusted + "(nobody trusted has issued it)");
+  EXPECT_EQ(errorFrom(TlsServer("misnamed").url), kUntrusted + "(it is made out to another name)");
+  const TlsServer expired("expired");
+  EXPECT_EQ(errorFrom(expired.url), kUntrusted + "(it has expired)");
+  setenv("https_proxy", expired.url.c_str(), 1);
+  EXPECT_EQ(errorFrom("https://elsewhere.example/"), kUntrusted + "(of the proxy: it has expired)");
 }
 
 TEST(TrustedAuthorities, AMachineWithoutAnyGivesAFinalError) {
@@ -66,8 +57,7 @@ TEST(TrustedAuthorities, AMachineWithoutAnyGivesAFinalError) {
   const auto error = errorOf(easy, curl_easy_perform(easy));
   curl_easy_cleanup(easy);
   EXPECT_EQ(error.code(), -1202);
-  EXPECT_EQ(error.description(),
-            "The server's certificate is not trusted (the system has no bundle of authorities)");
+  EXPECT_EQ(error.description(), kUntrusted + "(the system has no bundle of authorities)");
 }
 
 }  // namespace
