@@ -103,7 +103,7 @@ TEST(ImageTagger, TurnsObservationsIntoTags) {
 TEST(ImageTagger, AFileThatCannotBeClassifiedGivesOneLine) {
   LogLines log;
   testing::writeFile(testDirectory() / "text.jpg", "Dear diary");
-  testing::writeImage(testDirectory() / "whole.jpg", 320, 240, {10, 120, 200});
+  fs::copy(testing::testData("images/plain.jpg"), testDirectory() / "whole.jpg");
   testing::writeFile(testDirectory() / "empty.png", "");
   const auto whole = testing::readFile(testDirectory() / "whole.jpg");
   testing::writeFile(testDirectory() / "half.jpg", whole.substr(0, whole.size() / 2));
