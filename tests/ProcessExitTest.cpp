@@ -4,27 +4,17 @@
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
 
-#include "support/ChildProcess.h"
 #include "support/FaultServer.h"
 #include "support/StoreConfig.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include "support/TestImage.h"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
-#include <gtest/gtest.h>
 
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <iostream>
-#include <optional>
 #include <semaphore>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace orvane {
 namespace {
@@ -101,7 +91,7 @@ struct HostThreads {
 std::string image;  // NOLINT(cert-err58-cpp): for an exit handler, which takes no arguments
 
 /// Ends with uploads, blocking calls, classifications and changes of a store under way.
-const testing::ChildMain kExitWhileBusy("exitWhileBusy", [](const Arguments& arguments) {
+const ChildMain kExitWhileBusy("exitWhileBusy", [](const Arguments& arguments) {
   alarm(kSecondsToLive);
   static HostThreads hostThreads;
   image = arguments.at(1);
@@ -129,7 +119,7 @@ const testing::ChildMain kExitWhileBusy("exitWhileBusy", [](const Arguments& arg
   return 0;
 });
 
-const testing::ChildMain kRecords("records", [](const Arguments&) {
+const ChildMain kRecords("records", [](const Arguments&) {
   std::cout << UploadStore::shared().allRecords().size();
   return 0;
 });
@@ -138,8 +128,7 @@ TEST(ProcessExit, EndsBlockingCallsAndLeavesCallbacksAlone) {
   testing::FaultServer server([](const testing::RecordedRequest& request) {
     return request.target().contains("stall") ? testing::stallAfter(0) : testing::answer(200);
   });
-  const auto file = (testing::testDirectory() / "image.jpg").string();
-  testing::writeImage(file, 640, 480, {10, 120, 200});
+  const auto file = testing::testData("images/plain.jpg").string();
   // What an exit handler, a thread that waits, one that classifies and a static object get. The
   // handler comes before the engine's own only where neither `main` nor a callback calls `exit`.
   const std::pair<std::string, std::string> cases[] = {{"return", "125 -999 125 -999\n"},
@@ -147,17 +136,17 @@ TEST(ProcessExit, EndsBlockingCallsAndLeavesCallbacksAlone) {
                                                        {"thread", "0 -999 125 -999\n"}};
   for (const auto& [how, outcome] : cases) {
     for (int i = 0; i < 10; ++i) {
-      auto child = testing::ChildProcess::run("exitWhileBusy", {server.url(), file, how});
+      auto child = ChildProcess::run("exitWhileBusy", {server.url(), file, how});
       EXPECT_EQ(child.readAll(), outcome) << how;
       EXPECT_EQ(child.wait(), 0) << how;
     }
-    EXPECT_EQ(testing::outputOfChild("records"), "21") << how;
-    std::filesystem::remove_all(testing::testDirectory() / "data");
+    EXPECT_EQ(outputOfChild("records"), "21") << how;
+    fs::remove_all(testDirectory() / "data");
   }
 }
 
 /// Forks while other threads are at work all over the engine, and counts the children that hang.
-const testing::ChildMain kForkWhileBusy("forkWhileBusy", [](const Arguments& arguments) -> int {
+const ChildMain kForkWhileBusy("forkWhileBusy", [](const Arguments& arguments) -> int {
   static Uploads uploads(arguments.at(0), arguments.at(1));
   uploads.run();
   std::thread([] {
@@ -184,9 +173,9 @@ TEST(ProcessExit, AForkedChildMayExit) {
   GTEST_SKIP() << "the sanitizer's own locks do not survive a fork beside busy threads";
 #endif
   testing::FaultServer server;
-  const auto file = testing::testDirectory() / "file";
-  testing::writeFile(file, "x");
-  EXPECT_EQ(testing::outputOfChild("forkWhileBusy", {server.url(), file.string()}), "0\n");
+  const auto file = testDirectory() / "file";
+  writeFile(file, "x");
+  EXPECT_EQ(outputOfChild("forkWhileBusy", {server.url(), file.string()}), "0\n");
 }
 
 }  // namespace

@@ -4,56 +4,40 @@
 #include <orvane/transport/S3Uploader.h>
 #include <orvane/transport/TalvexAPIService.h>
 
-#include "support/ChildProcess.h"
 #include "support/FaultServer.h"
 #include "support/LogLines.h"
 #include "support/OtherUser.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
-#include <gtest/gtest.h>
 
 #include <sys/resource.h>
-
-#include <cerrno>
-#include <future>
-#include <iostream>
-#include <optional>
-#include <string>
-#include <vector>
 
 namespace orvane {
 namespace {
 
 using Arguments = std::vector<std::string>;
 
-/// While it lives, the process gets nothing more of a resource.
-class Exhausted {
- public:
-  explicit Exhausted(__rlimit_resource resource) : resource_(resource) {
-    getrlimit(resource, &former_);
-    const rlimit none{.rlim_cur = 0, .rlim_max = former_.rlim_max};
-    setrlimit(resource, &none);
-  }
-  ~Exhausted() { setrlimit(resource_, &former_); }
-  Exhausted(const Exhausted&) = delete;
-  Exhausted& operator=(const Exhausted&) = delete;
-
- private:
-  __rlimit_resource resource_;
-  rlimit former_{};
-};
+/// The process gets nothing more of the resource while `use` runs.
+void without(__rlimit_resource resource, const std::function<void()>& use) {
+  rlimit former{};
+  getrlimit(resource, &former);
+  const rlimit none{.rlim_cur = 0, .rlim_max = former.rlim_max};
+  setrlimit(resource, &none);
+  use();
+  setrlimit(resource, &former);
+}
 
 template <class T>
 void print(const Result<T>& result) {
   std::cout << (result ? 0 : result.error().code()) << ' ';
 }
 
-Result<void> uploadInParts(const S3Config& config, const std::filesystem::path& file) {
+Result<void> uploadInParts(const S3Config& config, const fs::path& file) {
   S3MultipartUploader uploader(config);
   std::promise<Result<void>> outcome;
   uploader.upload(file, "key", "image/jpeg", {},
@@ -61,7 +45,7 @@ Result<void> uploadInParts(const S3Config& config, const std::filesystem::path& 
   return outcome.get_future().get();
 }
 
-std::string lineOfTagging(const std::filesystem::path& image) {
+std::string lineOfTagging(const fs::path& image) {
   const testing::LogLines log;
   boost::asio::io_context context;
   auto tags = boost::asio::co_spawn(context, ImageTagger::shared().tagImage(image),
@@ -71,7 +55,7 @@ std::string lineOfTagging(const std::filesystem::path& image) {
 }
 
 void useEverything(const S3Config& config, const std::string& recordId) {
-  const auto file = testing::testDirectory() / "file";
+  const auto file = testDirectory() / "file";
   print(S3Uploader::initiateMultipartUpload("key", "text/plain", config));
   print(TalvexAPIService::shared().listObjects(config, ""));
   print(uploadInParts(config, file));
@@ -79,20 +63,18 @@ void useEverything(const S3Config& config, const std::string& recordId) {
   UploadStore::shared().upsert(
       {recordId, recordId, UploadStatus::pending, 0, 1, {}, {}, false, 0, {}, {}, 0});
   std::cout << UploadStore::shared().allRecords().size() << ' '
-            << lineOfTagging(testing::testDirectory() / "none") << std::endl;
+            << lineOfTagging(testDirectory() / "none") << std::endl;
 }
 
-const testing::ChildMain kLimited("limited", [](const Arguments& arguments) {
+const ChildMain kLimited("limited", [](const Arguments& arguments) {
   const auto config = testing::configFor(arguments.at(0));
-  {
-    const Exhausted exhausted(arguments.at(1) == "threads" ? RLIMIT_NPROC : RLIMIT_NOFILE);
-    useEverything(config, "during");
-  }
+  without(arguments.at(1) == "threads" ? RLIMIT_NPROC : RLIMIT_NOFILE,
+          [&] { useEverything(config, "during"); });
   useEverything(config, "after");
   return 0;
 });
 
-const testing::ChildMain kStored("stored", [](const Arguments&) {
+const ChildMain kStored("stored", [](const Arguments&) {
   std::cout << UploadStore::shared().allRecords().size();
   return 0;
 });
@@ -102,25 +84,25 @@ TEST(ResourceLimits, AreErrorsThatPass) {
   testing::FaultServer server([](const auto&) {
     return testing::answer(200, "<UploadId>u</UploadId>", {{"ETag", "\"e\""}});
   });
-  const auto file = testing::testDirectory() / "file";
-  testing::writeFile(file, "");
-  std::filesystem::resize_file(file, S3MultipartUploader::chunkSize);
+  const auto file = testDirectory() / "file";
+  writeFile(file, "");
+  fs::resize_file(file, S3MultipartUploader::chunkSize);
   std::optional<testing::OtherUser> user;  // The number of root's threads has no limit.
   if (testing::OtherUser::isPossible()) user.emplace();
   const std::string log = "[ImageTagger] Vision classify failed: ";
-  const std::string image = (testing::testDirectory() / "none").string();
+  const std::string image = (testDirectory() / "none").string();
   std::vector<std::pair<std::string, std::string>> cases = {
       {"threads", "11 11 11 11 1 " + log + "start a thread: Resource temporarily unavailable\n"}};
 #ifndef __SANITIZE_ADDRESS__  // The sanitizer itself opens pipes to look at objects.
   cases.emplace_back("descriptors", "24 24 24 24 1 " + log + image + ": Too many open files\n");
 #endif
   for (const auto& [limit, outcome] : cases) {
-    auto child = testing::ChildProcess::run("limited", {server.url(), limit});
+    auto child = ChildProcess::run("limited", {server.url(), limit});
     EXPECT_EQ(child.readAll(),
               outcome + "0 0 0 0 2 " + log + image + ": No such file or directory\n");
     EXPECT_EQ(child.wait(), 0) << limit;
-    EXPECT_EQ(testing::outputOfChild("stored"), "2") << limit;
-    std::filesystem::remove_all(testing::testDirectory() / "data");
+    EXPECT_EQ(outputOfChild("stored"), "2") << limit;
+    fs::remove_all(testDirectory() / "data");
   }
 }
 

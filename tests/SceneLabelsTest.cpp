@@ -1,10 +1,7 @@
 #include <orvane/platform/vision/internal/SceneRules.h>
 #include <orvane/tagging/TagLocalization.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
+#include "support/Test.h"
 
 namespace orvane {
 namespace {

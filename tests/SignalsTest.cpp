@@ -5,20 +5,13 @@
 #include "support/FaultServer.h"
 #include "support/StoreConfig.h"
 #include "support/SystemCalls.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
-#include <gtest/gtest.h>
 
-#include <csignal>
-#include <future>
-#include <memory>
-#include <set>
-#include <string_view>
-#include <vector>
-
+namespace orvane {
 namespace {
 
 using Signals = std::set<int>;
@@ -35,15 +28,10 @@ Signals taken() {
   return open;
 }
 
-}  // namespace
-
-namespace orvane {
-namespace {
-
 class MaskClassifier final : public ImageClassifier {
  public:
   [[nodiscard]] Result<std::vector<ClassificationObservation>> classify(
-      const std::filesystem::path& /*image*/) const override {
+      const fs::path& /*image*/) const override {
     signals = taken();
     return {};
   }
@@ -54,8 +42,8 @@ TEST(Signals, ThreadsOfTheEngineTakeOnlyThoseOfTheirOwnFaults) {
   const Signals synchronous{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGKILL, SIGSTOP};
   const auto before = taken();
   testing::FaultServer server;
-  const auto file = testing::testDirectory() / "file";
-  testing::writeFile(file, "x");
+  const auto file = testDirectory() / "file";
+  writeFile(file, "x");
 
   std::promise<Signals> inCallback;
   S3MultipartUploader(testing::configFor(server.url()))

@@ -167,7 +167,7 @@ Task Backup::upload(Item& item) {
   setStatus(item, UploadStatus::uploading);
   const auto eTag = co_await transferred(item);
   if (eTag) co_return succeed(item);
-  if (isCancelled(eTag.error())) co_return setStatus(item, UploadStatus::pending);
+  if (stopRequested()) co_return setStatus(item, UploadStatus::pending);
   const auto reason = explanation(eTag.error());
   if (isRefused(eTag.error())) ++refused_;
   setStatus(item, UploadStatus::failed, reason);

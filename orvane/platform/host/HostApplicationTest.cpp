@@ -5,12 +5,11 @@
 namespace orvane {
 namespace {
 
-TEST(HostApplication, FollowsTheDataHomeByDefault) {
+TEST(HostApplication, FindsItsFoldersInTheEnvironment) {
   setenv("XDG_DATA_HOME", "/data", 1);
   EXPECT_EQ(HostApplication::applicationSupportDirectory(),
             "/data/org.orvane.engine/Application Support");
   EXPECT_EQ(HostApplication::secretsDirectory(), "/data/org.orvane.engine/Secrets");
-  EXPECT_EQ(HostApplication::documentsDirectory(), "/data/org.orvane.engine/Documents");
 }
 
 TEST(HostApplication, FallsBackToTheHomeFolder) {
@@ -24,7 +23,6 @@ TEST(HostApplication, HasNoFolderWithoutAHome) {
   unsetenv("XDG_DATA_HOME");
   unsetenv("HOME");
   EXPECT_EQ(HostApplication::applicationSupportDirectory(), std::nullopt);
-  EXPECT_EQ(HostApplication::documentsDirectory(), std::nullopt);
 }
 
 TEST(HostApplication, IsConfiguredOnceBeforeUse) {

@@ -2,21 +2,13 @@
 
 #include <orvane/platform/vision/internal/SceneRules.h>
 
-#include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 #include "support/TestImage.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <fstream>
-#include <set>
-#include <sstream>
-#include <string>
 
 namespace orvane {
 namespace {
-
-using testing::testDirectory;
 
 /// What the classifier is sure of: from 0.7 on, an observation becomes a tag.
 std::set<std::string> labelsOf(const std::filesystem::path& photo) {
@@ -53,20 +45,16 @@ TEST(SceneClassifier, SeesInPhotographsWhatTheyShow) {
 TEST(SceneClassifier, IsSilentOnTheTinyAndTheNarrow) {
   constexpr int kSizes[][2] = {{1, 1}, {1, 192}, {192, 1}, {47, 192}, {192, 47}, {2, 3}, {40, 40}};
   for (const auto& [width, height] : kSizes) {
-    const std::size_t bytes =
-        3 * static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    const platform::RgbImage image{
-        .width = width, .height = height, .pixels = std::vector<std::uint8_t>(bytes, 180)};
+    platform::RgbImage image{.width = width, .height = height, .pixels = {}};
+    image.pixels.resize(static_cast<std::size_t>(3 * width * height), 180);
     EXPECT_FALSE(platform::measureScene(image)) << width << "x" << height;
   }
 }
 
 TEST(SceneClassifier, ReportsWhatIsNoImage) {
-  const SceneClassifier classifier;
-  const auto file = testDirectory() / "text.jpg";
-  std::ofstream(file) << "no image";
-  EXPECT_FALSE(classifier.classify(file));
-  EXPECT_FALSE(classifier.classify(testDirectory() / "none.jpg"));
+  for (const auto* name : {"images/text.jpg", "images/missing.jpg"}) {
+    EXPECT_FALSE(SceneClassifier().classify(testing::testData(name))) << name;
+  }
 }
 
 }  // namespace
