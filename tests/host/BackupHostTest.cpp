@@ -323,6 +323,38 @@ TEST_F(BackupHostTest, ASignalStopsUploadsAndTheNextRunGoesOn) {
   EXPECT_EQ(uploadsTo(server), 10U);
 }
 
+TEST_F(BackupHostTest, ALargeFileGoesOnWhereItWasInterruptedUnlessItHasChanged) {
+  const Gate gate;
+  FaultServer server([&](const RecordedRequest& request) {
+    const auto target = request.target();
+    if (target.ends_with("?uploads")) return answer(200, "<UploadId>id</UploadId>");
+    if (request.method() == "GET") return answer(200, "<ListPartsResult/>");
+    if (!target.contains("partNumber=3")) return answer(200, "", {{"ETag", "\"e\""}});
+    return Reaction{.answer = answerText(200, "", {{"ETag", "\"e\""}}), .gate = gate};
+  });
+  configure(server.url());
+  addFile("big", std::string(20'000'000, 'x'));
+  const auto interrupted = [&] {
+    const auto before = server.requests().size();
+    auto child = start(runArguments());
+    server.waitForRequests(before + 4);
+    child.kill(SIGINT);
+    const auto output = child.readAll();
+    EXPECT_EQ(child.wait(), 130);
+    return output;
+  };
+  interrupted();
+  EXPECT_THAT(interrupted(), ContainsRegex("going on  big: [0-2] of 3 parts have been sent"));
+  EXPECT_THAT(status(), ContainsRegex("in parts: big, [0-2] of 3 parts sent"));
+
+  addFile("big", std::string(30'000'000, 'y'));
+  gate.open();
+  EXPECT_THAT(backUp().output, HasSubstr("given up  big: an upload of what the file was before"));
+  std::vector<std::string> methods;
+  for (const auto& request : server.requests()) methods.push_back(request.method());
+  EXPECT_EQ(std::ranges::count(methods, "DELETE"), 1);
+}
+
 TEST_F(BackupHostTest, VerifyTellsWhatTheStoreHasLostAndRepairsIt) {
   const ObjectStore store;
   configure(store);
