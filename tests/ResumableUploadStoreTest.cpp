@@ -51,9 +51,9 @@ const ChildMain kUpload("resumable-upload", [](const std::vector<std::string>& a
       testing::run(uploader.upload(fileNamed("file"), "k", "image/jpeg", saved(),
                                    {.checkpoint = [](const UploadCheckpoint& reached) {
                                      save(reached);
-                                     std::cout << reached.parts.size() << std::endl;
+                                     std::cout << reached.parts.size() << '\n' << std::flush;
                                    }}));
-  if (!eTag) std::cout << eTag.error().description() << std::endl;
+  if (!eTag) std::cout << eTag.error().description() << '\n';
   return eTag ? 0 : 1;
 });
 
@@ -84,7 +84,7 @@ TEST(ResumableUploadStore, AKillCostsAtMostThePartsInFlight) {
     for (auto more = random() % 3; more > 0; --more) parts = nextFigure(child, parts);
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 40));
     child.kill(SIGKILL);
-    for (auto last = parts; (last = nextFigure(child, -1)) >= 0;) parts = last;
+    for (auto last = nextFigure(child, -1); last >= 0; last = nextFigure(child, -1)) parts = last;
   }
   EXPECT_GE(kills, 4);
 

@@ -126,8 +126,13 @@ void Backup::run(const Folder& folder) {
 void Backup::takeUpEarlierRuns(const std::vector<LocalFile>& files) {
   for (const auto& state : MultipartUploadStore::shared().allStates()) {
     const auto file = std::ranges::find(files, state.assetId(), &LocalFile::name);
-    if (file == files.end() || !isOf(UploadStore::shared().record(file->name), *file)) {
+    const auto record = UploadStore::shared().record(state.assetId());
+    if (file == files.end() || !isOf(record, *file)) {
       display_.print("given up", state.assetId(), ": an upload of what the file was before");
+      giveUp(state, config_);
+      continue;
+    }
+    if (record->status == UploadStatus::failed) {  // Its retries are used up.
       giveUp(state, config_);
       continue;
     }

@@ -23,7 +23,7 @@ using orvane::ResumableUploader;
 using orvane::UploadCheckpoint;
 using orvane::UploadRecord;
 
-/// The file is that of the record, so only a state that is kept for the record is missing its time.
+/// States of files that have changed are gone by now, so the file's time is that of the state.
 std::optional<UploadCheckpoint> checkpointOf(const UploadRecord& record,
                                              const std::filesystem::path& file) {
   const auto state = MultipartUploadStore::shared().state(record.id());
@@ -35,7 +35,7 @@ std::optional<UploadCheckpoint> checkpointOf(const UploadRecord& record,
                               .modified = std::chrono::file_clock::to_sys(modified),
                               .parts = {}};
   for (const auto& [number, eTag] : state->completedParts) {
-    checkpoint.parts.emplace(std::atoll(number.c_str()), eTag);
+    checkpoint.parts.emplace(std::strtoll(number.c_str(), nullptr, 10), eTag);
   }
   return checkpoint;
 }

@@ -8,7 +8,6 @@
 #include "support/FaultServer.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
-#include "support/TemporaryDirectory.h"
 #include "support/Test.h"
 
 #include <boost/asio/bind_cancellation_slot.hpp>

@@ -323,6 +323,8 @@ TEST_F(BackupHostTest, ASignalStopsUploadsAndTheNextRunGoesOn) {
   EXPECT_EQ(uploadsTo(server), 10U);
 }
 
+constexpr std::size_t kLargeFile = std::size_t{20} << 20;
+
 TEST_F(BackupHostTest, ALargeFileGoesOnWhereItWasInterruptedUnlessItHasChanged) {
   const Gate gate;
   FaultServer server([&](const RecordedRequest& request) {
@@ -333,7 +335,7 @@ TEST_F(BackupHostTest, ALargeFileGoesOnWhereItWasInterruptedUnlessItHasChanged) 
     return Reaction{.answer = answerText(200, "", {{"ETag", "\"e\""}}), .gate = gate};
   });
   configure(server.url());
-  addFile("big", std::string(20'000'000, 'x'));
+  addFile("big", std::string(kLargeFile, 'x'));
   const auto interrupted = [&] {
     const auto before = server.requests().size();
     auto child = start(runArguments());
@@ -347,7 +349,7 @@ TEST_F(BackupHostTest, ALargeFileGoesOnWhereItWasInterruptedUnlessItHasChanged) 
   EXPECT_THAT(interrupted(), ContainsRegex("going on  big: [0-2] of 3 parts have been sent"));
   EXPECT_THAT(status(), ContainsRegex("in parts: big, [0-2] of 3 parts sent"));
 
-  addFile("big", std::string(30'000'000, 'y'));
+  addFile("big", std::string(2 * kLargeFile, 'y'));
   gate.open();
   EXPECT_THAT(backUp().output, HasSubstr("given up  big: an upload of what the file was before"));
   std::vector<std::string> methods;

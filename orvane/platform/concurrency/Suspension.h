@@ -35,13 +35,8 @@ boost::asio::awaitable<Value> suspended(Start start) {
         },
         slot);
   };
-#ifdef __clang_analyzer__  // It takes a coroutine's frame, which the compiler sets up, for garbage.
-  static_cast<void>(initiate);
-  return {};
-#else
   return asio::async_initiate<const asio::use_awaitable_t<>, void(Value)>(std::move(initiate),
                                                                           asio::use_awaitable);
-#endif
 }
 
 }  // namespace orvane::platform

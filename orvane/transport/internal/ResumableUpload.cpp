@@ -112,15 +112,10 @@ Result<void> ResumableUpload::checkUnchanged() const {
 
 Async<std::string> ResumableUpload::uploadSmall() {
   auto reading = platform::backgroundTask([this]() -> Result<SharedBytes> {
-    auto content =
-        std::make_shared_for_overwrite<std::byte[]>(static_cast<std::size_t>(version_.size) + 1);
-    const auto size = static_cast<std::size_t>(version_.size);
-    const auto count = file_->read({content.get(), size + 1});
-    if (!count) return std::unexpected(S3Error::fileReadError());
-    if (*count != size) return changedFile();
+    auto content = platform::readWholeFile(job_.file);
+    if (!content) return std::unexpected(S3Error::fileReadError());
     if (auto unchanged = checkUnchanged(); !unchanged) return std::unexpected(unchanged.error());
-    const ByteView view(content.get(), size);
-    return SharedBytes(std::move(content), view);
+    return content;
   });
   auto content = co_await std::move(reading);
   if (!content) co_return std::unexpected(std::move(content.error()));
@@ -232,7 +227,7 @@ Async<bool> ResumableUpload::dropPartsNotStored() {
     for (auto& part : page.parts) {
       const auto known = reached_.parts.find(part.number);
       if (known == reached_.parts.end() || known->second != part.eTag) continue;
-      if (part.size == lengthOf(part.number)) agreed.insert(*known);
+      if (part.size > 0 && part.size == lengthOf(part.number)) agreed.insert(*known);
     }
     const bool advances = page.next && *page.next > *after && *page.next < partCount();
     after = advances ? page.next : std::nullopt;
@@ -247,6 +242,10 @@ Async<bool> ResumableUpload::fileHoldsReachedParts() {
   if (!buffer) co_return outOfMemory();
   for (const auto& [number, eTag] : reached_.parts) {
     if (!isMd5(eTag)) continue;
+    const auto state = co_await this_coro::cancellation_state;
+    if (state.cancelled() != asio::cancellation_type::none) {
+      co_return std::unexpected(platform::urlError(platform::UrlErrorCode::cancelled));
+    }
     auto reading =
         platform::backgroundTask([this, &buffer, number = number, &eTag = eTag]() -> Result<bool> {
           const auto part = readPart(number, buffer);
@@ -266,6 +265,7 @@ Async<void> ResumableUpload::sendMissingParts() {
   const auto inFlight = std::max<std::size_t>(uploader_->options.partsInFlight, 1);
   const auto count = std::min(inFlight, static_cast<std::size_t>(missing));
   std::vector<Worker> workers;
+  workers.reserve(count);
   for (std::size_t i = 0; i < count; ++i) {
     workers.push_back(asio::co_spawn(executor, sendPartAfterPart(), asio::deferred));
   }
@@ -348,6 +348,7 @@ Async<std::optional<std::string>> ResumableUpload::completedObject(bool uploadIs
   if (!stored && isNotFound(stored.error())) co_return std::nullopt;
   if (!stored) co_return std::unexpected(std::move(stored.error()));
   std::vector<std::string> eTags;
+  eTags.reserve(reached_.parts.size());
   for (const auto& [number, eTag] : reached_.parts) eTags.push_back(eTag);
   const auto expected = eTagOfParts(eTags);
   const bool same =
@@ -371,7 +372,7 @@ Async<ResumableUpload::StoredObject> ResumableUpload::head() {
   StoredObject object{.size = -1,
                       .eTag = etagFromHeader(response->headers.get("ETag").value_or(""))};
   const auto length = response->headers.get("Content-Length").value_or("");
-  std::from_chars(length.data(), length.data() + length.size(), object.size);
+  std::from_chars(std::to_address(length.begin()), std::to_address(length.end()), object.size);
   co_return object;
 }
 

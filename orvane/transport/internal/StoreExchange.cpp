@@ -27,6 +27,13 @@ constexpr int kForbidden = 403;
 /// differ by seconds.
 constexpr std::chrono::minutes kClockTolerance(5);
 
+/// Dates far from ours do not fit into a system clock.
+bool isPlausible(std::chrono::sys_seconds date) {
+  using namespace std::chrono_literals;
+  return date >= std::chrono::sys_days(2000y / 1 / 1) &&
+         date < std::chrono::sys_days(2200y / 1 / 1);
+}
+
 /// The region that a refusal names, if it is one for a bucket in another region.
 std::optional<std::string> regionNamedIn(const HttpResponse& response) {
   constexpr std::size_t kLongestName = 64;
@@ -81,14 +88,15 @@ Async<HttpResponse> StoreExchange::send(Sign sign) {
 bool StoreExchange::isClockCorrected(const HttpResponse& response, TimePoint signedAt) {
   if (response.status != kForbidden) return false;
   const auto date = platform::httpDate(std::string(response.headers.get("Date").value_or("")));
-  if (!date || std::chrono::abs(*date - signedAt) < kClockTolerance) return false;
+  if (!date || !isPlausible(*date) || std::chrono::abs(*date - signedAt) < kClockTolerance)
+    return false;
   // Of the requests under way, the first that is refused has set the clock for all of them.
   if (std::chrono::abs(*date - signer_.now()) >= kClockTolerance) signer_.setNow(*date);
   return true;
 }
 
 StoreExchange::Delay StoreExchange::delayBefore(std::int64_t retries) const {
-  thread_local std::minstd_rand random(std::random_device{}());
+  static thread_local std::minstd_rand random(std::random_device{}());
   const Delay longest(RetryPolicy::maxDelay);
   const double chance = std::uniform_real_distribution(1.0, 1.5)(random);
   const Delay delay = firstRetryDelay_ * std::ldexp(chance, static_cast<int>(retries));

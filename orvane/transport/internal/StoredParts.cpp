@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <memory>
 
 namespace orvane::transport {
 namespace {
@@ -22,8 +23,9 @@ std::optional<std::int64_t> numberIn(std::string_view text, const ElementTags& t
   const auto element = elementIn(text, tags);
   if (!element) return std::nullopt;
   std::int64_t number = 0;
-  const auto* const end = element->data() + element->size();
-  const auto [stop, error] = std::from_chars(element->data(), end, number);
+  const auto* const begin = std::to_address(element->begin());
+  const auto* const end = std::to_address(element->end());
+  const auto [stop, error] = std::from_chars(begin, end, number);
   if (error != std::errc() || stop != end || number < 0) return std::nullopt;
   return number;
 }
