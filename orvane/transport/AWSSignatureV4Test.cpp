@@ -1,8 +1,9 @@
 #include <orvane/transport/AWSSignatureV4.h>
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
+#include "support/TestImage.h"
 
-#include <chrono>
+#include <fstream>
 
 namespace orvane {
 
@@ -106,6 +107,38 @@ TEST(AWSSignatureV4, CanonicalisesPathsAndHeaders) {
     EXPECT_EQ(SigningSteps::canonicalRequest("http://h" + path, {}),
               "GET\n" + canonical + "\n\n\n\nHASH");
   }
+}
+
+std::string fromHex(std::string_view digits) {
+  std::string bytes;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+    bytes.push_back(static_cast<char>(std::stoi(std::string(digits.substr(i, 2)), nullptr, 16)));
+  }
+  return bytes;
+}
+
+std::string authorizationFor(const std::vector<std::string>& fields) {
+  AWSSignatureV4::Headers headers;
+  for (std::size_t i = 9; i + 1 < fields.size(); i += 2) headers[fields[i]] = fields[i + 1];
+  const AWSSignatureV4 signer(fields.at(0), fields.at(1), fields.at(2));
+  const sys_seconds date(seconds(std::stoll(fields.at(3))));
+  const auto request =
+      signer.signedRequest(fields.at(4), Url::parse(fields.at(5)).value(), headers,
+                           bytesOf(fields.at(7)), fields.at(6) == "unsigned", date);
+  return field(request, "Authorization");
+}
+
+TEST(AWSSignatureV4, AgreesWithAnIndependentSigner) {
+  std::ifstream signedRequests(testing::testData("signatures/signed.txt"));
+  int compared = 0;
+  for (std::string line; std::getline(signedRequests, line); ++compared) {
+    std::vector<std::string> fields;
+    for (const auto part : std::views::split(line, '\t')) {
+      fields.push_back(fromHex(std::string_view(part)));
+    }
+    EXPECT_EQ(authorizationFor(fields), fields.at(8)) << fields.at(4) << " " << fields.at(5);
+  }
+  EXPECT_EQ(compared, 200);
 }
 
 }  // namespace
