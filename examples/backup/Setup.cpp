@@ -152,7 +152,7 @@ void prepare(const Device& device) {
   if (!folder) throw Refusal("there is no place for the records: set HOME or give --state");
   const auto made = orvane::platform::createPrivateDirectories(*folder);
   // It may have been made open to others; file systems without modes leave it so.
-  static_cast<void>(chmod(folder->c_str(), S_IRWXU));
+  if (made) static_cast<void>(chmod(folder->c_str(), S_IRWXU));
   if (!made || access(folder->c_str(), W_OK) != 0) {
     throw Refusal("cannot write the records in " + printable(folder->string()));
   }

@@ -38,7 +38,8 @@ Result<void> requireOwnUser(const struct stat& status) {
 /// Shuts others out of a folder that was left open to them.
 Result<void> makePrivate(const fs::path& folder) {
   struct stat status{};
-  if (::stat(folder.c_str(), &status) != 0) return {};  // The next step says what is wrong.
+  // The next step says what is wrong. What is no folder, a device even, is not ours to change.
+  if (::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return {};
   if (auto isOwn = requireOwnUser(status); !isOwn) return isOwn;
   if ((status.st_mode & (S_IRWXG | S_IRWXO)) == 0) return {};
   if (::chmod(folder.c_str(), S_IRWXU) == 0) return {};

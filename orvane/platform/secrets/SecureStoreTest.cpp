@@ -119,7 +119,10 @@ TEST(FileSecureStore, TellsUnreadableFromMissing) {
   EXPECT_EQ(contentOf(FileSecureStore(folder()), "a"), "error " + std::to_string(EINVAL));
   EXPECT_EQ(codeOfReplacing(FileSecureStore(folder()), "a"), EISDIR);
   EXPECT_EQ(codeOfReplacing(FileSecureStore(folder()), std::string(300, 'a')), ENAMETOOLONG);
-  expectError(ENOTDIR, FileSecureStore("/dev/null"));
+  writeFile(folder() / "plain", "");
+  fs::permissions(folder() / "plain", fs::perms{0644});
+  expectError(ENOTDIR, FileSecureStore(folder() / "plain"));
+  EXPECT_EQ(fs::status(folder() / "plain").permissions(), fs::perms{0644});
   expectError(kUnavailable, FileSecureStore({}));
 }
 
