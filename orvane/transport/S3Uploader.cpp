@@ -3,7 +3,7 @@
 #include <orvane/platform/files/FileReader.h>
 #include <orvane/platform/http/HttpSession.h>
 #include <orvane/transport/BucketRequests.h>
-#include <orvane/transport/ETag.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/XMLTagParser.h>
 #include <orvane/transport/internal/ForegroundUploadDelegate.h>

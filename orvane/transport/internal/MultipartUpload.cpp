@@ -2,7 +2,7 @@
 
 #include <orvane/platform/base/MappedMemory.h>
 #include <orvane/platform/concurrency/BackgroundQueue.h>
-#include <orvane/transport/ETag.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 

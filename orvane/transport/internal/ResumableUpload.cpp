@@ -6,7 +6,7 @@
 #include <orvane/platform/base/PosixError.h>
 #include <orvane/platform/concurrency/BackgroundTask.h>
 #include <orvane/platform/http/UrlError.h>
-#include <orvane/transport/ETag.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/XMLTagParser.h>
