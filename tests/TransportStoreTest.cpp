@@ -1,6 +1,7 @@
 // The transport against a real object store that verifies signatures and payload hashes.
 
 #include <orvane/platform/http/HttpSession.h>
+#include <orvane/transport/AWSSignatureV4.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
@@ -55,17 +56,14 @@ TEST(TransportStore, KeepsAndListsObjectsUnderEveryKindOfKey) {
       });
     }
   }
-  const std::map<std::string, std::size_t> counts = {{"", kObjects + keys.size()},
-                                                     {folder, kObjects}};
-  for (const auto& [prefix, count] : counts) {
-    const auto listed = TalvexAPIService::shared().listObjects(config, store.prefix() + prefix);
-    ASSERT_TRUE(listed) << listed.error().description();
-    const auto stored = store.list(store.prefix() + prefix);
-    ASSERT_EQ(listed->size(), count);
-    ASSERT_EQ(stored.size(), count);
-    for (std::size_t i = 0; i < count; ++i) {
-      EXPECT_EQ(withoutXmlReferences((*listed)[i].key), stored[i].key);
-      EXPECT_EQ("\"" + (*listed)[i].eTag + "\"", stored[i].etag);
+  for (const auto& prefix : {store.prefix(), store.prefix() + folder}) {
+    const auto listed = TalvexAPIService::shared().listObjects(config, prefix).value();
+    const auto stored = store.list(prefix);
+    ASSERT_EQ(stored.size(), kObjects + (prefix == store.prefix() ? keys.size() : 0));
+    ASSERT_EQ(listed.size(), stored.size());
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+      EXPECT_EQ(withoutXmlReferences(listed[i].key), stored[i].key);
+      EXPECT_EQ("\"" + listed[i].eTag + "\"", stored[i].etag);
     }
   }
 }

@@ -28,7 +28,7 @@ def connect(env):
     return botocore.session.get_session().create_client(
         "s3", env["S3_REGION"], endpoint_url=env["S3_ENDPOINT"],
         aws_access_key_id=env["S3_ACCESS_KEY"], aws_secret_access_key=env["S3_SECRET_KEY"],
-        config=Config(s3={"addressing_style": "path"}, retries={"max_attempts": 0}))
+        config=Config(proxies={}, s3={"addressing_style": "path"}, retries={"max_attempts": 0}))
 
 
 def described(entry, **more):
