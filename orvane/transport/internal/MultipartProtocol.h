@@ -27,10 +27,11 @@ struct RequestWithBody {
 
 [[nodiscard]] RequestWithBody putObjectRequest(const transport::RequestSigner& signer,
                                                const Url& object, std::string_view contentType,
-                                               SharedBytes body);
-[[nodiscard]] std::optional<HttpRequest> initiateRequest(const transport::RequestSigner& signer,
-                                                         const Url& object,
-                                                         std::string_view contentType);
+                                               SharedBytes body,
+                                               const AWSSignatureV4::Headers& metadata = {});
+[[nodiscard]] std::optional<HttpRequest> initiateRequest(
+    const transport::RequestSigner& signer, const Url& object, std::string_view contentType,
+    const AWSSignatureV4::Headers& metadata = {});
 [[nodiscard]] std::optional<RequestWithBody> uploadPartRequest(
     const transport::RequestSigner& signer, const Url& object, std::int64_t partNumber,
     std::string_view uploadId, SharedBytes body);
