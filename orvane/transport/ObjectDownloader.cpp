@@ -10,6 +10,10 @@ namespace orvane {
 ObjectDownloader::ObjectDownloader(S3Config config, Options options)
     : state_(std::make_shared<transport::ObjectDownloaderState>(std::move(config), options)) {}
 
+bool ObjectDownloader::isUnfinished(const std::filesystem::path& file) {
+  return transport::PartialFile::isNameOfOne(file.filename().native());
+}
+
 Async<DownloadedObject> ObjectDownloader::download(std::string key, std::filesystem::path target,
                                                    ExistingFile existing, Events events) {
   transport::ObjectDownloadJob job{.key = std::move(key),

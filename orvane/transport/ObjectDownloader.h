@@ -75,6 +75,9 @@ class ObjectDownloader {
 
   explicit ObjectDownloader(S3Config config, Options options = {});
 
+  /// Whether a file's name is that of an unfinished download, which a backup had better leave out.
+  [[nodiscard]] static bool isUnfinished(const std::filesystem::path& file);
+
   /// Downloads an object to a file. The key counts as it is given to an upload: the prefix of the
   /// configuration is put before it.
   ///

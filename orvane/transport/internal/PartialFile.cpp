@@ -20,13 +20,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::string_view kNameBegin = ".orvane-";
+constexpr std::string_view kNameEnd = ".part";
 constexpr std::size_t kNameDigits = 16;
 constexpr std::int64_t kDigestSize = sizeof(platform::Digest);
 constexpr std::byte kStored{1};
 
 fs::path pathBeside(const fs::path& target) {
   const auto digest = platform::hexString(platform::sha256(bytesOf(target.filename().native())));
-  return target.parent_path() / (".orvane-" + digest.substr(0, kNameDigits) + ".part");
+  return target.parent_path() /
+         std::string(kNameBegin).append(digest, 0, kNameDigits).append(kNameEnd);
 }
 
 Result<void> outcomeOf(int result, std::string_view action) {
@@ -64,6 +67,11 @@ bool isAt(const fs::path& path, const struct stat& file) {
 }
 
 }  // namespace
+
+bool PartialFile::isNameOfOne(std::string_view name) {
+  return name.size() == kNameBegin.size() + kNameDigits + kNameEnd.size() &&
+         name.starts_with(kNameBegin) && name.ends_with(kNameEnd);
+}
 
 Result<PartialFile> PartialFile::open(const fs::path& target) {
   constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;

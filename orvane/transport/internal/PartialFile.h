@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvane::transport {
@@ -26,6 +27,8 @@ class PartialFile {
   /// get EWOULDBLOCK. What lies at its path and is no regular file of this user, or has a second
   /// name, is refused.
   [[nodiscard]] static Result<PartialFile> open(const std::filesystem::path& target);
+
+  [[nodiscard]] static bool isNameOfOne(std::string_view name);
 
   [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
   /// What it held when it was opened, or holds since it was cleared.
