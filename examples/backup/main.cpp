@@ -66,7 +66,8 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
   add("status", "Show how far everything is", statusCommand);
   auto* verify = add("verify", "Compare the records with what the store lists",
                      [&, store] { return verifyCommand(store(), given.repairs); });
-  verify->add_flag("--repair", given.repairs, "Let the next run send what is missing or changed");
+  verify->add_flag("--repair", given.repairs,
+                   "Let the next run send what is missing or changed; abort old uploads");
   auto* tag = add("tag", "Look at the photos that are backed up, for what they show",
                   [&] { return tagCommand(given.folder, given.again); });
   tag->add_option("FOLDER", given.folder, "Where the photos are, if not where they were");
