@@ -193,6 +193,13 @@ TEST_F(Downloads, BringTheObjectWholeOrNothing) {
        {{kFirst, answer(200, std::string(kRange + 1, 'x'))}},
        {kFirst},
        "The server's answer is longer than allowed"},
+      {"endless",
+       store,
+       {{kSecond,
+         {.answer = "HTTP/1.1 206 OK\r\nETag: x\r\n\r\n" + std::string(kRange, 'x'),
+          .end = Reaction::End::repeat}}},
+       {kFirst, kSecond},
+       "The server's answer is longer than allowed"},
       {"changed", store, {{kSecond, answer(412)}}, {kFirst, kSecond, kFirst, kSecond, kThird}},
       {"changed in silence",
        store,
@@ -262,6 +269,23 @@ TEST_F(Downloads, GoOnWithTheSameVersionOnly) {
   EXPECT_EQ(outcomeOf(download(replaced)), "checked");
   EXPECT_EQ(requests_, (Lines{"HEAD", kFirst, kSecond, kThird}));
   EXPECT_TRUE(testing::readFile(target()) == replaced.content);
+  fs::remove(target());
+
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::pair<std::string, std::string> heads[] = {
+      {ok + "ETag: x\r\n\r\n", "Missing Content-Length"},
+      {ok + "Content-Length: 5\r\n\r\n", "Missing ETag"},
+      {ok + "ETag: x\r\nContent-Length: 99999999999999999\r\n\r\n",
+       "The object is larger than objects can be"}};
+  for (const auto& [head, outcome] : heads) {
+    SCOPED_TRACE(outcome);
+    interrupt();
+    EXPECT_EQ(outcomeOf(download(store, {{"HEAD", Reaction{.answer = head}}})), outcome);
+    EXPECT_EQ(leftovers(), Lines());
+  }
+  interrupt();  // The head lies about the size: ranges have no such version.
+  EXPECT_EQ(outcomeOf(download(store, {{"HEAD", store.head(2 * kRange)}})), "checked");
+  EXPECT_TRUE(testing::readFile(target()) == content);
   fs::remove(target());
 
   interrupt();  // The process ended when only the name was missing.
