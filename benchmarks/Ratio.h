@@ -23,9 +23,9 @@ inline double median(std::vector<double> values) {
 /// as counters: `engine_ms`, `floor_ms` and their ratio, the figure that counts.
 class Ratio {
  public:
-  /// What a round costs: seconds on the wall, or seconds of this process and its running children
-  /// on all their cores.
-  enum class Clock { wall, processCpu };
+  /// What a round costs: seconds on the wall, or seconds on all cores of this process, or of it and
+  /// its running children.
+  enum class Clock { wall, processCpu, cpuWithChildren };
 
   explicit Ratio(benchmark::State& state, Clock clock = Clock::wall)
       : state_(state), clock_(clock) {}
@@ -51,8 +51,9 @@ class Ratio {
 
  private:
   [[nodiscard]] double now() const {
-    return clock_ == Clock::wall ? read(CLOCK_MONOTONIC)
-                                 : read(CLOCK_PROCESS_CPUTIME_ID) + ofChildren();
+    if (clock_ == Clock::wall) return read(CLOCK_MONOTONIC);
+    const double ofChildrenToo = clock_ == Clock::cpuWithChildren ? ofChildren() : 0;
+    return read(CLOCK_PROCESS_CPUTIME_ID) + ofChildrenToo;
   }
 
   static double read(clockid_t clock) {

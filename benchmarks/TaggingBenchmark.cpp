@@ -94,7 +94,7 @@ void decodeWhole(const std::filesystem::path& file) {
 void TagAPhotograph(benchmark::State& state) {
   const Photograph photograph;
   tag(photograph.file());  // Starts what is started once.
-  benchmarks::Ratio ratio(state, benchmarks::Ratio::Clock::processCpu);
+  benchmarks::Ratio ratio(state, benchmarks::Ratio::Clock::cpuWithChildren);
   for (auto _ : state) {
     ratio.engine([&] { tag(photograph.file()); });
     ratio.floor([&] { decodeWhole(photograph.file()); });

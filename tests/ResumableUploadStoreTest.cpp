@@ -1,6 +1,7 @@
-// Uploads that are killed and go on, against a real object store.
+// Transfers that are killed and go on, against a real object store.
 
 #include <orvane/platform/files/FileVersion.h>
+#include <orvane/transport/ObjectDownloader.h>
 #include <orvane/transport/ResumableUploader.h>
 
 #include "support/ObjectStore.h"
@@ -57,6 +58,21 @@ const ChildMain kUpload("resumable-upload", [](const std::vector<std::string>& a
   return eTag ? 0 : 1;
 });
 
+/// Downloads it. Says how many ranges are on the disk, after each.
+const ChildMain kDownload("resumable-download", [](const std::vector<std::string>& arguments) {
+  auto config = configFor(ObjectStore());
+  config.prefix = arguments.at(0);
+  ObjectDownloader downloader(config, {.rangesInFlight = kPartsInFlight});
+  const auto object =
+      testing::run(downloader.download("k", fileNamed("copy"), ExistingFile::keep,
+                                       {.progress = [](std::int64_t received, std::int64_t) {
+                                         std::cout << (received + kPart - 1) / kPart << '\n'
+                                                   << std::flush;
+                                       }}));
+  if (!object) std::cout << object.error().description() << '\n';
+  return object && (object->isChecked || object->wasThere) ? 0 : 1;
+});
+
 /// The next figure that the child says; `otherwise` when it has ended.
 std::int64_t nextFigure(ChildProcess& child, std::int64_t otherwise) {
   const auto line = child.readLine();
@@ -65,7 +81,26 @@ std::int64_t nextFigure(ChildProcess& child, std::int64_t otherwise) {
   return std::stoll(*line);
 }
 
-TEST(ResumableUploadStore, AKillCostsAtMostThePartsInFlight) {
+/// Runs the child again and again, killed at random, until it has counted every part; none that it
+/// has counted may be missing the next time. Then lets it come to its end.
+int killUntilDone(const std::string& childMain, const ObjectStore& store, std::mt19937& random) {
+  int kills = 0;
+  for (std::int64_t parts = 0; parts < kParts; ++kills) {
+    auto child = ChildProcess::run(childMain, {store.prefix()});
+    const auto found = nextFigure(child, -1);
+    EXPECT_GE(found, parts) << "after kill " << kills;
+    if (found < parts) return kills;
+    parts = found;
+    for (auto more = random() % 3; more > 0; --more) parts = nextFigure(child, parts);
+    std::this_thread::sleep_for(std::chrono::milliseconds(random() % 40));
+    child.kill(SIGKILL);
+    for (auto last = nextFigure(child, -1); last >= 0; last = nextFigure(child, -1)) parts = last;
+  }
+  EXPECT_EQ(ChildProcess::run(childMain, {store.prefix()}).wait(), 0);
+  return kills;
+}
+
+TEST(ResumableTransferStore, AKillCostsAtMostThePartsInFlight) {
   const ObjectStore store;
   const auto seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
@@ -74,23 +109,13 @@ TEST(ResumableUploadStore, AKillCostsAtMostThePartsInFlight) {
   for (auto& c : content) c = static_cast<char>(random());
   writeFile(fileNamed("file"), content);
 
-  std::int64_t parts = 0;
-  int kills = 0;
-  for (; parts < kParts; ++kills) {
-    auto child = ChildProcess::run("resumable-upload", {store.prefix()});
-    const auto found = nextFigure(child, -1);
-    ASSERT_GE(found, parts) << "after kill " << kills;
-    parts = found;
-    for (auto more = random() % 3; more > 0; --more) parts = nextFigure(child, parts);
-    std::this_thread::sleep_for(std::chrono::milliseconds(random() % 40));
-    child.kill(SIGKILL);
-    for (auto last = nextFigure(child, -1); last >= 0; last = nextFigure(child, -1)) parts = last;
-  }
-  EXPECT_GE(kills, 4);
-
-  EXPECT_EQ(ChildProcess::run("resumable-upload", {store.prefix()}).wait(), 0);
+  EXPECT_GE(killUntilDone("resumable-upload", store, random), 4);
   EXPECT_TRUE(store.get(store.prefix() + "k") == content);
   EXPECT_TRUE(store.unfinishedUploads(store.prefix()).empty());
+
+  EXPECT_GE(killUntilDone("resumable-download", store, random), 2);
+  EXPECT_TRUE(readFile(fileNamed("copy")) == content);
+  EXPECT_EQ(fs::last_write_time(fileNamed("copy")), fs::last_write_time(fileNamed("file")));
 }
 
 }  // namespace

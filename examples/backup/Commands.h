@@ -42,4 +42,15 @@ int topCommand();
 int tagsCommand(const std::string& photo);
 int syncCommand(const orvane::S3Config& config);
 
+struct RestoreOptions {
+  std::optional<std::string> only;  ///< A pattern of the shell's kind; its "*" takes "/" as well.
+  std::optional<std::string> tag;
+  bool overwrites = false;
+};
+int restoreCommand(const Path& folder, const orvane::S3Config& config,
+                   const RestoreOptions& options);
+
+/// Merges the tags that the store holds into the database, as `sync` does.
+void takeOverTags(const orvane::S3Config& config);
+
 }  // namespace backup

@@ -1,6 +1,7 @@
 #include "Folder.h"
 
 #include <orvane/platform/base/Utf8.h>
+#include <orvane/transport/ObjectDownloader.h>
 
 #include <sys/stat.h>
 
@@ -42,6 +43,7 @@ void addEntries(const fs::path& path, const std::string& prefix, const fs::path&
     if (type == fs::file_type::directory) {
       addEntries(entry->path(), name + "/", without, folder);
     }
+    if (orvane::ObjectDownloader::isUnfinished(entry->path())) continue;
     if (type == fs::file_type::regular) addFile(*entry, std::move(name), folder);
   }
   if (error) folder.problems.push_back({prefix.empty() ? "." : prefix, error.message()});

@@ -29,7 +29,7 @@ struct Folder {
 };
 
 /// Every regular file below `path`, except in the folder `without`. Symbolic links are not
-/// followed, devices and such left out.
+/// followed, devices and such and unfinished downloads left out.
 [[nodiscard]] Folder listFolder(const std::filesystem::path& path,
                                 const std::filesystem::path& without);
 

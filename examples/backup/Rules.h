@@ -9,7 +9,8 @@
 
 namespace backup {
 
-/// Uploads under way at the same time; images looked at at the same time.
+/// Downloads under way at the same time; images looked at at the same time; uploads that are
+/// refused one after the other before the run gives up.
 constexpr std::size_t kAtATime = 4;
 
 /// Whether the store cannot be reached, which no file's retries shall be spent on.

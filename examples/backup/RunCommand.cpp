@@ -42,6 +42,11 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr std::chrono::seconds kBetweenSamples(1);  ///< Of the throughput.
 
+// A large file goes up in several parts at a time and fills a line alone; small ones mostly wait
+// for answers, so that more of them fill it.
+constexpr std::size_t kLargeAtATime = 2;
+constexpr std::size_t kSmallAtATime = 8;
+
 bool isOf(const std::optional<UploadRecord>& record, const LocalFile& file) {
   return record && record->totalBytes == file.size && record->creationDate == file.modified;
 }
@@ -79,7 +84,7 @@ class Backup {
 
   void takeUpEarlierRuns(const std::vector<LocalFile>& files);
   void fileRecords(const std::vector<LocalFile>& files);
-  Task uploadNextFiles();
+  Task uploadNextFiles(std::deque<Item*>& row);
   Task upload(Item& item);
   orvane::Async<std::string> transferred(Item& item);
   [[nodiscard]] bool mayRetry(Item& item, const orvane::Error& error, Seconds delay);
@@ -96,9 +101,10 @@ class Backup {
   const orvane::S3Config& config_;
   orvane::ResumableUploader uploader_;
 
-  std::deque<Item> items_;  ///< What is to be uploaded, in this order.
+  std::deque<Item> items_;   ///< What is to be uploaded.
+  std::deque<Item*> small_;  ///< Those never started, in this order.
+  std::deque<Item*> large_;
   std::int64_t bytesToUpload_ = 0;
-  std::size_t next_ = 0;  ///< The first item that was never started.
   std::size_t uploaded_ = 0;
   std::size_t alreadyThere_ = 0;
   std::size_t failed_ = 0;
@@ -116,7 +122,10 @@ void Backup::run(const Folder& folder) {
   for (const auto& [name, reason] : folder.problems) fail(name, reason);
   takeUpEarlierRuns(folder.files);
   fileRecords(folder.files);
-  runTasks(kAtATime, [this] { return uploadNextFiles(); }, [this] { tick(); });
+  const auto makeTask = [this, count = std::size_t{0}]() mutable {
+    return uploadNextFiles(count++ < kLargeAtATime ? large_ : small_);
+  };
+  runTasks(kLargeAtATime + kSmallAtATime, makeTask, [this] { tick(); });
   display_.clearBar();
   if (bytesToCount_ > 0) measure();
   saver_.save();
@@ -155,6 +164,8 @@ void Backup::fileRecords(const std::vector<LocalFile>& files) {
                " retries (--retry-all tries again): " + known->errorMessage.value_or(""));
     } else {
       items_.emplace_back(file.path, pendingRecord(std::move(known), file));
+      const bool isSmall = file.size < orvane::ResumableUploader::partSizeFor(file.size);
+      (isSmall ? small_ : large_).push_back(&items_.back());
       bytesToUpload_ += file.size;
       saver_.add(items_.back().record);
     }
@@ -162,9 +173,11 @@ void Backup::fileRecords(const std::vector<LocalFile>& files) {
   saver_.save();
 }
 
-Task Backup::uploadNextFiles() {
-  while (next_ < items_.size() && !stopRequested() && !isHopeless()) {
-    co_await upload(items_[next_++]);
+Task Backup::uploadNextFiles(std::deque<Item*>& row) {
+  while (!row.empty() && !stopRequested() && !isHopeless()) {
+    Item& item = *row.front();
+    row.pop_front();
+    co_await upload(item);
   }
 }
 

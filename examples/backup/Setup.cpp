@@ -93,11 +93,17 @@ std::optional<std::string> remembered(const char* key) {
   return std::string(orvane::textOf(**bytes));
 }
 
+/// What the state belongs to, if that is not `now`.
+std::optional<std::string> otherThan(const std::string& now, const char* key) {
+  auto before = remembered(key);
+  if (before == now || orvane::UploadStore::shared().completedCount() == 0) return std::nullopt;
+  return before;
+}
+
 /// Refuses `now` where the state belongs to something else.
 void requireSame(const char* key, const std::string& now) {
-  const auto before = remembered(key);
-  if (!before || *before == now) return;
-  if (orvane::UploadStore::shared().completedCount() == 0) return;
+  const auto before = otherThan(now, key);
+  if (!before) return;
   const fs::path records = HostApplication::applicationSupportDirectory().value_or("");
   throw Refusal("the records here belong to " + printable(*before) + ", not to " + printable(now) +
                 "; give another --state, or delete \"" + printable(records.string()) +
@@ -197,6 +203,10 @@ void requireFolder(const fs::path& folder) {
 
 void requireSameStore(const S3Config& config) {
   requireSame(kDestinationKey, destinationOf(config));
+}
+
+bool servesFolder(const fs::path& folder) {
+  return !otherThan(fs::canonical(folder).string(), kFolderKey);
 }
 
 void bindState(const fs::path& folder, const S3Config& config) {

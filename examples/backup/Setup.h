@@ -44,6 +44,8 @@ void requireFolder(const std::filesystem::path& folder);
 
 /// Remembers what is to be backed up where, and refuses what is not the same as before.
 void bindState(const std::filesystem::path& folder, const orvane::S3Config& config);
+/// Whether the state is that of this folder, or of none yet.
+[[nodiscard]] bool servesFolder(const std::filesystem::path& folder);
 /// Refuses an object store other than the one that was backed up to.
 void requireSameStore(const orvane::S3Config& config);
 /// The folder that is backed up here.

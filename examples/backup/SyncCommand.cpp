@@ -37,10 +37,12 @@ Task restore(orvane::S3Config config) {
   std::cout << "Restored " << countText(count, "tag") << " of this device\n";
 }
 
-Task synchronise(orvane::S3Config config) {
+Task synchronise(orvane::S3Config config, bool publishes) {
   co_await restore(config);
-  const auto published = valueOf(co_await TagSyncService::shared().uploadTagsToS3(config));
-  std::cout << "Published the tags of " << countText(published.tagCount, "photo") << '\n';
+  if (publishes) {
+    const auto published = valueOf(co_await TagSyncService::shared().uploadTagsToS3(config));
+    std::cout << "Published the tags of " << countText(published.tagCount, "photo") << '\n';
+  }
   const auto merged = valueOf(co_await TagSyncService::shared().downloadAllRemoteTags(config));
   std::cout << "Merged " << countText(merged, "tag") << " from other devices\n";
 }
@@ -58,16 +60,22 @@ void forgetPassedOver(const orvane::S3Config& config, std::int64_t records) {
   }
 }
 
+void exchangeTags(const orvane::S3Config& config, bool publishes) {
+  const std::int64_t records = std::ssize(orvane::UploadStore::shared().allRecords());
+  forgetPassedOver(config, records);
+  runTasks(1, [&] { return synchronise(config, publishes); });
+  Preferences::shared().set(kRecordsKey, records);
+}
+
 }  // namespace
 
 int syncCommand(const orvane::S3Config& config) {
   lockState();
   requireSameStore(config);
-  const std::int64_t records = std::ssize(orvane::UploadStore::shared().allRecords());
-  forgetPassedOver(config, records);
-  runTasks(1, [&config] { return synchronise(config); });
-  Preferences::shared().set(kRecordsKey, records);
+  exchangeTags(config, true);
   return kSuccess;
 }
+
+void takeOverTags(const orvane::S3Config& config) { exchangeTags(config, false); }
 
 }  // namespace backup

@@ -1,12 +1,17 @@
+#include <orvane/bookkeeping/MultipartUploadStore.h>
 #include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/transport/S3Uploader.h>
+#include <orvane/transport/UnfinishedUploads.h>
 
 #include "Commands.h"
 #include "Display.h"
 #include "Objects.h"
+#include "Rules.h"
 #include "Setup.h"
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <iostream>
 #include <set>
 #include <string>
@@ -25,6 +30,31 @@ bool hasLineBreak(const std::string& key) {
 /// Prints a line for each name of one kind.
 void report(std::string_view word, const std::set<std::string>& names) {
   for (const auto& name : names) std::cout << lineText(word, name);
+}
+
+/// Names the uploads that were begun and are not this state's own; aborts the old ones if wanted.
+void checkUnfinishedUploads(const orvane::S3Config& config, bool repairs) {
+  constexpr std::chrono::days kOld(1);  // A younger one may be another device's.
+  const auto uploads = orvane::listUnfinishedUploads(config, config.prefix);
+  if (!uploads) {
+    std::cerr << "Unfinished uploads are not known: " << printable(explanation(uploads.error()))
+              << '\n';
+    return;
+  }
+  std::set<std::string> own;
+  for (const auto& state : orvane::MultipartUploadStore::shared().allStates()) {
+    own.insert(state.uploadId());
+  }
+  for (const auto& [key, uploadId, begun] : *uploads) {
+    if (own.contains(uploadId) || !key.starts_with(config.prefix)) continue;
+    const auto name = key.substr(config.prefix.size());
+    const bool isOld = std::chrono::system_clock::now() - begun > kOld;
+    if (repairs && isOld) orvane::S3Uploader::abortMultipartUpload(name, uploadId, config);
+    std::cout << lineText("unfinished", name,
+                          repairs && isOld ? ": aborted"
+                          : isOld          ? ": begun more than a day ago; --repair aborts it"
+                                           : ": begun within a day");
+  }
 }
 
 }  // namespace
@@ -70,6 +100,7 @@ int verifyCommand(const orvane::S3Config& config, bool repairs) {
                           : "; verify --repair lets the next run send them again");
   }
   std::cout << '\n';
+  checkUnfinishedUploads(config, repairs);
   const bool asItShouldBe = pending.empty();
   if (repairs) orvane::UploadStore::shared().upsertBatch(std::move(pending));
   return asItShouldBe ? kSuccess : kSomethingFailed;

@@ -1,5 +1,6 @@
 // The command line: what is asked for, where the store is, what this device is like.
 #include <orvane/platform/host/SystemLog.h>
+#include <orvane/platform/http/RateLimits.h>
 
 #include "Commands.h"
 #include "Display.h"
@@ -35,6 +36,8 @@ struct Arguments {
   bool retryAll = false;
   bool again = false;
   bool repairs = false;
+  RestoreOptions restoring;
+  std::int64_t limit = 0;  ///< Bytes per second; 0 for none.
 };
 
 /// Of what the engine logs, people are to see what went wrong: a photo that cannot be looked at, a
@@ -63,7 +66,8 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
   add("status", "Show how far everything is", statusCommand);
   auto* verify = add("verify", "Compare the records with what the store lists",
                      [&, store] { return verifyCommand(store(), given.repairs); });
-  verify->add_flag("--repair", given.repairs, "Let the next run send what is missing or changed");
+  verify->add_flag("--repair", given.repairs,
+                   "Let the next run send what is missing or changed; abort old uploads");
   auto* tag = add("tag", "Look at the photos that are backed up, for what they show",
                   [&] { return tagCommand(given.folder, given.again); });
   tag->add_option("FOLDER", given.folder, "Where the photos are, if not where they were");
@@ -77,7 +81,21 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
   tags->add_option("FILE", given.text, "Its name as `search` prints it")->required();
   auto* sync = add("sync", "Exchange tags with the user's other devices",
                    [store] { return syncCommand(store()); });
-  for (auto* command : {run, verify, sync}) {
+  auto* restore = add("restore", "Bring files back from the object store", [&, store] {
+    return restoreCommand(*given.folder, store(), given.restoring);
+  });
+  restore->add_option("FOLDER", given.folder, "Where the files go")->required();
+  restore->add_option("--only", given.restoring.only, "Names like this, such as '2024/*.jpg'")
+      ->type_name("PATTERN");
+  restore->add_option("--tag", given.restoring.tag, "Photos that show this, such as mare")
+      ->type_name("WORD");
+  restore->add_flag("--overwrite", given.restoring.overwrites, "Replace files that differ");
+  for (auto* command : {run, restore}) {
+    command->add_option("--limit", given.limit, "Bytes per second at most, such as 2MiB")
+        ->transform(CLI::AsSizeValue(false))
+        ->type_name("RATE");
+  }
+  for (auto* command : {run, verify, sync, restore}) {
     command->add_option("--config", given.config, "Where the object store is (JSON)")
         ->required()
         ->type_name("CONFIG");
@@ -87,10 +105,10 @@ void addCommands(CLI::App& app, Arguments& given, std::function<int()>& chosen) 
         ->type_name("FILE");
     command->footer(std::string(kConfigFooter) + kFooter);
   }
-  for (auto* command : {tag, sync}) {
+  for (auto* command : {tag, sync, restore}) {
     command->add_flag("--keyring", given.device.keyring,
                       "Keep the device's identity in the Secret Service; to be given with every "
-                      "tag and sync, or with none of them");
+                      "tag, sync and restore, or with none of them");
   }
 }
 
@@ -109,6 +127,9 @@ int main(int argc, char** argv) {
     if (!command) throw Refusal("which command? See --help");
     showFailures();
     prepare(given.device);
+    if (given.limit > 0) {
+      orvane::setRateLimits({.upload = given.limit, .download = given.limit});
+    }
     return command();
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kSuccess : kUsage;

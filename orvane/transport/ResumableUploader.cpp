@@ -1,28 +1,13 @@
 #include <orvane/transport/ResumableUploader.h>
 
 #include <orvane/transport/S3MultipartUploader.h>
+#include <orvane/transport/internal/OnStrand.h>
 #include <orvane/transport/internal/ResumableUpload.h>
-
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/strand.hpp>
-#include <boost/asio/this_coro.hpp>
-#include <boost/asio/use_awaitable.hpp>
 
 #include <algorithm>
 #include <utility>
 
 namespace orvane {
-namespace {
-
-namespace asio = boost::asio;
-
-Async<std::string> runOnStrand(std::shared_ptr<transport::ResumableUpload> upload) {
-  const auto strand = asio::make_strand(co_await asio::this_coro::executor);
-  auto running = asio::co_spawn(strand, upload->run(), asio::use_awaitable);
-  co_return co_await std::move(running);
-}
-
-}  // namespace
 
 ResumableUploader::ResumableUploader(S3Config config, Options options)
     : state_(std::make_shared<transport::ResumableUploaderState>(std::move(config), options)) {}
@@ -43,7 +28,8 @@ Async<std::string> ResumableUploader::upload(std::filesystem::path file, std::st
                                     .contentType = std::move(contentType),
                                     .from = std::move(from),
                                     .events = std::move(events)};
-  return runOnStrand(std::make_shared<transport::ResumableUpload>(state_, std::move(job)));
+  return transport::runOnStrand(
+      std::make_shared<transport::ResumableUpload>(state_, std::move(job)));
 }
 
 }  // namespace orvane

@@ -76,6 +76,9 @@ class ResumableUploader {
   /// whose file has changed, is begun anew, and the old one aborted; so is, once, one that the
   /// store forgets meanwhile. `from` counts for files that go up in parts.
   ///
+  /// The object carries the file's modification time, in nanoseconds, as metadata
+  /// (`x-amz-meta-mtime`), for `ObjectDownloader` to give it back.
+  ///
   /// Suspends the caller, who resumes on its own executor, which must outlive the operation; the
   /// file is read and hashed elsewhere. Holds the parts in flight in memory, or a smaller file.
   ///

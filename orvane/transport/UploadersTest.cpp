@@ -13,8 +13,6 @@
 #include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>
 
-#include <sys/resource.h>
-
 #include <fstream>
 
 namespace orvane {
@@ -264,23 +262,6 @@ TEST(S3MultipartUploader, HoldsOnePartOfEachUploadAndTheMemoryGoesBack) {
   }
 }
 
-const testing::ChildMain kWithoutMemory("withoutMemory", [](const auto& arguments) {
-  const auto file = fileOfZeros(kPart);
-  if (upload(configFor(arguments.at(0)), file).text != "done") return 1;
-  const auto room = static_cast<rlim_t>(testing::memoryFigure("VmData") * 1024 + kPart / 2);
-  const rlimit limit{.rlim_cur = room, .rlim_max = room};
-  setrlimit(RLIMIT_DATA, &limit);
-  std::cout << upload(configFor(arguments.at(0)), file).text;
-  return 0;
-});
-
-TEST(S3MultipartUploader, WithoutMemoryForAPartItIsAborted) {
-  if (!testing::kMemoryIsTheProgramsOwn) GTEST_SKIP();
-  FaultServer server(wellBehavedStore);
-  EXPECT_EQ(testing::outputOfChild("withoutMemory", {server.url()}), "Unable to read file");
-  EXPECT_EQ(linesOf(server), (Lines{kInitiate, kParts[0], kComplete, kInitiate, kAbort}));
-}
-
 UploadCheckpoint checkpointOf(const fs::path& file, std::map<std::int64_t, std::string> parts) {
   const auto version = platform::versionOf(file).value();
   return {.uploadId = "old",
@@ -345,8 +326,8 @@ TEST(ResumableUploader, LeavesWhatIsAcceptedToAnotherWhenItIsCancelled) {
       boost::asio::bind_cancellation_slot(stop.slot(), boost::asio::use_future));
   host.run();
   EXPECT_EQ(result.get().error().code(), -999);
-  EXPECT_EQ(reached.parts.size(), 1U);
-  EXPECT_THAT(linesOf(server), ::testing::Not(::testing::Contains(kAbort)));
+  EXPECT_FALSE(reached.parts.empty());
+  for (const auto& line : linesOf(server)) EXPECT_TRUE(line != kAbort && line != kComplete) << line;
 }
 
 TEST(ResumableUploader, SignsWithTheStoresTimeWhereTheClocksDiffer) {

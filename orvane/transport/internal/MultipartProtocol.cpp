@@ -9,8 +9,10 @@
 namespace orvane::transport {
 namespace {
 
-AWSSignatureV4::Headers contentTypeHeader(std::string_view contentType) {
-  return {{"Content-Type", std::string(contentType)}};
+AWSSignatureV4::Headers contentTypeHeader(std::string_view contentType,
+                                          AWSSignatureV4::Headers metadata = {}) {
+  metadata.insert(metadata.end(), {"Content-Type", std::string(contentType)});
+  return metadata;
 }
 
 /// A request that is answered by status and headers; bodies are of no use, or of little.
@@ -34,16 +36,19 @@ std::string completeMultipartUploadXml(MultipartParts parts) {
 }  // namespace
 
 RequestWithBody putObjectRequest(const RequestSigner& signer, const Url& object,
-                                 std::string_view contentType, SharedBytes body) {
-  auto request = signer.signedRequest("PUT", object, contentTypeHeader(contentType), body.view());
+                                 std::string_view contentType, SharedBytes body,
+                                 const AWSSignatureV4::Headers& metadata) {
+  auto request =
+      signer.signedRequest("PUT", object, contentTypeHeader(contentType, metadata), body.view());
   return answeredByItsHead(std::move(request), std::move(body));
 }
 
 std::optional<HttpRequest> initiateRequest(const RequestSigner& signer, const Url& object,
-                                           std::string_view contentType) {
+                                           std::string_view contentType,
+                                           const AWSSignatureV4::Headers& metadata) {
   const auto url = object.withQuery({{"uploads", std::nullopt}});
   if (!url) return std::nullopt;
-  return signer.signedRequest("POST", *url, contentTypeHeader(contentType));
+  return signer.signedRequest("POST", *url, contentTypeHeader(contentType, metadata));
 }
 
 std::optional<RequestWithBody> uploadPartRequest(const RequestSigner& signer, const Url& object,

@@ -26,10 +26,11 @@ struct RequestWithBody {
 };
 
 [[nodiscard]] RequestWithBody putObjectRequest(const RequestSigner& signer, const Url& object,
-                                               std::string_view contentType, SharedBytes body);
-[[nodiscard]] std::optional<HttpRequest> initiateRequest(const RequestSigner& signer,
-                                                         const Url& object,
-                                                         std::string_view contentType);
+                                               std::string_view contentType, SharedBytes body,
+                                               const AWSSignatureV4::Headers& metadata = {});
+[[nodiscard]] std::optional<HttpRequest> initiateRequest(
+    const RequestSigner& signer, const Url& object, std::string_view contentType,
+    const AWSSignatureV4::Headers& metadata = {});
 [[nodiscard]] std::optional<RequestWithBody> uploadPartRequest(const RequestSigner& signer,
                                                                const Url& object,
                                                                std::int64_t partNumber,

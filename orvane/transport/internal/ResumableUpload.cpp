@@ -5,29 +5,24 @@
 #include <orvane/platform/base/Md5.h>
 #include <orvane/platform/base/PosixError.h>
 #include <orvane/platform/concurrency/BackgroundTask.h>
-#include <orvane/platform/http/UrlError.h>
 #include <orvane/transport/Listing.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/XMLTagParser.h>
+#include <orvane/transport/internal/InParallel.h>
+#include <orvane/transport/internal/ModificationTime.h>
+#include <orvane/transport/internal/WholeNumber.h>
 
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/deferred.hpp>
-#include <boost/asio/experimental/parallel_group.hpp>
 #include <boost/asio/this_coro.hpp>
-#include <boost/asio/use_awaitable.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
-#include <exception>
 #include <utility>
 
 namespace orvane::transport {
 namespace {
 
-namespace asio = boost::asio;
 namespace this_coro = boost::asio::this_coro;
 
 constexpr int kNotFound = 404;
@@ -37,21 +32,7 @@ std::unexpected<Error> changedFile() {
   return std::unexpected(error);
 }
 
-std::optional<RequestWithBody> withoutBody(std::optional<HttpRequest> request) {
-  if (!request) return std::nullopt;
-  return RequestWithBody{.request = std::move(*request), .body = {}};
-}
-
-bool isNotFound(const Error& error) {
-  const auto* const failure = error.as<S3Error>();
-  return failure != nullptr && failure->statusCode() == kNotFound;
-}
-
-bool isForGood(const Error& error) {
-  const bool cancelled = error.domain() == Error::kUrlLoading &&
-                         error.code() == static_cast<int>(platform::UrlErrorCode::cancelled);
-  return !cancelled && !RetryPolicy::isRetryable(error);
-}
+bool isNotFound(const Error& error) { return hasStatus(error, kNotFound); }
 
 std::unexpected<Error> outOfMemory() {
   return std::unexpected(platform::posixError(ENOMEM, "hold a part"));
@@ -68,14 +49,6 @@ Result<HttpResponse> completionOf(HttpResponse response) {
     return std::unexpected(S3Error::httpError(kServiceUnavailable));
   return std::unexpected(S3Error::serverError("The upload cannot be completed: " + code));
 }
-
-/// When one of several coroutines fails, the others are of no use.
-struct CancelAfterFailure {
-  asio::cancellation_type operator()(const std::exception_ptr& exception,
-                                     const Result<void>& result) const noexcept {
-    return exception || !result ? asio::cancellation_type::terminal : asio::cancellation_type::none;
-  }
-};
 
 }  // namespace
 
@@ -136,7 +109,8 @@ Async<std::string> ResumableUpload::putOnce(SharedBytes content, bool again) {
     }
   }
   auto sending = exchange_.send([this, &content] {
-    return std::optional(putObjectRequest(exchange_.signer(), *object_, job_.contentType, content));
+    return std::optional(
+        putObjectRequest(exchange_.signer(), *object_, job_.contentType, content, metadata()));
   });
   const auto response = co_await std::move(sending);
   if (!response) co_return std::unexpected(response.error());
@@ -181,7 +155,7 @@ Async<std::optional<std::string>> ResumableUpload::begin() {
     if (resumed->goesOn) co_return std::move(resumed->eTag);
   }
   auto initiating = sent([this] {
-    return withoutBody(initiateRequest(exchange_.signer(), *object_, job_.contentType));
+    return withoutBody(initiateRequest(exchange_.signer(), *object_, job_.contentType, metadata()));
   });
   auto uploadId = uploadIdIn(co_await std::move(initiating));
   if (!uploadId) co_return std::unexpected(std::move(uploadId.error()));
@@ -242,9 +216,9 @@ Async<bool> ResumableUpload::fileHoldsReachedParts() {
   if (!buffer) co_return outOfMemory();
   for (const auto& [number, eTag] : reached_.parts) {
     if (!isMd5(eTag)) continue;
-    const auto state = co_await this_coro::cancellation_state;
-    if (state.cancelled() != asio::cancellation_type::none) {
-      co_return std::unexpected(platform::urlError(platform::UrlErrorCode::cancelled));
+    auto checking = failIfCancelled();
+    if (auto going = co_await std::move(checking); !going) {
+      co_return std::unexpected(std::move(going.error()));
     }
     auto reading =
         platform::backgroundTask([this, &buffer, number = number, &eTag = eTag]() -> Result<bool> {
@@ -259,29 +233,9 @@ Async<bool> ResumableUpload::fileHoldsReachedParts() {
 }
 
 Async<void> ResumableUpload::sendMissingParts() {
-  const auto executor = co_await this_coro::executor;
-  using Worker = decltype(asio::co_spawn(executor, sendPartAfterPart(), asio::deferred));
-  const auto missing = partCount() - static_cast<std::int64_t>(reached_.parts.size());
+  const auto missing = static_cast<std::size_t>(partCount()) - reached_.parts.size();
   const auto inFlight = std::max<std::size_t>(uploader_->options.partsInFlight, 1);
-  const auto count = std::min(inFlight, static_cast<std::size_t>(missing));
-  std::vector<Worker> workers;
-  workers.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    workers.push_back(asio::co_spawn(executor, sendPartAfterPart(), asio::deferred));
-  }
-  if (workers.empty()) co_return Result<void>{};
-  auto group = asio::experimental::make_parallel_group(std::move(workers));
-  auto running = group.async_wait(CancelAfterFailure{}, asio::use_awaitable);
-  const auto outcomes = co_await std::move(running);
-  for (const auto& exception : std::get<1>(outcomes)) {
-    if (exception) std::rethrow_exception(exception);
-  }
-  // The first to end with an error is the cause; the others were cancelled for it.
-  for (const auto index : std::get<0>(outcomes)) {
-    const auto& result = std::get<2>(outcomes)[index];
-    if (!result) co_return result;
-  }
-  co_return Result<void>{};
+  return inParallel(std::min(inFlight, missing), [this] { return sendPartAfterPart(); });
 }
 
 Async<void> ResumableUpload::sendPartAfterPart() {
@@ -359,9 +313,7 @@ Async<std::optional<std::string>> ResumableUpload::completedObject(bool uploadIs
 }
 
 Async<HttpResponse> ResumableUpload::sent(StoreExchange::Sign sign) {
-  auto sending = exchange_.retried<HttpResponse>(
-      [this, &sign](bool /*again*/) { return exchange_.send(sign); }, job_.events.mayRetry);
-  co_return co_await std::move(sending);
+  return exchange_.sendRetried(std::move(sign), job_.events.mayRetry);
 }
 
 Async<ResumableUpload::StoredObject> ResumableUpload::head() {
@@ -369,10 +321,9 @@ Async<ResumableUpload::StoredObject> ResumableUpload::head() {
       [this] { return withoutBody(exchange_.signer().signedRequest("HEAD", *object_)); });
   const auto response = co_await std::move(asking);
   if (!response) co_return std::unexpected(response.error());
-  StoredObject object{.size = -1,
+  StoredObject object{.size = 0,
                       .eTag = etagFromHeader(response->headers.get("ETag").value_or(""))};
-  const auto length = response->headers.get("Content-Length").value_or("");
-  std::from_chars(std::to_address(length.begin()), std::to_address(length.end()), object.size);
+  object.size = wholeNumber(response->headers.get("Content-Length").value_or("")).value_or(-1);
   co_return object;
 }
 
@@ -393,6 +344,10 @@ Result<SharedBytes> ResumableUpload::readPart(std::int64_t number,
   if (!count) return std::unexpected(S3Error::fileReadError());
   if (*count != length) return changedFile();
   return SharedBytes(buffer, ByteView(buffer.get(), length));
+}
+
+AWSSignatureV4::Headers ResumableUpload::metadata() const {
+  return {{std::string(kModificationTimeField), modificationTimeText(version_.modified)}};
 }
 
 std::size_t ResumableUpload::partSize() const {

@@ -94,6 +94,8 @@ class ResumableUpload {
   [[nodiscard]] Async<StoredObject> head();  ///< Asks once.
   [[nodiscard]] Async<void> abort(std::string uploadId);
 
+  /// What the object carries beside its content.
+  [[nodiscard]] AWSSignatureV4::Headers metadata() const;
   [[nodiscard]] std::size_t partSize() const;
   [[nodiscard]] std::int64_t partCount() const;
   /// The bytes in a part; 0 where there is no such part.

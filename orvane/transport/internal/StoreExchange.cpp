@@ -63,11 +63,35 @@ Result<HttpResponse> outcomeOf(Result<HttpResponse> response, const S3Config& co
 
 }  // namespace
 
+bool hasStatus(const Error& error, int status) {
+  const auto* const failure = error.as<S3Error>();
+  return failure != nullptr && failure->statusCode() == status;
+}
+
+bool isForGood(const Error& error) {
+  const bool cancelled = error.domain() == Error::kUrlLoading &&
+                         error.code() == static_cast<int>(platform::UrlErrorCode::cancelled);
+  return !cancelled && !RetryPolicy::isRetryable(error);
+}
+
+std::optional<RequestWithBody> withoutBody(std::optional<HttpRequest> request) {
+  if (!request) return std::nullopt;
+  return RequestWithBody{.request = std::move(*request), .body = {}};
+}
+
+Async<void> failIfCancelled() {
+  const auto state = co_await this_coro::cancellation_state;
+  if (state.cancelled() != asio::cancellation_type::none) {
+    co_return std::unexpected(platform::urlError(platform::UrlErrorCode::cancelled));
+  }
+  co_return Result<void>{};
+}
+
 Async<HttpResponse> StoreExchange::send(Sign sign) {
   for (bool again = false;; again = true) {
-    const auto state = co_await this_coro::cancellation_state;
-    if (state.cancelled() != asio::cancellation_type::none) {
-      co_return std::unexpected(platform::urlError(platform::UrlErrorCode::cancelled));
+    auto checking = failIfCancelled();
+    if (auto going = co_await std::move(checking); !going) {
+      co_return std::unexpected(std::move(going.error()));
     }
     const auto signedAt = signer_.now();
     auto signing = platform::backgroundTask([&sign]() -> Result<RequestWithBody> {
@@ -83,6 +107,12 @@ Async<HttpResponse> StoreExchange::send(Sign sign) {
       co_return outcomeOf(std::move(response), config_);
     }
   }
+}
+
+Async<HttpResponse> StoreExchange::sendRetried(Sign sign, const MayRetry& mayRetry) {
+  auto sending =
+      retried<HttpResponse>([this, &sign](bool /*again*/) { return send(sign); }, mayRetry);
+  co_return co_await std::move(sending);
 }
 
 bool StoreExchange::isClockCorrected(const HttpResponse& response, TimePoint signedAt) {

@@ -17,6 +17,19 @@
 
 namespace orvane::transport {
 
+/// Whether the error is that of a response with this status.
+[[nodiscard]] bool hasStatus(const Error& error, int status);
+
+/// Whether an operation that has failed so is over: it was not cancelled, and trying again does not
+/// help.
+[[nodiscard]] bool isForGood(const Error& error);
+
+/// A request as `StoreExchange` takes it.
+[[nodiscard]] std::optional<RequestWithBody> withoutBody(std::optional<HttpRequest> request);
+
+/// The code cancelled if the calling coroutine was cancelled.
+[[nodiscard]] Async<void> failIfCancelled();
+
 /// Exchanges requests and responses with the store for operations that try again. Any thread may
 /// use it, in coroutines that were told not to throw when they are cancelled.
 class StoreExchange {
@@ -36,6 +49,9 @@ class StoreExchange {
   /// The response to one request: a success (below 300), or the error that it means. Sent a second
   /// time only when the signer's clock had to be set. A cancelled coroutine sends nothing.
   [[nodiscard]] Async<HttpResponse> send(Sign sign);
+
+  /// The same, made anew as `retried` has it.
+  [[nodiscard]] Async<HttpResponse> sendRetried(Sign sign, const MayRetry& mayRetry);
 
   /// The outcome of `attempt`, made anew as long as it fails with what may pass and there are
   /// retries left. The attempt is told whether it is one of those.

@@ -3,10 +3,10 @@
 #include <orvane/platform/base/Digest.h>
 #include <orvane/platform/base/Md5.h>
 #include <orvane/transport/Listing.h>
+#include <orvane/transport/internal/WholeNumber.h>
 
 #include <algorithm>
 #include <charconv>
-#include <memory>
 
 namespace orvane::transport {
 namespace {
@@ -21,12 +21,7 @@ std::optional<std::string_view> elementIn(std::string_view text, std::string_vie
 std::optional<std::int64_t> numberIn(std::string_view text, std::string_view name) {
   const auto element = elementIn(text, name);
   if (!element) return std::nullopt;
-  std::int64_t number = 0;
-  const auto* const begin = std::to_address(element->begin());
-  const auto* const end = std::to_address(element->end());
-  const auto [stop, error] = std::from_chars(begin, end, number);
-  if (error != std::errc() || stop != end || number < 0) return std::nullopt;
-  return number;
+  return wholeNumber(*element);
 }
 
 }  // namespace

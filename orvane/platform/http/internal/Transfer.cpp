@@ -84,8 +84,9 @@ std::optional<Error> Transfer::refusal() const {
   return std::nullopt;
 }
 
-void Transfer::attach(CURL* easy) {
+void Transfer::attach(CURL* easy, RateGates& gates) {
   easy_ = easy;
+  gates_ = &gates;
   lastMove_ = Clock::now();
   curl_easy_setopt(easy, CURLOPT_PRIVATE, this);
   curl_easy_setopt(easy, CURLOPT_SHARE, connections_->handle());
@@ -128,7 +129,7 @@ void Transfer::setBody() {
     // A post, whatever the method.
     curl_easy_setopt(easy_, CURLOPT_POST, 1L);
     curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
-    if (body_.size() <= kSmallBody) {
+    if (body_.size() <= kSmallBody && !gates_->sending.isLimited()) {
       curl_easy_setopt(easy_, CURLOPT_POSTFIELDS,
                        body_.size() > 0 ? textOf(body_.view()).data() : "");
     } else {
@@ -172,7 +173,19 @@ bool Transfer::maySendAgain(CURLcode code) const {
          moved.received > movedBefore_.received;
 }
 
+void Transfer::detach() {
+  gates_->sending.leave(sending_);
+  gates_->receiving.leave(receiving_);
+}
+
+void Transfer::resume() {
+  const int paused = (sending_.isWaiting ? CURLPAUSE_SEND : CURLPAUSE_CONT) |
+                     (receiving_.isWaiting ? CURLPAUSE_RECV : CURLPAUSE_CONT);
+  curl_easy_pause(easy_, paused);
+}
+
 void Transfer::prepareSecondSend() {
+  detach();
   sentTwice_ = true;
   libraryBeganAnew_ = false;
   connection_ = nullptr;
@@ -218,7 +231,8 @@ std::chrono::milliseconds Transfer::checkInterval() const {
 }
 
 bool Transfer::hasStalled(Clock::time_point now) {
-  if (const auto moved = bytesMoved(); moved != bytesAtLastMove_) {
+  const auto moved = bytesMoved();
+  if (moved != bytesAtLastMove_ || sending_.isWaiting || receiving_.isWaiting) {
     bytesAtLastMove_ = moved;
     lastMove_ = now;
   }
@@ -244,15 +258,19 @@ std::size_t Transfer::onHeader(char* data, std::size_t size, std::size_t count, 
 std::size_t Transfer::onRead(char* buffer, std::size_t size, std::size_t count,
                              void* self) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
-  const auto rest = transfer.body_.view().subspan(transfer.bytesRead_);
-  const auto piece = rest.first(std::min(rest.size(), size * count));
-  std::ranges::copy(textOf(piece), buffer);
   // A server that refuses may reset the connection right behind its answer, and with the next
   // sending, which then fails, the answer would be lost. So what has arrived is read before.
   if (!transfer.head_.hasBegun() && transfer.connection_->hasArrivals()) {
     transfer.readsFirst_ = true;
     return CURL_READFUNC_PAUSE;
   }
+  const auto rest = transfer.body_.view().subspan(transfer.bytesRead_);
+  const auto wanted = std::min(rest.size(), size * count);
+  if (wanted == 0) return 0;
+  const auto admitted = transfer.gates_->sending.admit(transfer.sending_, wanted, Clock::now());
+  if (admitted == 0) return CURL_READFUNC_PAUSE;
+  const auto piece = rest.first(admitted);
+  std::ranges::copy(textOf(piece), buffer);
   transfer.bytesRead_ += piece.size();
   return piece.size();
 }
@@ -267,8 +285,13 @@ int Transfer::onSeek(void* self, curl_off_t offset, int origin) noexcept {
 
 std::size_t Transfer::onBody(char* data, std::size_t size, std::size_t count, void* self) noexcept
     try {
+  auto& transfer = *static_cast<Transfer*>(self);
   const std::string_view piece(data, size * count);
-  return static_cast<Transfer*>(self)->receive(piece) ? piece.size() : 0;
+  auto& gate = transfer.gates_->receiving;
+  if (!gate.admitWhole(transfer.receiving_, piece.size(), Clock::now())) {
+    return CURL_WRITEFUNC_PAUSE;
+  }
+  return transfer.receive(piece) ? piece.size() : 0;
 } catch (const std::bad_alloc&) {
   static_cast<Transfer*>(self)->answerTooLong_ = true;
   return 0;
@@ -329,7 +352,7 @@ int Transfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_off_t receiv
                          curl_off_t /*toSend*/, curl_off_t sent) noexcept {
   auto& transfer = *static_cast<Transfer*>(self);
   transfer.bytesReceived_ = received;
-  if (std::exchange(transfer.readsFirst_, false)) curl_easy_pause(transfer.easy_, CURLPAUSE_CONT);
+  if (std::exchange(transfer.readsFirst_, false)) transfer.resume();
   // Less than before: the library has begun anew on a fresh connection.
   if (sent <= transfer.bytesSent_) return 0;
   transfer.bytesSent_ = sent;

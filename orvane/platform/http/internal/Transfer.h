@@ -5,6 +5,7 @@
 #include <orvane/platform/http/HttpRequest.h>
 #include <orvane/platform/http/HttpResponse.h>
 #include <orvane/platform/http/internal/ConnectionCache.h>
+#include <orvane/platform/http/internal/RateGate.h>
 #include <orvane/platform/http/internal/ResponseHead.h>
 #include <orvane/platform/http/internal/WireConnection.h>
 
@@ -37,8 +38,10 @@ class Transfer {
   /// Why the request must not be sent at all, if so.
   [[nodiscard]] std::optional<Error> refusal() const;
 
-  /// Sets `easy` up for this transfer, which must outlive its use.
-  void attach(CURL* easy);
+  /// Sets `easy` up for this transfer, which must outlive its use. The bodies' bytes pass the
+  /// gates, which must outlive it too, until `detach`.
+  void attach(CURL* easy, RateGates& gates);
+  void detach();
   [[nodiscard]] CURL* easy() const noexcept { return easy_; }
 
   /// Whether the request may be sent a second time, on a fresh connection: not a POST, only once,
@@ -78,6 +81,8 @@ class Transfer {
   /// Takes a piece of the body; false when the transfer is to end there.
   [[nodiscard]] bool receive(std::string_view piece);
   [[nodiscard]] HttpResponse takeResponse();
+  /// Has the library offer again what does not wait at a gate.
+  void resume();
   [[nodiscard]] std::uint64_t bytesMoved() const;
 
   static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* self) noexcept;
@@ -105,7 +110,10 @@ class Transfer {
   bool reportsAtExit_ = false;
   ResponseHead head_;
   std::size_t bytesRead_ = 0;  ///< Of the body, by the library.
-  bool readsFirst_ = false;    ///< The library is to read before it sends more.
+  RateGates* gates_ = nullptr;
+  RateGate::Passenger sending_ = {.resume = [this] { resume(); }};
+  RateGate::Passenger receiving_ = {.resume = [this] { resume(); }};
+  bool readsFirst_ = false;  ///< The library is to read before it sends more.
   std::int64_t bytesSent_ = 0;
   std::int64_t bytesReceived_ = 0;
 

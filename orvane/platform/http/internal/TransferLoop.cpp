@@ -86,6 +86,15 @@ void TransferLoop::cancel(const Transfer& transfer) {
   });
 }
 
+void TransferLoop::setRates(std::optional<std::int64_t> sending,
+                            std::optional<std::int64_t> receiving) {
+  act([&] {
+    const auto now = Clock::now();
+    gates_.sending.setRate(sending, now);
+    gates_.receiving.setRate(receiving, now);
+  });
+}
+
 void TransferLoop::release(CURLSH* connections) {
   if (ProcessExit::isForkedChild()) return;
   act([&] {
@@ -153,8 +162,9 @@ void TransferLoop::begin(std::shared_ptr<Transfer> transfer) {
   if (auto refusal = transfer->refusal()) return refuse(std::move(*refusal));
   CURL* easy = takeHandle();
   if (easy == nullptr) return refuse(urlError(UrlErrorCode::unknown, "out of memory"));
-  transfer->attach(easy);
+  transfer->attach(easy, gates_);
   if (curl_multi_add_handle(multi_, easy) != CURLM_OK) {
+    transfer->detach();
     curl_easy_cleanup(easy);
     return refuse(urlError(UrlErrorCode::unknown, "no room for the transfer"));
   }
@@ -167,6 +177,7 @@ void TransferLoop::begin(std::shared_ptr<Transfer> transfer) {
 void TransferLoop::end(const Transfer& transfer, Result<HttpResponse> result) {
   const auto found = std::ranges::find(active_, &transfer, &std::shared_ptr<Transfer>::get);
   if (found == active_.end()) return;
+  (*found)->detach();
   giveHandleBack(transfer.easy());
   ended_.push_back({std::move(*found), std::move(result)});
   active_.erase(found);
@@ -206,6 +217,8 @@ void TransferLoop::timeHasCome() {
     curl_multi_timeout(multi_, &milliseconds);
     onTimer(multi_, milliseconds, this);
   }
+  gates_.sending.resumeNext(now);
+  gates_.receiving.resumeNext(now);
   if (now >= nextStallCheck_) endStalled(now);
 }
 
@@ -254,12 +267,13 @@ void TransferLoop::driveAll() {
 /// Wakes the I/O thread in time; an alarm that comes too early finds nothing to do, which is
 /// cheaper than setting it anew with every transfer.
 void TransferLoop::armTimer() {
-  const auto wanted = std::min(libraryDeadline_, nextStallCheck_);
+  const auto wanted = std::min(
+      {libraryDeadline_, nextStallCheck_, gates_.sending.nextTurn(), gates_.receiving.nextTurn()});
   if (wanted >= armed_) return;
   armed_ = wanted;
   // A value of nothing would disarm the timer.
-  const auto delay =
-      std::max<std::chrono::nanoseconds>(wanted - Clock::now(), std::chrono::nanoseconds(1));
+  const auto delay = std::max<std::chrono::nanoseconds>(
+      std::max(wanted, Clock::time_point()) - Clock::now(), std::chrono::nanoseconds(1));
   const auto seconds = std::chrono::floor<std::chrono::seconds>(delay);
   itimerspec alarm{};
   alarm.it_value = {.tv_sec = seconds.count(), .tv_nsec = (delay - seconds).count()};

@@ -5,8 +5,10 @@
 
 #include <curl/curl.h>
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -31,6 +33,9 @@ class TransferLoop {
 
   /// Ends the transfer with the code cancelled, unless it has ended already.
   void cancel(const Transfer& transfer);
+
+  /// Bytes per second of the bodies sent and received, if limited.
+  void setRates(std::optional<std::int64_t> sending, std::optional<std::int64_t> receiving);
 
   /// Frees a connection cache that no transfer uses any more.
   void release(CURLSH* connections);
@@ -77,6 +82,7 @@ class TransferLoop {
   std::mutex mutex_;
   bool stopped_ = false;
   CURLM* multi_ = nullptr;
+  RateGates gates_;
   std::vector<std::shared_ptr<Transfer>> active_;
   std::vector<Ended> ended_;
   std::vector<CURL*> idleHandles_;

@@ -1,0 +1,105 @@
+// Works with the engine without a pause: uploads, downloads, listings, records, tags and their
+// exchange. Fails when nothing succeeds, or when memory or descriptors have grown.
+//
+// usage: orvane_soak_loop SECONDS ENDPOINT FOLDER     the rest of the store is in the environment
+
+#include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/platform/host/HostApplication.h>
+#include <orvane/platform/host/SystemLog.h>
+#include <orvane/tagging/TagDatabase.h>
+#include <orvane/tagsync/TagSyncService.h>
+#include <orvane/transport/ObjectDownloader.h>
+#include <orvane/transport/ResumableUploader.h>
+#include <orvane/transport/TalvexAPIService.h>
+
+#include "Resources.h"
+#include "support/Run.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <string>
+
+namespace orvane::soak {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::run;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kShortestForMemory(60);  ///< Quarters of less tell nothing.
+
+class Loop {
+ public:
+  Loop(S3Config config, fs::path folder) : config_(std::move(config)), folder_(std::move(folder)) {
+    fs::create_directory(folder_);
+    for (const int size : {1000, 20 << 20}) {
+      std::ofstream(folder_ / std::to_string(size)) << std::string(static_cast<size_t>(size), 'x');
+    }
+  }
+
+  void doEverything() {
+    for (const char* name : {"1000", "20971520"}) {
+      const auto file = folder_ / name;
+      count("uploads", run(uploader_.upload(file, name, "image/jpeg")));
+      fs::remove(folder_ / "copy");
+      count("downloads", run(downloader_.download(name, folder_ / "copy")));
+      UploadStore::shared().upsert({name, name, UploadStatus::completed, 1000, 1000});
+    }
+    count("listings", TalvexAPIService::shared().listObjects(config_, config_.prefix));
+    count("tags", TagDatabase::shared().upsertTags("1000", {{"mare", 0.9}}, "loop"));
+    count("publications", run(TagSyncService::shared().uploadTagsToS3(config_)));
+    count("merges", run(TagSyncService::shared().downloadAllRemoteTags(config_)));
+  }
+
+  [[nodiscard]] bool everythingHasSucceeded() const {
+    for (const auto& [what, times] : succeeded_) std::cout << times << ' ' << what << ", ";
+    return succeeded_.size() == 6;
+  }
+
+ private:
+  void count(const std::string& what, const auto& result) {
+    if (result) ++succeeded_[what];
+  }
+
+  const S3Config config_;
+  const fs::path folder_;
+  ResumableUploader uploader_{config_, {.firstRetryDelay = std::chrono::milliseconds(2)}};
+  ObjectDownloader downloader_{config_, {.firstRetryDelay = std::chrono::milliseconds(2)}};
+  std::map<std::string, int> succeeded_;
+};
+
+int work(std::chrono::seconds duration, const std::string& endpoint, const fs::path& folder) {
+  const auto setting = [](const char* name) { return std::string(getenv(name)); };
+  if (!HostApplication::configure({.dataDirectory = folder / "data"}) ||
+      !TagDatabase::shared().initialize()) {
+    return 2;
+  }
+  SystemLog::setSink([](std::string_view) {});
+  Loop loop({.bucket = setting("S3_BUCKET"),
+             .region = setting("S3_REGION"),
+             .accessKey = setting("S3_ACCESS_KEY"),
+             .secretKey = setting("S3_SECRET_KEY"),
+             .prefix = "loop-" + std::to_string(getpid()) + "/",
+             .endpoint = endpoint},
+            folder);
+  Resources resources;
+  for (const auto end = Clock::now() + duration; Clock::now() < end;) {
+    loop.doEverything();
+    resources.sample();
+  }
+  const bool worked = loop.everythingHasSucceeded();
+  const bool grew = resources.haveGrown(duration >= kShortestForMemory);
+  resources.print(std::cout);
+  return worked && !grew ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace orvane::soak
+
+int main(int argc, char** argv) {
+  if (argc != 4) return 2;
+  return orvane::soak::work(std::chrono::seconds(std::atoi(argv[1])), argv[2], argv[3]);
+}
