@@ -5,13 +5,11 @@
 #include <orvane/platform/http/HttpRequest.h>
 #include <orvane/platform/http/Url.h>
 
-#include <array>
 #include <chrono>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace orvane {
 
@@ -48,34 +46,7 @@ class AWSSignatureV4 {
                                           bool unsignedPayload, TimePoint date) const;
 
  private:
-  /// Header fields in the order in which they are signed. The texts belong to others.
-  struct Field {
-    std::string_view loweredName;
-    std::string_view name;
-    std::string_view value;
-  };
-  using Fields = std::vector<Field>;
-
-  struct CanonicalRequest {
-    std::string text;
-    std::string signedHeaders;
-  };
-
-  /// `headers` and the signer's own fields, which replace those spelled like them, sorted by their
-  /// lower-cased names. `loweredNames` keeps the names that had to be lower-cased.
-  [[nodiscard]] static Fields sortedFields(const Headers& headers, const std::array<Field, 3>& own,
-                                           std::string& loweredNames);
-  /// The pattern yyyyMMdd'T'HHmmss'Z' in UTC.
-  [[nodiscard]] static std::string iso8601Formatter(TimePoint date);
-  [[nodiscard]] static std::string canonicalQueryString(const Url& from);
-  [[nodiscard]] static CanonicalRequest buildCanonicalRequest(std::string_view method,
-                                                              const Url& url, const Fields& headers,
-                                                              std::string_view bodyHash);
-  [[nodiscard]] static std::string buildStringToSign(std::string_view date,
-                                                     std::string_view credentialScope,
-                                                     std::string_view canonicalRequest);
   [[nodiscard]] platform::Digest buildSigningKey(std::string_view shortDate) const;
-  [[nodiscard]] static platform::Digest hmac(ByteView key, std::string_view data);
 
   std::string accessKey_;
   std::string secretKey_;

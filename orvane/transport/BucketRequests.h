@@ -16,8 +16,8 @@ namespace orvane::transport {
 /// Responses with this status or a higher one are failures.
 inline constexpr int kFirstFailureStatus = 300;
 
-/// The bucket's own URL, to which a query or "/" and a key is added: the endpoint without the
-/// slashes around it, "/" and the bucket.
+/// The bucket's own URL: the endpoint without the slashes around it, "/" and the bucket. Append a
+/// query, or "/" and a key.
 [[nodiscard]] std::string bucketUrl(const S3Config& config);
 
 /// Signs requests with the keys of one configuration, as of now. Any thread may call it.

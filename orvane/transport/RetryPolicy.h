@@ -6,8 +6,9 @@
 
 namespace orvane {
 
-/// What a host that repeats failed transfers goes by. The engine itself never repeats one, and does
-/// not count or wait; how the delays grow between the two bounds is the host's choice.
+/// Which failed transfers are worth repeating, how often and after what delay: what
+/// `ResumableUploader` and `ObjectDownloader` go by, and hosts that repeat the calls of
+/// `S3Uploader` and `S3MultipartUploader`, which never repeat a request themselves.
 ///
 ///     if (RetryPolicy::isRetryable(error) && tries < RetryPolicy::maxSessionRetries) ...
 struct RetryPolicy {

@@ -18,8 +18,8 @@ namespace orvane {
 class S3Error {
  public:
   enum class Case {
-    httpError,             ///< The store answered with a status of 300 or more.
-    serverError,           ///< The store's answer lacks something; the message says what.
+    httpError,             ///< The response had a status of 300 or more.
+    serverError,           ///< The response lacks something, which the message names.
     invalidURL,            ///< Configuration and key make no URL; nothing was sent.
     fileReadError,         ///< The local file, or an expected body, cannot be read.
     sessionNotConfigured,  ///< For hosts: a background session is missing.

@@ -26,8 +26,8 @@ void uploadSingle(UploaderState& uploader, const std::filesystem::path& file, co
   auto put = putObjectRequest(uploader.signer, object, contentType, std::move(*content));
   uploader.session.start(std::move(put.request), std::move(put.body), {},
                          [size, progress = std::move(progress),
-                          completion = std::move(completion)](Result<HttpResponse> answer) {
-                           const auto checked = checkedAnswer(std::move(answer));
+                          completion = std::move(completion)](Result<HttpResponse> response) {
+                           const auto checked = checkedAnswer(std::move(response));
                            if (!checked) return completion(std::unexpected(checked.error()));
                            if (progress) progress(size, size);
                            completion({});
@@ -40,10 +40,11 @@ void uploadInParts(const std::shared_ptr<UploaderState>& uploader, std::string_v
   if (!request) return job.completion(std::unexpected(S3Error::invalidURL()));
   uploader->session.start(
       std::move(*request), {}, {},
-      [weak = std::weak_ptr(uploader), job = std::move(job)](Result<HttpResponse> answer) mutable {
+      [weak = std::weak_ptr(uploader),
+       job = std::move(job)](Result<HttpResponse> response) mutable {
         auto remaining = weak.lock();
         if (!remaining) return;
-        auto uploadId = uploadIdIn(std::move(answer));
+        auto uploadId = uploadIdIn(std::move(response));
         if (!uploadId) return job.completion(std::unexpected(uploadId.error()));
         job.uploadId = std::move(*uploadId);
         auto upload = std::make_shared<MultipartUpload>(std::move(remaining), std::move(job));

@@ -19,9 +19,9 @@ struct UploaderState;
 /// remembered between calls.
 ///
 /// Any thread may call `upload`, and several uploads may run at the same time. Copies share one
-/// uploader. Keep it until `completion` has been called: an upload in parts that finds its uploader
-/// gone when the store answers the first request ends there without a word; from then on it keeps
-/// the uploader alive itself.
+/// uploader. Keep it until `completion` has been called: when the uploader is destroyed before the
+/// store has responded to the first request of an upload in parts, that upload ends and its
+/// `completion` is never called; from then on the upload keeps the uploader alive itself.
 ///
 /// An upload in parts holds one part in memory; a smaller file is held whole. The memory goes back
 /// to the system at the end.
@@ -41,7 +41,7 @@ class S3MultipartUploader {
   /// returns at once.
   ///
   /// `contentType` must not begin or end with a blank, which the signature counts and HTTP does
-  /// not: the store answers 403. `completion` must not be empty.
+  /// not: the store responds with 403. `completion` must not be empty.
   ///
   /// `progress` (may be empty) gets the bytes accepted by the store and the file's size: once at
   /// the end of a small file, after each part of a larger one. `completion` is called once, after
@@ -52,7 +52,7 @@ class S3MultipartUploader {
   ///
   /// Errors: `S3Error::invalidURL`; `S3Error::fileReadError` when the file cannot be read, also
   /// while it is being uploaded, or there is no memory for a part; `S3Error::httpError` for an
-  /// answer of 300 or more; `S3Error::serverError` with "Missing UploadId" or "Missing ETag"; the
+  /// response of 300 or more; `S3Error::serverError` with "Missing UploadId" or "Missing ETag"; the
   /// HTTP client's errors.
   ///
   /// The size, and so the number of parts, is the file's at the call. A file that becomes shorter
@@ -61,7 +61,7 @@ class S3MultipartUploader {
   /// others write compares size and time of change before and after.
   ///
   /// When a part fails, the upload is aborted. When completing it fails, nothing more is sent: the
-  /// bucket then holds the object, where only the answer was lost, or the parts, which take space
+  /// bucket then holds the object, where only the response was lost, or the parts, which take space
   /// until the store's own rules or the host remove the unfinished upload.
   void upload(const std::filesystem::path& fileURL, std::string_view key,
               std::string_view contentType, UploadProgress progress, UploadCompletion completion);

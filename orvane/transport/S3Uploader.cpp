@@ -23,9 +23,9 @@ Async<std::string> S3Uploader::uploadData(Bytes data, std::string key, std::stri
   auto put =
       putObjectRequest(RequestSigner(config), *url, contentType, SharedBytes(std::move(data)));
   auto sending = HttpSession::shared().send(std::move(put.request), std::move(put.body));
-  const auto answer = checkedAnswer(co_await std::move(sending));
-  if (!answer) co_return std::unexpected(answer.error());
-  co_return etagFromHeader(answer->headers.get("ETag").value_or(""));
+  const auto response = checkedAnswer(co_await std::move(sending));
+  if (!response) co_return std::unexpected(response.error());
+  co_return etagFromHeader(response->headers.get("ETag").value_or(""));
 }
 
 void S3Uploader::upload(const std::filesystem::path& fileURL, std::string_view key,
@@ -43,7 +43,7 @@ void S3Uploader::upload(const std::filesystem::path& fileURL, std::string_view k
   session.start(
       std::move(put.request), std::move(put.body),
       [delegate](std::int64_t sent, std::int64_t total) { delegate->didSendBodyData(sent, total); },
-      [delegate](Result<HttpResponse> answer) { delegate->didComplete(std::move(answer)); });
+      [delegate](Result<HttpResponse> response) { delegate->didComplete(std::move(response)); });
 }
 
 Result<std::string> S3Uploader::initiateMultipartUpload(std::string_view key,
@@ -63,10 +63,10 @@ Result<std::string> S3Uploader::completeMultipartUpload(
   if (!url) return std::unexpected(S3Error::invalidURL());
   auto complete = completeRequest(RequestSigner(config), *url, uploadId, std::move(parts));
   if (!complete) return std::unexpected(S3Error::invalidURL());
-  const auto answer = checkedAnswer(
+  const auto response = checkedAnswer(
       HttpSession::shared().sendAndWait(std::move(complete->request), std::move(complete->body)));
-  if (!answer) return std::unexpected(answer.error());
-  return etagFromXml(XMLTagParser::extractTag("ETag", bytesOf(answer->body)).value_or(""));
+  if (!response) return std::unexpected(response.error());
+  return etagFromXml(XMLTagParser::extractTag("ETag", bytesOf(response->body)).value_or(""));
 }
 
 void S3Uploader::abortMultipartUpload(std::string_view key, std::string_view uploadId,

@@ -19,10 +19,10 @@ namespace orvane {
 /// retried. Any thread may make any number of them at the same time.
 ///
 /// A content type must not begin or end with a blank, which the signature counts and HTTP does not:
-/// the store answers 403.
+/// the store responds with 403.
 ///
 /// Errors they share: `S3Error::invalidURL` when configuration and key make no URL (nothing is
-/// sent), `S3Error::httpError` for an answer of 300 or more, and the HTTP client's own errors
+/// sent), `S3Error::httpError` for a response of 300 or more, and the HTTP client's own errors
 /// (domain `Error::kUrlLoading`, or `Error::kPosix` where descriptors or threads have run out; see
 /// HttpSession.h) unchanged.
 struct S3Uploader {
@@ -47,22 +47,22 @@ struct S3Uploader {
                      std::string_view contentType, const S3Config& config, UploadProgress progress,
                      UploadCompletion completion);
 
-  /// Begins a multipart upload and returns its identifier. Blocks until the answer is there.
-  /// Fails with `S3Error::serverError("Missing UploadId")` when the answer lacks one.
+  /// Begins a multipart upload and returns its identifier. Blocks until the response is there.
+  /// Fails with `S3Error::serverError("Missing UploadId")` when the response lacks one.
   [[nodiscard]] static Result<std::string> initiateMultipartUpload(std::string_view key,
                                                                    std::string_view contentType,
                                                                    const S3Config& config);
 
   /// Assembles the object from its parts (number from 1, ETag without quotes; in any order) and
-  /// returns its ETag, which may be empty. Blocks until the answer is there. An answer of 200 is a
-  /// success even if its body reports an error. Only the first MiB of the body is looked at. After
-  /// a failure the bucket holds the object, where only the answer was lost, or the parts until
-  /// `abortMultipartUpload`.
+  /// returns its ETag, which may be empty. Blocks until the response is there. A response of 200 is
+  /// a success even if its body reports an error. Only the first MiB of the body is looked at.
+  /// After a failure the bucket holds the object, where only the response was lost, or the parts
+  /// until `abortMultipartUpload`.
   [[nodiscard]] static Result<std::string> completeMultipartUpload(
       std::string_view key, std::string_view uploadId,
       std::vector<std::pair<std::int64_t, std::string>> parts, const S3Config& config);
 
-  /// Gives a multipart upload up. Blocks until the answer is there; the outcome is ignored.
+  /// Gives a multipart upload up. Blocks until the response is there; the outcome is ignored.
   static void abortMultipartUpload(std::string_view key, std::string_view uploadId,
                                    const S3Config& config);
 };

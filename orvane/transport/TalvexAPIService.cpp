@@ -26,8 +26,8 @@ std::optional<Url> pageUrl(const S3Config& config, std::string_view prefix,
   platform::appendPercentEncoded(text, prefix, platform::kUrlQueryValue);
   text.append("&max-keys=1000");
   if (continuationToken) {
-    // The answer is XML and the request is not: a token handed back with its references is another
-    // one, by which a store may repeat a page for ever.
+    // The response is XML and the request is not: a token handed back with its references is
+    // another one, by which a store may repeat a page for ever.
     const auto token = withoutXmlReferences(*continuationToken);
     text.append("&continuation-token=");
     platform::appendPercentEncoded(text, token, platform::kUrlQueryValue);
@@ -35,18 +35,18 @@ std::optional<Url> pageUrl(const S3Config& config, std::string_view prefix,
   return Url::parse(std::move(text));
 }
 
-Result<Page> readPage(const HttpResponse& answer) {
-  const bool isText = platform::isUtf8(answer.body);
-  if (answer.status >= transport::kFirstFailureStatus) {
-    return std::unexpected(Error(TalvexAPIService::kDomain, answer.status,
-                                 "ListObjects HTTP " + std::to_string(answer.status) + ": " +
-                                     (isText ? answer.body : std::string())));
+Result<Page> readPage(const HttpResponse& response) {
+  const bool isText = platform::isUtf8(response.body);
+  if (response.status >= transport::kFirstFailureStatus) {
+    return std::unexpected(Error(TalvexAPIService::kDomain, response.status,
+                                 "ListObjects HTTP " + std::to_string(response.status) + ": " +
+                                     (isText ? response.body : std::string())));
   }
   if (!isText) {
     return std::unexpected(Error(TalvexAPIService::kDomain, -1, "Invalid response encoding"));
   }
-  return Page{.pairs = transport::parseKeyETagPairs(answer.body),
-              .continuationToken = transport::parseToken(answer.body)};
+  return Page{.pairs = transport::parseKeyETagPairs(response.body),
+              .continuationToken = transport::parseToken(response.body)};
 }
 
 Result<Page> listPage(const S3Config& config, std::string_view prefix,
@@ -54,9 +54,9 @@ Result<Page> listPage(const S3Config& config, std::string_view prefix,
   const auto url = pageUrl(config, prefix, continuationToken);
   if (!url) return std::unexpected(platform::urlError(platform::UrlErrorCode::badURL));
   auto request = transport::RequestSigner(config).signedRequest("GET", *url);
-  const auto answer = platform::HttpSession::shared().sendAndWait(std::move(request));
-  if (!answer) return std::unexpected(answer.error());
-  return readPage(*answer);
+  const auto response = platform::HttpSession::shared().sendAndWait(std::move(request));
+  if (!response) return std::unexpected(response.error());
+  return readPage(*response);
 }
 
 }  // namespace

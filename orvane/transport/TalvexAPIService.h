@@ -11,8 +11,8 @@ namespace orvane {
 
 /// An object in the bucket as a listing names it.
 struct KeyETagPair {
-  std::string key;   ///< As written in the answer: the entity references of XML (&amp;) are kept.
-  std::string eTag;  ///< Without quotes; empty when the answer names none.
+  std::string key;   ///< As written in the response: the entity references of XML (&amp;) are kept.
+  std::string eTag;  ///< Without quotes; empty when the response names none.
 
   friend bool operator==(const KeyETagPair&, const KeyETagPair&) = default;
 };
@@ -42,8 +42,9 @@ class TalvexAPIService {
   ///
   /// Errors: `Error::kUrlLoading` with badURL (-1000) when the configuration makes no URL, and
   /// whatever the HTTP client reports. Of the domain `kDomain`: the status as code when that is 300
-  /// or more ("ListObjects HTTP 403: " and the first MiB of the answer's body), and -1 ("Invalid
-  /// response encoding") when an answer is not UTF-8. Entries that cannot be made out are left out.
+  /// or more ("ListObjects HTTP 403: " and the first MiB of the response's body), and -1 ("Invalid
+  /// response encoding") when a response is not UTF-8. Entries that cannot be made out are left
+  /// out.
   [[nodiscard]] Result<std::vector<KeyETagPair>> listObjects(const S3Config& config,
                                                              std::string_view prefix);
 

@@ -8,7 +8,7 @@
 
 namespace orvane {
 
-/// Pulls the text of one element out of an XML answer by plain text search.
+/// Pulls the text of one element out of an XML response by plain text search.
 struct XMLTagParser {
   XMLTagParser() = delete;
 

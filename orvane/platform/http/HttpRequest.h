@@ -19,11 +19,11 @@ struct HttpRequest {
   /// than 24 days count as 24.
   std::chrono::milliseconds timeout = std::chrono::seconds(60);
 
-  /// More of an answer's body is never read. A longer one fails with dataLengthExceedsMaximum if
+  /// More of a response's body is never read. A longer one fails with dataLengthExceedsMaximum if
   /// it is needed whole; otherwise the transfer ends there, and its status still counts.
   std::size_t maximumAnswerSize = std::size_t{64} << 20;
 
-  /// Whether a success (a status below 300) needs its whole body. Of every other answer the
+  /// Whether a success (a status below 300) needs its whole body. Of every other response the
   /// response holds the first MiB, cut at a character of UTF-8; the rest is read and dropped.
   bool needsWholeAnswer = true;
 };

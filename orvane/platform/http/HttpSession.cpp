@@ -21,19 +21,20 @@ namespace {
 
 namespace asio = boost::asio;
 
-/// Carries one transfer's reports to the session's queue. Only one report is
-/// ever under way, so completion comes last even where callbacks may run side by side; progress
-/// that a busy queue has not taken yet is replaced by the newer figure.
-class Reports : public std::enable_shared_from_this<Reports> {
+/// Runs one transfer's callbacks on the session's queue. One callback at a time is under way, so
+/// `completion` comes last even where the queue runs several side by side; progress that a busy
+/// queue has not taken yet is replaced by the newer one.
+class CallbackDispatcher : public std::enable_shared_from_this<CallbackDispatcher> {
  public:
-  Reports(OperationQueue queue, HttpSession::Progress progress, HttpSession::Completion completion)
+  CallbackDispatcher(OperationQueue queue, HttpSession::Progress progress,
+                     HttpSession::Completion completion)
       : queue_(std::move(queue)),
         progress_(std::move(progress)),
         completion_(std::move(completion)) {}
 
   void sent(std::int64_t sent, std::int64_t total) {
     const std::lock_guard lock(mutex_);
-    newest_ = Figures{.sent = sent, .total = total};
+    newest_ = Progress{.sent = sent, .total = total};
     schedule();
   }
 
@@ -44,7 +45,7 @@ class Reports : public std::enable_shared_from_this<Reports> {
   }
 
  private:
-  struct Figures {
+  struct Progress {
     std::int64_t sent;
     std::int64_t total;
   };
@@ -57,10 +58,10 @@ class Reports : public std::enable_shared_from_this<Reports> {
   void run() {
     std::unique_lock lock(mutex_);
     while (newest_ || result_) {
-      const auto figures = std::exchange(newest_, std::nullopt);
+      const auto newest = std::exchange(newest_, std::nullopt);
       auto result = std::exchange(result_, std::nullopt);
       lock.unlock();
-      if (figures && progress_) progress_(figures->sent, figures->total);
+      if (newest && progress_) progress_(newest->sent, newest->total);
       if (result) {
         progress_ = nullptr;
         std::exchange(completion_, nullptr)(std::move(*result));
@@ -71,7 +72,7 @@ class Reports : public std::enable_shared_from_this<Reports> {
   }
 
   std::mutex mutex_;
-  std::optional<Figures> newest_;
+  std::optional<Progress> newest_;
   std::optional<Result<HttpResponse>> result_;
   bool scheduled_ = false;
 
@@ -120,20 +121,20 @@ void HttpSession::start(HttpRequest request, SharedBytes body, Progress progress
     return completion(std::unexpected(posixError(EAGAIN, "start a thread")));
   }
   const bool wantsProgress = static_cast<bool>(progress);
-  auto reports =
-      std::make_shared<Reports>(state_->callbacks, std::move(progress), std::move(completion));
+  auto callbacks = std::make_shared<CallbackDispatcher>(state_->callbacks, std::move(progress),
+                                                        std::move(completion));
   Transfer::Sent sent;
   if (wantsProgress) {
-    sent = [reports](std::int64_t count, std::int64_t total) { reports->sent(count, total); };
+    sent = [callbacks](std::int64_t count, std::int64_t total) { callbacks->sent(count, total); };
   }
   TransferLoop::shared().start(std::make_shared<Transfer>(
       state_->connections, std::move(request), std::move(body), std::move(sent),
-      [reports](Result<HttpResponse> result) { reports->finished(std::move(result)); }));
+      [callbacks](Result<HttpResponse> result) { callbacks->finished(std::move(result)); }));
 }
 
 Result<HttpResponse> HttpSession::sendAndWait(HttpRequest request, SharedBytes body) {
   std::promise<Result<HttpResponse>> promise;
-  auto answer = promise.get_future();
+  auto response = promise.get_future();
   auto transfer = std::make_shared<Transfer>(
       state_->connections, std::move(request), std::move(body), Transfer::Sent{},
       [promise = std::move(promise)](Result<HttpResponse> result) mutable {
@@ -141,7 +142,7 @@ Result<HttpResponse> HttpSession::sendAndWait(HttpRequest request, SharedBytes b
       });
   transfer->reportAtExit();
   TransferLoop::shared().start(std::move(transfer));
-  return answer.get();
+  return response.get();
 }
 
 Async<HttpResponse> HttpSession::send(HttpRequest request, SharedBytes body) {

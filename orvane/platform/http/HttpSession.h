@@ -17,7 +17,7 @@ namespace orvane::platform {
 ///
 /// The request goes out as it is given: path and query byte for byte, the `Host` field that the
 /// headers hold (the connection goes to the URL's host and port all the same), nothing added but
-/// `Content-Length`. HTTP/1.1 over http and https; redirects are answers like any other;
+/// `Content-Length`. HTTP/1.1 over http and https; redirects are responses like any other;
 /// certificates are verified, by the system's authorities and those that `HostOptions` names;
 /// proxies are those of the environment (`https_proxy`, `no_proxy`...). What a proxy answers to a
 /// request over http is a response like the server's own, 407 too; over https it is an error.
@@ -32,7 +32,7 @@ namespace orvane::platform {
 ///
 /// A request is sent once. A second time, on a fresh connection, it is sent only when its kept
 /// connection turns out to have been closed before the server could read any of it; a POST not even
-/// then. Otherwise a connection that ends without an answer is the error networkConnectionLost.
+/// then. Otherwise a connection that ends without a response is the error networkConnectionLost.
 ///
 /// Where descriptors, memory for sockets or the session's threads have run out, requests fail with
 /// a POSIX error, and may succeed later. A name lookup that cannot start its thread is not told
@@ -60,7 +60,7 @@ class HttpSession {
   /// Where no thread can be started for them, `completion` is called before this returns.
   void start(HttpRequest request, SharedBytes body, Progress progress, Completion completion);
 
-  /// Sends the request and blocks until the answer is complete. Needs no thread but the I/O
+  /// Sends the request and blocks until the response is complete. Needs no thread but the I/O
   /// thread, so it may be called from anywhere, callbacks included.
   [[nodiscard]] Result<HttpResponse> sendAndWait(HttpRequest request, SharedBytes body = {});
 

@@ -11,8 +11,8 @@ void ForegroundUploadDelegate::didSendBodyData(std::int64_t totalBytesSent,
   if (progressHandler_) progressHandler_(totalBytesSent, totalBytesExpectedToSend);
 }
 
-void ForegroundUploadDelegate::didComplete(Result<HttpResponse> answer) const {
-  const auto checked = checkedAnswer(std::move(answer));
+void ForegroundUploadDelegate::didComplete(Result<HttpResponse> response) const {
+  const auto checked = checkedAnswer(std::move(response));
   completionHandler_(checked ? Result<void>{} : std::unexpected(checked.error()));
 }
 

@@ -15,7 +15,7 @@ class ForegroundUploadDelegate {
         completionHandler_(std::move(completionHandler)) {}
 
   void didSendBodyData(std::int64_t totalBytesSent, std::int64_t totalBytesExpectedToSend) const;
-  void didComplete(Result<HttpResponse> answer) const;
+  void didComplete(Result<HttpResponse> response) const;
 
  private:
   UploadProgress progressHandler_;

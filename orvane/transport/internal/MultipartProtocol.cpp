@@ -88,17 +88,17 @@ std::optional<HttpRequest> listPartsRequest(const RequestSigner& signer, const U
   return signer.signedRequest("GET", *url);
 }
 
-Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer) {
-  if (answer && answer->status >= kFirstFailureStatus) {
-    return std::unexpected(S3Error::httpError(answer->status));
+Result<HttpResponse> checkedAnswer(Result<HttpResponse> response) {
+  if (response && response->status >= kFirstFailureStatus) {
+    return std::unexpected(S3Error::httpError(response->status));
   }
-  return answer;
+  return response;
 }
 
-Result<std::string> uploadIdIn(Result<HttpResponse> answer) {
-  answer = checkedAnswer(std::move(answer));
-  if (!answer) return std::unexpected(answer.error());
-  auto uploadId = XMLTagParser::extractTag("UploadId", bytesOf(answer->body));
+Result<std::string> uploadIdIn(Result<HttpResponse> response) {
+  response = checkedAnswer(std::move(response));
+  if (!response) return std::unexpected(response.error());
+  auto uploadId = XMLTagParser::extractTag("UploadId", bytesOf(response->body));
   if (!uploadId) return std::unexpected(S3Error::serverError("Missing UploadId"));
   return std::move(*uploadId);
 }

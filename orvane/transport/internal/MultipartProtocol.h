@@ -14,7 +14,7 @@
 #include <vector>
 
 // The requests of the upload protocol, signed with the current time and ready to be sent, and what
-// their answers mean. Requests with a query are absent when their URL cannot be built.
+// their responses mean. Requests with a query are absent when their URL cannot be built.
 namespace orvane::transport {
 
 /// Part numbers and ETags, without quotes.
@@ -49,10 +49,10 @@ struct RequestWithBody {
                                                           std::string_view uploadId,
                                                           std::int64_t after);
 
-/// The answer itself, or `httpError` for a status of 300 or more, or the transport's error.
-[[nodiscard]] Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer);
+/// The response itself, or `httpError` for a status of 300 or more, or the transport's error.
+[[nodiscard]] Result<HttpResponse> checkedAnswer(Result<HttpResponse> response);
 
-/// The upload identifier in the answer to an initiate request.
-[[nodiscard]] Result<std::string> uploadIdIn(Result<HttpResponse> answer);
+/// The upload identifier in the response to an initiate request.
+[[nodiscard]] Result<std::string> uploadIdIn(Result<HttpResponse> response);
 
 }  // namespace orvane::transport

@@ -13,10 +13,10 @@ namespace {
 
 constexpr std::int64_t kPartSize = S3MultipartUploader::chunkSize;
 
-Result<std::string> etagOfPart(Result<HttpResponse> answer) {
-  answer = checkedAnswer(std::move(answer));
-  if (!answer) return std::unexpected(answer.error());
-  const auto etag = answer->headers.get("ETag");
+Result<std::string> etagOfPart(Result<HttpResponse> response) {
+  response = checkedAnswer(std::move(response));
+  if (!response) return std::unexpected(response.error());
+  const auto etag = response->headers.get("ETag");
   if (!etag) return std::unexpected(S3Error::serverError("Missing ETag"));
   return etagFromHeader(*etag);
 }
@@ -52,14 +52,14 @@ void MultipartUpload::uploadPart(std::int64_t number, std::size_t length) {
   if (!part) return abort(S3Error::invalidURL());
   uploader_->session.start(
       std::move(part->request), std::move(part->body), {},
-      [self = shared_from_this(), number, length](Result<HttpResponse> answer) {
-        self->partAnswered(number, length, std::move(answer));
+      [self = shared_from_this(), number, length](Result<HttpResponse> response) {
+        self->partResponded(number, length, std::move(response));
       });
 }
 
-void MultipartUpload::partAnswered(std::int64_t number, std::size_t length,
-                                   Result<HttpResponse> answer) {
-  auto etag = etagOfPart(std::move(answer));
+void MultipartUpload::partResponded(std::int64_t number, std::size_t length,
+                                    Result<HttpResponse> response) {
+  auto etag = etagOfPart(std::move(response));
   if (!etag) return abort(std::move(etag.error()));
   parts_.emplace_back(number, std::move(*etag));
   bytesAccepted_ += static_cast<std::int64_t>(length);
@@ -74,8 +74,8 @@ void MultipartUpload::complete() {
   if (!request) return job_.completion(std::unexpected(S3Error::invalidURL()));
   uploader_->session.start(
       std::move(request->request), std::move(request->body), {},
-      [self = shared_from_this()](Result<HttpResponse> answer) {
-        const auto checked = checkedAnswer(std::move(answer));
+      [self = shared_from_this()](Result<HttpResponse> response) {
+        const auto checked = checkedAnswer(std::move(response));
         self->job_.completion(checked ? Result<void>{} : std::unexpected(checked.error()));
       });
 }

@@ -40,9 +40,9 @@ struct MultipartUploadJob {
 
 /// One multipart upload from its first part to its completion.
 ///
-/// Reading and sending a part run on the background queue, answers on the session's queue; no
-/// thread waits in between. One part is in flight at a time, which also orders every access to the
-/// members. It keeps itself and the uploader alive until it has reported.
+/// Reading and sending a part run on the background queue, responses are handled on the session's
+/// queue; no thread waits in between. One part is in flight at a time, which also orders every
+/// access to the members. It keeps itself and the uploader alive until it has reported.
 class MultipartUpload : public std::enable_shared_from_this<MultipartUpload> {
  public:
   MultipartUpload(std::shared_ptr<UploaderState> uploader, MultipartUploadJob job);
@@ -53,7 +53,7 @@ class MultipartUpload : public std::enable_shared_from_this<MultipartUpload> {
  private:
   void uploadNextPart();
   void uploadPart(std::int64_t number, std::size_t length);
-  void partAnswered(std::int64_t number, std::size_t length, Result<HttpResponse> answer);
+  void partResponded(std::int64_t number, std::size_t length, Result<HttpResponse> response);
   void complete();
   void abort(Error reason);
 

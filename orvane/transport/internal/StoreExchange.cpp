@@ -36,7 +36,7 @@ bool isPlausible(std::chrono::sys_seconds date) {
 
 /// The region that a refusal names, if it is one for a bucket in another region.
 std::optional<std::string> regionNamedIn(const HttpResponse& response) {
-  constexpr std::size_t kLongestName = 64;
+  constexpr std::size_t kMaxNameLength = 64;
   if (response.status != 301 && response.status != 307 && response.status != 400) {
     return std::nullopt;
   }
@@ -46,7 +46,7 @@ std::optional<std::string> regionNamedIn(const HttpResponse& response) {
   }
   // The name ends up in texts that people read.
   const bool plausible =
-      !region.empty() && region.size() <= kLongestName &&
+      !region.empty() && region.size() <= kMaxNameLength &&
       region.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-") == std::string::npos;
   return plausible ? std::optional(std::move(region)) : std::nullopt;
 }

@@ -21,7 +21,6 @@ UrlErrorCode codeOf(CURLcode code, long osError) {
     case CURLE_COULDNT_RESOLVE_PROXY:
       return UrlErrorCode::dnsLookupFailed;
     case CURLE_COULDNT_CONNECT:
-    case CURLE_INTERFACE_FAILED:
       return osError == ENETUNREACH || osError == ENETDOWN ? UrlErrorCode::notConnectedToInternet
                                                            : UrlErrorCode::cannotConnectToHost;
     case CURLE_SEND_ERROR:
@@ -31,14 +30,9 @@ UrlErrorCode codeOf(CURLcode code, long osError) {
     case CURLE_PROXY:
       return UrlErrorCode::networkConnectionLost;
     case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSL_ENGINE_NOTFOUND:
-    case CURLE_SSL_ENGINE_SETFAILED:
-    case CURLE_SSL_ENGINE_INITFAILED:
     case CURLE_SSL_CERTPROBLEM:
     case CURLE_SSL_CIPHER:
-    case CURLE_USE_SSL_FAILED:
     case CURLE_SSL_SHUTDOWN_FAILED:
-    case CURLE_SSL_CRL_BADFILE:
     case CURLE_SSL_CLIENTCERT:
       return UrlErrorCode::secureConnectionFailed;
     // Trying again would not make the certificate better, nor bring the authorities.
@@ -53,7 +47,6 @@ UrlErrorCode codeOf(CURLcode code, long osError) {
     // The request's scheme is checked before: here the answer spoke another protocol.
     case CURLE_UNSUPPORTED_PROTOCOL:
     case CURLE_WEIRD_SERVER_REPLY:
-    case CURLE_BAD_CONTENT_ENCODING:
       return UrlErrorCode::badServerResponse;
     case CURLE_ABORTED_BY_CALLBACK:
       return UrlErrorCode::cancelled;

@@ -5,10 +5,10 @@
 namespace orvane::platform {
 namespace {
 
-/// More fields than any store sends; combining them takes time that grows with the square.
-constexpr std::size_t kMaximumLines = 1000;
-/// Less than what the client library takes for a fault of the connection.
-constexpr std::size_t kMaximumBytes = std::size_t{128} * 1024;
+/// More lines than any store sends; combining fields of one name takes quadratic time.
+constexpr std::size_t kMaxLines = 1000;
+/// Below the limit from which on libcurl itself fails, with an error that says less.
+constexpr std::size_t kMaxBytes = std::size_t{128} * 1024;
 
 std::string_view withoutBlanks(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r\n";
@@ -28,10 +28,10 @@ std::string textFrom(std::string value) {
 
 bool ResponseHead::read(std::string_view line) {
   bytes_ += line.size();
-  if (++lines_ > kMaximumLines || bytes_ > kMaximumBytes) return false;
+  if (++lines_ > kMaxLines || bytes_ > kMaxBytes) return false;
   if (isComplete_) return true;
-  // An interim answer is followed by the head of another one; after 101, which no request here asks
-  // for, the library takes what comes for a body, and the answer stays incomplete.
+  // An interim response is followed by the head of another one; after 101, which no request here
+  // asks for, the library takes what comes for a body, and the response stays incomplete.
   if (line.starts_with("HTTP/")) {
     isInterim_ = line.substr(line.find(' ') + 1).starts_with('1');
   } else if (!isInterim_) {
