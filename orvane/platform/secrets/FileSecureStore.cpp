@@ -19,7 +19,8 @@ namespace {
 namespace fs = std::filesystem;
 
 /// No separator, and no ".", which could make a name special or that of a temporary file.
-constexpr platform::CharacterSet kFileNameAllowed{"-_"};
+constexpr platform::CharacterSet kFileNameAllowed =
+    platform::kUrlUnreserved - platform::CharacterSet(".~");
 
 Error noFolder() {
   return SecureStore::error(SecureStoreErrorCode::unavailable, "the host has no data folder");
