@@ -114,7 +114,9 @@ bool read(ondemand::value& value, std::string& result) {
 
 bool read(ondemand::value& value, std::int64_t& result) {
   if (!value.get_int64().get(result)) return true;
+  // Too large, or with a fraction or an exponent that may come to a whole number.
   constexpr double kEnd = 0x1p63;
+  if (tokenOf(value).find_first_of(".eE") == std::string_view::npos) return false;
   double number = 0;
   if (!read(value, number) || std::trunc(number) != number) return false;
   if (number < -kEnd || number >= kEnd) return false;
