@@ -1,7 +1,8 @@
 // What reading an answer of a listing costs, against `memchr` looking once at each of its bytes.
 
+#include <orvane/transport/Listing.h>
+
 #include <orvane/platform/base/Utf8.h>
-#include <orvane/transport/internal/ListingPage.h>
 
 #include "Ratio.h"
 

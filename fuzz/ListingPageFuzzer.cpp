@@ -4,8 +4,7 @@
 #define PCRE2_CODE_UNIT_WIDTH 8
 
 #include <orvane/platform/base/Utf8.h>
-#include <orvane/transport/ETag.h>
-#include <orvane/transport/internal/ListingPage.h>
+#include <orvane/transport/Listing.h>
 
 #include <pcre2.h>
 

@@ -48,8 +48,6 @@ class AWSSignatureV4 {
                                           bool unsignedPayload, TimePoint date) const;
 
  private:
-  friend struct SigningSteps;  ///< Lets tests look at each step.
-
   /// Header fields in the order in which they are signed. The texts belong to others.
   struct Field {
     std::string_view loweredName;

@@ -1,11 +1,9 @@
 #include <orvane/transport/S3Config.h>
 
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace orvane {
 namespace {
-
-using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 const S3Config kConfig{.bucket = "photos",
                        .region = "eu-1",
@@ -20,7 +18,7 @@ S3Config with(std::string S3Config::* member, const std::string& value) {
   return config;
 }
 
-std::string urlText(const S3Config& config, std::string_view key) {
+std::string urlOf(const S3Config& config, std::string_view key = "x.jpg") {
   const auto url = config.url(key);
   return url ? url->text() : "(absent)";
 }
@@ -30,7 +28,6 @@ TEST(S3Config, JsonRoundTripsWithAndWithoutTenant) {
   EXPECT_EQ(S3Config::fromJson(kConfig.toJson()), kConfig);
   auto tenant = kConfig;
   tenant.tenantName = "";
-  EXPECT_NE(tenant.toJson().find(R"("tenantName":"")"), std::string::npos);
   EXPECT_EQ(S3Config::fromJson(tenant.toJson()), tenant);
   EXPECT_NE(tenant, kConfig);
   EXPECT_EQ(with(&S3Config::bucket, "\xFF").toJson(), "");
@@ -39,9 +36,8 @@ TEST(S3Config, JsonRoundTripsWithAndWithoutTenant) {
 TEST(S3Config, FromJsonTakesWholeConfigurationsOnly) {
   const std::string members =
       R"({"bucket":"b","region":"r","accessKey":"a","secretKey":"s","endpoint":"e")";
-  for (const std::string rest :
-       {R"(,"prefix":""})", R"(,"prefix":"","tenantName":null,"more":[1,{"x":2}]} )",
-        R"(,"prefix":"","tenantName":"x","tenantName":null})"}) {
+  for (const std::string rest : {R"(,"prefix":"","tenantName":null,"more":[1,{"x":2}]} )",
+                                 R"(,"prefix":"","tenantName":"x","tenantName":null})"}) {
     EXPECT_TRUE(S3Config::fromJson(members + rest)) << rest;
   }
   for (const std::string rest :
@@ -49,7 +45,6 @@ TEST(S3Config, FromJsonTakesWholeConfigurationsOnly) {
         R"(,"prefix":"","more":tru})", R"(,"prefix":""} {})", ",\"prefix\":\"\xFF\"}"}) {
     EXPECT_FALSE(S3Config::fromJson(members + rest)) << rest;
   }
-  EXPECT_FALSE(S3Config::fromJson("[]") || S3Config::fromJson(""));
 }
 
 TEST(S3Config, IsValidNeedsAllButThePrefix) {
@@ -61,36 +56,26 @@ TEST(S3Config, IsValidNeedsAllButThePrefix) {
 }
 
 TEST(S3Config, HostIsTheEndpointsHostNameOrTheEndpoint) {
-  for (const auto& [endpoint, host] : Pairs{{"https://store.example:9000/base", "store.example"},
-                                            {"http://[::1]:8080/", "[::1]"},
-                                            {"store.example:9000", "store.example:9000"},
-                                            {"https://with space/", "https://with space/"},
-                                            {"", ""}}) {
-    EXPECT_EQ(with(&S3Config::endpoint, endpoint).host(), host);
-  }
+  EXPECT_EQ(with(&S3Config::endpoint, "https://store.example:9000/b").host(), "store.example");
+  EXPECT_EQ(with(&S3Config::endpoint, "store.example:9000").host(), "store.example:9000");
+  EXPECT_EQ(with(&S3Config::endpoint, "https://with space/").host(), "https://with space/");
 }
 
-TEST(S3Config, UrlEscapesWhatAPathCannotHold) {
-  for (const auto& [key, escaped] :
-       Pairs{{"2024/IMG 1.jpg", "2024/IMG%201.jpg"},
-             {"!$&'()*+,-./:=@_~", "!$&'()*+,-./:=@_~"},
-             {"a;b?c#d[e]f%20\"<>\\^`{|}", "a%3Bb%3Fc%23d%5Be%5Df%2520%22%3C%3E%5C%5E%60%7B%7C%7D"},
-             {"//x/../y/", "//x/../y/"},
-             {"citt\u00e0", "citt%C3%A0"},
-             {"", ""}}) {
-    EXPECT_EQ(urlText(kConfig, key), "https://store.example:9000/base/photos/backup/" + escaped);
+TEST(S3Config, UrlJoinsEndpointBucketPrefixAndKeyAndEscapesWhatAPathCannotHold) {
+  const std::string start = "https://store.example:9000/base/photos/backup/";
+  for (const auto& [key, escaped] : std::map<std::string, std::string>{
+           {"!$&'()*+,-./:=@_~", "!$&'()*+,-./:=@_~"},
+           {"a;b?c#d[e]f%20\"<>\\^`{|}", "a%3Bb%3Fc%23d%5Be%5Df%2520%22%3C%3E%5C%5E%60%7B%7C%7D"},
+           {"//x/../y z/", "//x/../y%20z/"},
+           {"citt\u00e0", "citt%C3%A0"},
+           {"", ""}}) {
+    EXPECT_EQ(urlOf(kConfig, key), start + escaped);
   }
-}
-
-TEST(S3Config, UrlJoinsEndpointBucketPrefixAndKey) {
-  auto config = with(&S3Config::endpoint, "///https://store.example///");
-  config.prefix = "backup";
-  EXPECT_EQ(urlText(config, "x.jpg"), "https://store.example/photos/backupx.jpg");
-  config.prefix = "";
-  EXPECT_EQ(urlText(config, "x.jpg"), "https://store.example/photos/x.jpg");
-  for (const auto* bucket : {"with space", "citt\u00e0", "50%"}) {
-    EXPECT_EQ(urlText(with(&S3Config::bucket, bucket), "x.jpg"), "(absent)");
-  }
+  EXPECT_EQ(urlOf(with(&S3Config::endpoint, "///https://a.example///")),
+            "https://a.example/photos/backup/x.jpg");
+  EXPECT_EQ(urlOf(with(&S3Config::prefix, "b \u00e8")),
+            "https://store.example:9000/base/photos/b%20%C3%A8x.jpg");
+  EXPECT_EQ(urlOf(with(&S3Config::bucket, "50%")), "(absent)");
 }
 
 }  // namespace

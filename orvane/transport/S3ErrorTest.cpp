@@ -1,37 +1,47 @@
 #include <orvane/transport/S3Error.h>
 
-#include <gtest/gtest.h>
+#include <orvane/transport/RetryPolicy.h>
+
+#include "support/Test.h"
 
 namespace orvane {
 namespace {
 
-TEST(S3Error, EveryCaseHasItsSentence) {
-  const std::pair<S3Error, std::string> cases[] = {
-      {S3Error::httpError(403), "HTTP error 403"},
-      {S3Error::httpError(-9'000'000'000), "HTTP error -9000000000"},
-      {S3Error::serverError("Missing ETag"), "Missing ETag"},
-      {S3Error::invalidURL(), "Invalid S3 URL"},
-      {S3Error::fileReadError(), "Unable to read file"},
-      {S3Error::sessionNotConfigured(), "Background session not configured"},
-      {S3Error::exportFailed(), "Photo export failed"},
-  };
-  for (const auto& [error, sentence] : cases) {
-    EXPECT_EQ(error.errorDescription(), sentence);
+TEST(S3Error, EveryCaseHasItsSentenceAndMayPassOrNot) {
+  const std::tuple<S3Error, std::string, bool> cases[] = {
+      {S3Error::httpError(429), "HTTP error 429", true},
+      {S3Error::httpError(500, "any body"), "HTTP error 500", true},
+      {S3Error::httpError(INT64_MAX), "HTTP error 9223372036854775807", true},
+      {S3Error::httpError(-9'000'000'000), "HTTP error -9000000000", false},
+      {S3Error::httpError(428), "HTTP error 428", false},
+      {S3Error::httpError(430), "HTTP error 430", false},
+      {S3Error::httpError(499), "HTTP error 499", false},
+      {S3Error::parseError("HTTP error 500"), "HTTP error 500", false},
+      {S3Error::invalidURL(), "Invalid S3 URL", false},
+      {S3Error::noData(), "Unable to read file", false},
+      {S3Error::sessionNotConfigured(), "Background session not configured", false},
+      {S3Error::exportFailed(), "Photo export failed", false}};
+  for (const auto& [error, sentence, mayPass] : cases) {
     const Error general = error;
     EXPECT_EQ(general.description(), sentence);
     ASSERT_NE(general.as<S3Error>(), nullptr);
     EXPECT_EQ(*general.as<S3Error>(), error);
+    EXPECT_EQ(RetryPolicy::isRetryable(error), mayPass) << sentence;
+    for (const auto& [other, otherSentence, ignored] : cases) {
+      EXPECT_EQ(error == other, &sentence == &otherSentence) << sentence << ", " << otherSentence;
+    }
   }
 }
 
-TEST(S3Error, EqualityLooksAtCaseAndPayload) {
-  EXPECT_EQ(S3Error::httpError(500, "any body"), S3Error::httpError(500));
-  EXPECT_NE(S3Error::httpError(500), S3Error::httpError(501));
-  EXPECT_EQ(S3Error::parseError("x"), S3Error::serverError("x"));
-  EXPECT_NE(S3Error::serverError("Invalid S3 URL"), S3Error::invalidURL());
-  EXPECT_EQ(S3Error::noData(), S3Error::fileReadError());
-  EXPECT_EQ(S3Error::httpError(429).statusCode(), 429);
-  EXPECT_EQ(S3Error::noData().statusCode(), std::nullopt);
+TEST(RetryPolicy, JudgesOtherErrorsByDomainAndCode) {
+  const std::set<int> retryable = {-1001, -1005, -1009, -1004, -1003, -1006, -1200};
+  for (int code = -1300; code <= 600; ++code) {
+    EXPECT_EQ(RetryPolicy::isRetryable(Error(Error::kUrlLoading, code, "")),
+              retryable.contains(code))
+        << code;
+  }
+  EXPECT_TRUE(RetryPolicy::isRetryable(Error(Error::kPosix, EIO, "")));
+  EXPECT_FALSE(RetryPolicy::isRetryable(Error("TalvexAPIService", 503, "")));
 }
 
 }  // namespace

@@ -2,25 +2,21 @@
 
 #include <orvane/platform/concurrency/BackgroundQueue.h>
 #include <orvane/platform/files/FileReader.h>
+#include <orvane/platform/files/FileVersion.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/internal/MultipartProtocol.h>
 #include <orvane/transport/internal/MultipartUpload.h>
-
-#include <sys/stat.h>
 
 #include <optional>
 #include <utility>
 
 namespace orvane {
+
+using namespace transport;
+
 namespace {
 
 constexpr std::size_t kConcurrentCallbacks = 4;
-
-std::optional<std::int64_t> sizeOf(const std::filesystem::path& file) {
-  struct stat attributes{};
-  if (::stat(file.c_str(), &attributes) != 0) return std::nullopt;
-  return attributes.st_size;
-}
 
 void uploadSingle(UploaderState& uploader, const std::filesystem::path& file, const Url& object,
                   std::string_view contentType, std::int64_t size, UploadProgress progress,
@@ -65,17 +61,17 @@ void S3MultipartUploader::upload(const std::filesystem::path& fileURL, std::stri
                                  UploadCompletion completion) {
   auto object = state_->config.url(key);
   if (!object) return completion(std::unexpected(S3Error::invalidURL()));
-  const auto size = sizeOf(fileURL);
-  if (!size) return completion(std::unexpected(S3Error::fileReadError()));
-  if (*size < chunkSize) {
-    return uploadSingle(*state_, fileURL, *object, contentType, *size, std::move(progress),
+  const auto version = platform::versionOf(fileURL);
+  if (!version) return completion(std::unexpected(S3Error::fileReadError()));
+  if (version->size < chunkSize) {
+    return uploadSingle(*state_, fileURL, *object, contentType, version->size, std::move(progress),
                         std::move(completion));
   }
   uploadInParts(state_, contentType,
                 {.file = fileURL,
                  .object = std::move(*object),
                  .uploadId = {},
-                 .fileSize = *size,
+                 .fileSize = version->size,
                  .progress = std::move(progress),
                  .completion = std::move(completion)});
 }

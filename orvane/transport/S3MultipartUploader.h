@@ -10,7 +10,9 @@
 
 namespace orvane {
 
+namespace transport {
 struct UploaderState;
+}
 
 /// Uploads local files of any size: below `chunkSize` in one request, from there on in parts, one
 /// after the other. A failed part aborts the whole upload. Nothing is retried, and nothing is
@@ -65,7 +67,7 @@ class S3MultipartUploader {
               std::string_view contentType, UploadProgress progress, UploadCompletion completion);
 
  private:
-  std::shared_ptr<UploaderState> state_;
+  std::shared_ptr<transport::UploaderState> state_;
 };
 
 }  // namespace orvane

@@ -3,7 +3,7 @@
 #include <orvane/platform/files/FileReader.h>
 #include <orvane/platform/http/HttpSession.h>
 #include <orvane/transport/BucketRequests.h>
-#include <orvane/transport/ETag.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/XMLTagParser.h>
 #include <orvane/transport/internal/ForegroundUploadDelegate.h>
@@ -12,12 +12,9 @@
 #include <memory>
 
 namespace orvane {
-namespace {
 
+using namespace transport;
 using platform::HttpSession;
-using transport::RequestSigner;
-
-}  // namespace
 
 Async<std::string> S3Uploader::uploadData(Bytes data, std::string key, std::string contentType,
                                           S3Config config) {
@@ -28,7 +25,7 @@ Async<std::string> S3Uploader::uploadData(Bytes data, std::string key, std::stri
   auto sending = HttpSession::shared().send(std::move(put.request), std::move(put.body));
   const auto answer = checkedAnswer(co_await std::move(sending));
   if (!answer) co_return std::unexpected(answer.error());
-  co_return transport::etagFromHeader(answer->headers.get("ETag").value_or(""));
+  co_return etagFromHeader(answer->headers.get("ETag").value_or(""));
 }
 
 void S3Uploader::upload(const std::filesystem::path& fileURL, std::string_view key,
@@ -69,8 +66,7 @@ Result<std::string> S3Uploader::completeMultipartUpload(
   const auto answer = checkedAnswer(
       HttpSession::shared().sendAndWait(std::move(complete->request), std::move(complete->body)));
   if (!answer) return std::unexpected(answer.error());
-  return transport::etagFromXml(
-      XMLTagParser::extractTag("ETag", bytesOf(answer->body)).value_or(""));
+  return etagFromXml(XMLTagParser::extractTag("ETag", bytesOf(answer->body)).value_or(""));
 }
 
 void S3Uploader::abortMultipartUpload(std::string_view key, std::string_view uploadId,

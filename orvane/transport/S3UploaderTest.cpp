@@ -2,9 +2,7 @@
 
 #include <orvane/transport/S3Error.h>
 
-#include "support/ChildProcess.h"
 #include "support/FaultServer.h"
-#include "support/MemoryGrowth.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
@@ -131,20 +129,23 @@ TEST_F(S3UploaderTest, CallsReportEveryFailure) {
   }
 }
 
-TEST_F(S3UploaderTest, UploadSendsAWholeFileWithProgress) {
+TEST_F(S3UploaderTest, UploadSendsAWholeFileWithProgressBeforeItsOutcome) {
   testing::writeFile(file, std::string(3'000'000, 'f'));
   const auto large = upload(file, config);
   EXPECT_TRUE(large.result);
   EXPECT_EQ(large.sent.back(), 3'000'000);
+  EXPECT_NE(large.completedOn, std::this_thread::get_id());
   EXPECT_EQ(server.requests().at(0).body.size(), 3'000'000U);
-  EXPECT_EQ(server.requests().at(0).header("Content-Length"), "3000000");
-
+  server.queue(answer(500));
+  const auto refused = upload(file, config);
+  EXPECT_EQ(refused.result, std::unexpected(S3Error::httpError(500)));
+  EXPECT_FALSE(refused.sent.empty());
+  server.queue(testing::resetAfter(200'000));
+  EXPECT_EQ(upload(file, config).result.error().code(), -1005);
   testing::writeFile(file, "");
   EXPECT_TRUE(upload(file, config).result);
-  EXPECT_EQ(server.requests().at(1).header("Content-Length"), "0");
-  EXPECT_EQ(server.requests().at(1).header("x-amz-content-sha256"),
-            "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-  EXPECT_EQ(server.connectionCount(), 2U);  // Each upload has a session of its own.
+  EXPECT_EQ(server.requests().at(3).header("Content-Length"), "0");
+  EXPECT_EQ(server.connectionCount(), 4U);  // Each upload has a session of its own.
 }
 
 TEST_F(S3UploaderTest, UploadFailsEarlyOnTheCallersThread) {
@@ -160,41 +161,16 @@ TEST_F(S3UploaderTest, UploadFailsEarlyOnTheCallersThread) {
   EXPECT_EQ(server.connectionCount(), 0U);
 }
 
-TEST_F(S3UploaderTest, UploadReportsFailuresAfterProgress) {
-  testing::writeFile(file, std::string(1'000'000, 'f'));
-  server.queue(answer(500));
-  const auto refused = upload(file, config);
-  EXPECT_EQ(refused.result, std::unexpected(S3Error::httpError(500)));
-  EXPECT_FALSE(refused.sent.empty());
-  EXPECT_NE(refused.completedOn, std::this_thread::get_id());
-  server.queue(testing::resetAfter(200'000));
-  EXPECT_EQ(upload(file, config).result.error().code(), -1005);
-}
-
-const testing::ChildMain kCallsWithEndlessAnswers("callsWithEndlessAnswers", [](const auto& url) {
-  const auto config = configFor(url.at(0));
-  testing::writeFile(testDirectory() / "f", "x");
-  const testing::MemoryGrowth growth;
-  std::cout << (uploadData("x", config) == "tag")
-            << upload(testDirectory() / "f", config).result.has_value()
-            << (complete(config) == "abc")
-            << (initiate(config) == std::unexpected(S3Error::httpError(403)));
-  S3Uploader::abortMultipartUpload("k", "id", config);
-  if (testing::kMemoryIsTheProgramsOwn && growth.kibibytes() > 16 * 1024) {
-    std::cout << " and " << growth.kibibytes() << " KiB";
-  }
-  return 0;
-});
-
-TEST_F(S3UploaderTest, AnswersThatNobodyReadsAreNotKept) {
-  FaultServer endless([](const auto& request) -> testing::Reaction {
-    const std::string status =
-        request.method() == "POST" && request.target().ends_with("?uploads") ? "403 No" : "200 OK";
-    return {.answer = "HTTP/1.1 " + status + "\r\nETag: tag\r\n\r\n<ETag>abc</ETag>" +
-                      std::string(100'000, 'x'),
+TEST_F(S3UploaderTest, BodiesThatNobodyReadsMayBeEndless) {
+  FaultServer endless([](const auto&) -> testing::Reaction {
+    return {.answer =
+                "HTTP/1.1 200 OK\r\nETag: tag\r\n\r\n<ETag>abc</ETag>" + std::string(100'000, 'x'),
             .end = testing::Reaction::End::repeat};
   });
-  EXPECT_EQ(testing::outputOfChild("callsWithEndlessAnswers", {endless.url()}), "1111");
+  testing::writeFile(file, "x");
+  EXPECT_EQ(uploadData("x", configFor(endless.url())), "tag");
+  EXPECT_TRUE(upload(file, configFor(endless.url())).result);
+  EXPECT_EQ(complete(configFor(endless.url())), "abc");
 }
 
 TEST_F(S3UploaderTest, AbortReturnsWhateverHappens) {

@@ -5,8 +5,8 @@
 #include <orvane/platform/http/HttpSession.h>
 #include <orvane/platform/http/UrlError.h>
 #include <orvane/transport/BucketRequests.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/XmlText.h>
-#include <orvane/transport/internal/ListingPage.h>
 
 #include <iterator>
 #include <optional>

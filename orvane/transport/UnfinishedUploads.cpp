@@ -3,7 +3,7 @@
 #include <orvane/platform/base/PercentEncoding.h>
 #include <orvane/platform/http/HttpSession.h>
 #include <orvane/transport/BucketRequests.h>
-#include <orvane/transport/NextElement.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/XmlText.h>
 #include <orvane/transport/internal/MultipartProtocol.h>
@@ -40,8 +40,8 @@ std::optional<Url> pageUrl(const S3Config& config, std::string_view prefix, cons
   return Url::parse(std::move(text));
 }
 
-std::string textIn(std::string_view element, const transport::ElementTags& tags) {
-  return withoutXmlReferences(nextElement(element, tags).value_or(""));
+std::string textIn(std::string_view element, std::string_view name) {
+  return withoutXmlReferences(nextElement(element, name).value_or(""));
 }
 
 /// A time like "2026-01-31T12:00:00.000Z", to the second.
@@ -54,14 +54,13 @@ std::optional<std::chrono::sys_seconds> timeIn(const std::string& text) {
 /// Appends what a page lists; the marker of the next one, if there is one.
 std::optional<Marker> readPage(std::string_view page, std::vector<UnfinishedUpload>& uploads) {
   std::optional<Marker> next;
-  if (textIn(page, {"<IsTruncated>", "</IsTruncated>"}) == "true") {
-    next = {.key = textIn(page, {"<NextKeyMarker>", "</NextKeyMarker>"}),
-            .uploadId = textIn(page, {"<NextUploadIdMarker>", "</NextUploadIdMarker>"})};
+  if (textIn(page, "IsTruncated") == "true") {
+    next = {.key = textIn(page, "NextKeyMarker"), .uploadId = textIn(page, "NextUploadIdMarker")};
   }
-  while (const auto entry = nextElement(page, {"<Upload>", "</Upload>"})) {
-    auto key = textIn(*entry, {"<Key>", "</Key>"});
-    auto uploadId = textIn(*entry, {"<UploadId>", "</UploadId>"});
-    const auto begun = timeIn(textIn(*entry, {"<Initiated>", "</Initiated>"}));
+  while (const auto entry = nextElement(page, "Upload")) {
+    auto key = textIn(*entry, "Key");
+    auto uploadId = textIn(*entry, "UploadId");
+    const auto begun = timeIn(textIn(*entry, "Initiated"));
     if (key.empty() || uploadId.empty() || !begun) continue;
     uploads.push_back({.key = std::move(key), .uploadId = std::move(uploadId), .begun = *begun});
   }
@@ -77,7 +76,7 @@ Result<std::vector<UnfinishedUpload>> listUnfinishedUploads(const S3Config& conf
   for (Marker after;;) {
     const auto url = pageUrl(config, prefix, after);
     if (!url) return std::unexpected<Error>(S3Error::invalidURL());
-    const auto response = checkedAnswer(
+    const auto response = transport::checkedAnswer(
         platform::HttpSession::shared().sendAndWait(signer.signedRequest("GET", *url)));
     if (!response) return std::unexpected(response.error());
     auto next = readPage(response->body, uploads);

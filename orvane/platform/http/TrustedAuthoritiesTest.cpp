@@ -1,6 +1,5 @@
 #include <orvane/platform/host/HostApplication.h>
 #include <orvane/platform/http/HttpSession.h>
-#include <orvane/platform/http/internal/CurlError.h>
 
 #include "support/Test.h"
 #include "support/TlsServer.h"
@@ -46,18 +45,6 @@ TEST(TrustedAuthorities, VouchForServersAndFaultsAreNamed) {
   EXPECT_EQ(errorFrom(expired.url), kUntrusted + "(it has expired)");
   setenv("https_proxy", expired.url.c_str(), 1);
   EXPECT_EQ(errorFrom("https://elsewhere.example/"), kUntrusted + "(of the proxy: it has expired)");
-}
-
-TEST(TrustedAuthorities, AMachineWithoutAnyGivesAFinalError) {
-  testing::makeAuthority("server");
-  const TlsServer server("server");
-  CURL* const easy = curl_easy_init();
-  curl_easy_setopt(easy, CURLOPT_URL, server.url.c_str());
-  curl_easy_setopt(easy, CURLOPT_CAINFO, file("missing.pem").c_str());
-  const auto error = errorOf(easy, curl_easy_perform(easy));
-  curl_easy_cleanup(easy);
-  EXPECT_EQ(error.code(), -1202);
-  EXPECT_EQ(error.description(), kUntrusted + "(the system has no bundle of authorities)");
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include <orvane/tagsync/internal/TagListing.h>
 
-#include <orvane/transport/ETag.h>
-#include <orvane/transport/NextElement.h>
+#include <orvane/transport/Listing.h>
 
 namespace orvane::tagsync {
 namespace {
@@ -9,8 +8,8 @@ namespace {
 /// No object has a longer key. What is listed ends up in every row of a device's tags.
 constexpr std::size_t kMaximumKeyLength = 1024;
 
-std::string_view firstElement(std::string_view text, const transport::ElementTags& tags) {
-  return transport::nextElement(text, tags).value_or("");
+std::string_view firstElement(std::string_view text, std::string_view name) {
+  return transport::nextElement(text, name).value_or("");
 }
 
 /// The identifier in a tag object's key; empty for every other key.
@@ -27,10 +26,10 @@ std::string_view identifierIn(std::string_view key, std::string_view listPrefix)
 
 std::vector<RemoteTagFile> tagFilesInListing(std::string_view text, std::string_view listPrefix) {
   std::vector<RemoteTagFile> files;
-  while (const auto entry = transport::nextElement(text, {"<Contents>", "</Contents>"})) {
-    const auto uuid = identifierIn(firstElement(*entry, {"<Key>", "</Key>"}), listPrefix);
+  while (const auto entry = transport::nextElement(text, "Contents")) {
+    const auto uuid = identifierIn(firstElement(*entry, "Key"), listPrefix);
     if (uuid.empty()) continue;
-    const auto eTag = firstElement(*entry, {"<ETag>", "</ETag>"});
+    const auto eTag = firstElement(*entry, "ETag");
     files.push_back({std::string(uuid), transport::etagFromXml(eTag)});
   }
   return files;

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace orvane {
+namespace orvane::transport {
 
 void ForegroundUploadDelegate::didSendBodyData(std::int64_t totalBytesSent,
                                                std::int64_t totalBytesExpectedToSend) const {
@@ -16,4 +16,4 @@ void ForegroundUploadDelegate::didComplete(Result<HttpResponse> answer) const {
   completionHandler_(checked ? Result<void>{} : std::unexpected(checked.error()));
 }
 
-}  // namespace orvane
+}  // namespace orvane::transport

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-namespace orvane {
+namespace orvane::transport {
 
 /// Turns the events of one file upload into the host's callbacks.
 class ForegroundUploadDelegate {
@@ -22,4 +22,4 @@ class ForegroundUploadDelegate {
   UploadCompletion completionHandler_;
 };
 
-}  // namespace orvane
+}  // namespace orvane::transport

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <memory>
 
-namespace orvane {
+namespace orvane::transport {
 namespace {
 
 AWSSignatureV4::Headers contentTypeHeader(std::string_view contentType,
@@ -35,7 +35,7 @@ std::string completeMultipartUploadXml(MultipartParts parts) {
 
 }  // namespace
 
-RequestWithBody putObjectRequest(const transport::RequestSigner& signer, const Url& object,
+RequestWithBody putObjectRequest(const RequestSigner& signer, const Url& object,
                                  std::string_view contentType, SharedBytes body,
                                  const AWSSignatureV4::Headers& metadata) {
   auto request =
@@ -43,17 +43,17 @@ RequestWithBody putObjectRequest(const transport::RequestSigner& signer, const U
   return answeredByItsHead(std::move(request), std::move(body));
 }
 
-std::optional<HttpRequest> initiateRequest(const transport::RequestSigner& signer,
-                                           const Url& object, std::string_view contentType,
+std::optional<HttpRequest> initiateRequest(const RequestSigner& signer, const Url& object,
+                                           std::string_view contentType,
                                            const AWSSignatureV4::Headers& metadata) {
   const auto url = object.withQuery({{"uploads", std::nullopt}});
   if (!url) return std::nullopt;
   return signer.signedRequest("POST", *url, contentTypeHeader(contentType, metadata));
 }
 
-std::optional<RequestWithBody> uploadPartRequest(const transport::RequestSigner& signer,
-                                                 const Url& object, std::int64_t partNumber,
-                                                 std::string_view uploadId, SharedBytes body) {
+std::optional<RequestWithBody> uploadPartRequest(const RequestSigner& signer, const Url& object,
+                                                 std::int64_t partNumber, std::string_view uploadId,
+                                                 SharedBytes body) {
   const auto number = std::to_string(partNumber);
   const auto url = object.withQuery({{"partNumber", number}, {"uploadId", uploadId}});
   if (!url) return std::nullopt;
@@ -61,9 +61,8 @@ std::optional<RequestWithBody> uploadPartRequest(const transport::RequestSigner&
   return answeredByItsHead(std::move(request), std::move(body));
 }
 
-std::optional<RequestWithBody> completeRequest(const transport::RequestSigner& signer,
-                                               const Url& object, std::string_view uploadId,
-                                               MultipartParts parts) {
+std::optional<RequestWithBody> completeRequest(const RequestSigner& signer, const Url& object,
+                                               std::string_view uploadId, MultipartParts parts) {
   const auto url = object.withQuery({{"uploadId", uploadId}});
   if (!url) return std::nullopt;
   const auto xml =
@@ -74,16 +73,15 @@ std::optional<RequestWithBody> completeRequest(const transport::RequestSigner& s
   return answeredByItsHead(std::move(request), std::move(body));
 }
 
-std::optional<HttpRequest> abortRequest(const transport::RequestSigner& signer, const Url& object,
+std::optional<HttpRequest> abortRequest(const RequestSigner& signer, const Url& object,
                                         std::string_view uploadId) {
   const auto url = object.withQuery({{"uploadId", uploadId}});
   if (!url) return std::nullopt;
   return answeredByItsHead(signer.signedRequest("DELETE", *url)).request;
 }
 
-std::optional<HttpRequest> listPartsRequest(const transport::RequestSigner& signer,
-                                            const Url& object, std::string_view uploadId,
-                                            std::int64_t after) {
+std::optional<HttpRequest> listPartsRequest(const RequestSigner& signer, const Url& object,
+                                            std::string_view uploadId, std::int64_t after) {
   const auto marker = std::to_string(after);
   const auto url = object.withQuery({{"uploadId", uploadId}, {"part-number-marker", marker}});
   if (!url) return std::nullopt;
@@ -91,7 +89,7 @@ std::optional<HttpRequest> listPartsRequest(const transport::RequestSigner& sign
 }
 
 Result<HttpResponse> checkedAnswer(Result<HttpResponse> answer) {
-  if (answer && answer->status >= transport::kFirstFailureStatus) {
+  if (answer && answer->status >= kFirstFailureStatus) {
     return std::unexpected(S3Error::httpError(answer->status));
   }
   return answer;
@@ -105,4 +103,4 @@ Result<std::string> uploadIdIn(Result<HttpResponse> answer) {
   return std::move(*uploadId);
 }
 
-}  // namespace orvane
+}  // namespace orvane::transport

@@ -15,7 +15,7 @@
 
 // The requests of the upload protocol, signed with the current time and ready to be sent, and what
 // their answers mean. Requests with a query are absent when their URL cannot be built.
-namespace orvane {
+namespace orvane::transport {
 
 /// Part numbers and ETags, without quotes.
 using MultipartParts = std::vector<std::pair<std::int64_t, std::string>>;
@@ -25,25 +25,26 @@ struct RequestWithBody {
   SharedBytes body;
 };
 
-[[nodiscard]] RequestWithBody putObjectRequest(const transport::RequestSigner& signer,
-                                               const Url& object, std::string_view contentType,
-                                               SharedBytes body,
+[[nodiscard]] RequestWithBody putObjectRequest(const RequestSigner& signer, const Url& object,
+                                               std::string_view contentType, SharedBytes body,
                                                const AWSSignatureV4::Headers& metadata = {});
 [[nodiscard]] std::optional<HttpRequest> initiateRequest(
-    const transport::RequestSigner& signer, const Url& object, std::string_view contentType,
+    const RequestSigner& signer, const Url& object, std::string_view contentType,
     const AWSSignatureV4::Headers& metadata = {});
-[[nodiscard]] std::optional<RequestWithBody> uploadPartRequest(
-    const transport::RequestSigner& signer, const Url& object, std::int64_t partNumber,
-    std::string_view uploadId, SharedBytes body);
-[[nodiscard]] std::optional<RequestWithBody> completeRequest(const transport::RequestSigner& signer,
+[[nodiscard]] std::optional<RequestWithBody> uploadPartRequest(const RequestSigner& signer,
+                                                               const Url& object,
+                                                               std::int64_t partNumber,
+                                                               std::string_view uploadId,
+                                                               SharedBytes body);
+[[nodiscard]] std::optional<RequestWithBody> completeRequest(const RequestSigner& signer,
                                                              const Url& object,
                                                              std::string_view uploadId,
                                                              MultipartParts parts);
-[[nodiscard]] std::optional<HttpRequest> abortRequest(const transport::RequestSigner& signer,
+[[nodiscard]] std::optional<HttpRequest> abortRequest(const RequestSigner& signer,
                                                       const Url& object, std::string_view uploadId);
 
 /// Asks for the parts after the one with the number `after`.
-[[nodiscard]] std::optional<HttpRequest> listPartsRequest(const transport::RequestSigner& signer,
+[[nodiscard]] std::optional<HttpRequest> listPartsRequest(const RequestSigner& signer,
                                                           const Url& object,
                                                           std::string_view uploadId,
                                                           std::int64_t after);
@@ -54,4 +55,4 @@ struct RequestWithBody {
 /// The upload identifier in the answer to an initiate request.
 [[nodiscard]] Result<std::string> uploadIdIn(Result<HttpResponse> answer);
 
-}  // namespace orvane
+}  // namespace orvane::transport

@@ -2,13 +2,13 @@
 
 #include <orvane/platform/base/MappedMemory.h>
 #include <orvane/platform/concurrency/BackgroundQueue.h>
-#include <orvane/transport/ETag.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 
 #include <utility>
 
-namespace orvane {
+namespace orvane::transport {
 namespace {
 
 constexpr std::int64_t kPartSize = S3MultipartUploader::chunkSize;
@@ -18,7 +18,7 @@ Result<std::string> etagOfPart(Result<HttpResponse> answer) {
   if (!answer) return std::unexpected(answer.error());
   const auto etag = answer->headers.get("ETag");
   if (!etag) return std::unexpected(S3Error::serverError("Missing ETag"));
-  return transport::etagFromHeader(*etag);
+  return etagFromHeader(*etag);
 }
 
 }  // namespace
@@ -61,7 +61,7 @@ void MultipartUpload::partAnswered(std::int64_t number, std::size_t length,
                                    Result<HttpResponse> answer) {
   auto etag = etagOfPart(std::move(answer));
   if (!etag) return abort(std::move(etag.error()));
-  parts_.push_back({.number = number, .etag = std::move(*etag)});
+  parts_.emplace_back(number, std::move(*etag));
   bytesAccepted_ += static_cast<std::int64_t>(length);
   if (job_.progress) job_.progress(bytesAccepted_, job_.fileSize);
   platform::BackgroundQueue::async([self = shared_from_this()] { self->uploadNextPart(); });
@@ -70,9 +70,7 @@ void MultipartUpload::partAnswered(std::int64_t number, std::size_t length,
 void MultipartUpload::complete() {
   file_.reset();
   buffer_.reset();
-  MultipartParts parts;
-  for (auto& [number, etag] : parts_) parts.emplace_back(number, std::move(etag));
-  auto request = completeRequest(uploader_->signer, job_.object, job_.uploadId, std::move(parts));
+  auto request = completeRequest(uploader_->signer, job_.object, job_.uploadId, std::move(parts_));
   if (!request) return job_.completion(std::unexpected(S3Error::invalidURL()));
   uploader_->session.start(
       std::move(request->request), std::move(request->body), {},
@@ -94,4 +92,4 @@ void MultipartUpload::abort(Error reason) {
       });
 }
 
-}  // namespace orvane
+}  // namespace orvane::transport

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-namespace orvane {
+namespace orvane::transport {
 
 /// What the uploads of one uploader share.
 struct UploaderState {
@@ -24,7 +24,7 @@ struct UploaderState {
       : config(std::move(configuration)), signer(config), session(concurrentCallbacks) {}
 
   S3Config config;
-  transport::RequestSigner signer;
+  RequestSigner signer;
   platform::HttpSession session;
 };
 
@@ -51,11 +51,6 @@ class MultipartUpload : public std::enable_shared_from_this<MultipartUpload> {
   void start();
 
  private:
-  struct UploadedPart {
-    std::int64_t number;
-    std::string etag;
-  };
-
   void uploadNextPart();
   void uploadPart(std::int64_t number, std::size_t length);
   void partAnswered(std::int64_t number, std::size_t length, Result<HttpResponse> answer);
@@ -67,8 +62,8 @@ class MultipartUpload : public std::enable_shared_from_this<MultipartUpload> {
   std::int64_t partCount_;
   std::optional<platform::FileReader> file_;
   std::shared_ptr<std::byte[]> buffer_;  ///< The part in flight.
-  std::vector<UploadedPart> parts_;
+  MultipartParts parts_;
   std::int64_t bytesAccepted_ = 0;
 };
 
-}  // namespace orvane
+}  // namespace orvane::transport

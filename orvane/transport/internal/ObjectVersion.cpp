@@ -1,7 +1,7 @@
 #include <orvane/transport/internal/ObjectVersion.h>
 
 #include <orvane/platform/http/HttpDate.h>
-#include <orvane/transport/ETag.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/internal/WholeNumber.h>
 

@@ -5,7 +5,7 @@
 #include <orvane/platform/base/Md5.h>
 #include <orvane/platform/base/PosixError.h>
 #include <orvane/platform/concurrency/BackgroundTask.h>
-#include <orvane/transport/ETag.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/S3Error.h>
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/XMLTagParser.h>

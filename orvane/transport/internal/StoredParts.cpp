@@ -2,8 +2,7 @@
 
 #include <orvane/platform/base/Digest.h>
 #include <orvane/platform/base/Md5.h>
-#include <orvane/transport/ETag.h>
-#include <orvane/transport/NextElement.h>
+#include <orvane/transport/Listing.h>
 #include <orvane/transport/internal/WholeNumber.h>
 
 #include <algorithm>
@@ -15,12 +14,12 @@ namespace {
 constexpr std::size_t kMd5Digits = 32;
 constexpr int kHexadecimal = 16;
 
-std::optional<std::string_view> elementIn(std::string_view text, const ElementTags& tags) {
-  return nextElement(text, tags);
+std::optional<std::string_view> elementIn(std::string_view text, std::string_view name) {
+  return nextElement(text, name);
 }
 
-std::optional<std::int64_t> numberIn(std::string_view text, const ElementTags& tags) {
-  const auto element = elementIn(text, tags);
+std::optional<std::int64_t> numberIn(std::string_view text, std::string_view name) {
+  const auto element = elementIn(text, name);
   if (!element) return std::nullopt;
   return wholeNumber(*element);
 }
@@ -29,13 +28,13 @@ std::optional<std::int64_t> numberIn(std::string_view text, const ElementTags& t
 
 StoredPartsPage storedPartsIn(std::string_view text) {
   StoredPartsPage page;
-  if (elementIn(text, {"<IsTruncated>", "</IsTruncated>"}) == "true") {
-    page.next = numberIn(text, {"<NextPartNumberMarker>", "</NextPartNumberMarker>"});
+  if (elementIn(text, "IsTruncated") == "true") {
+    page.next = numberIn(text, "NextPartNumberMarker");
   }
-  while (const auto entry = nextElement(text, {"<Part>", "</Part>"})) {
-    const auto number = numberIn(*entry, {"<PartNumber>", "</PartNumber>"});
-    const auto size = numberIn(*entry, {"<Size>", "</Size>"});
-    const auto eTag = elementIn(*entry, {"<ETag>", "</ETag>"});
+  while (const auto entry = nextElement(text, "Part")) {
+    const auto number = numberIn(*entry, "PartNumber");
+    const auto size = numberIn(*entry, "Size");
+    const auto eTag = elementIn(*entry, "ETag");
     if (number && size && eTag) page.parts.push_back({*number, *size, etagFromXml(*eTag)});
   }
   return page;

@@ -1,7 +1,7 @@
-#include <orvane/transport/TalvexAPIService.h>
+#include <orvane/transport/Listing.h>
 
+#include <orvane/transport/XMLTagParser.h>
 #include <orvane/transport/XmlText.h>
-#include <orvane/transport/internal/ListingPage.h>
 
 #include "support/FaultServer.h"
 #include "support/StoreConfig.h"
@@ -26,7 +26,7 @@ std::string token(const std::string& text) {
   return "<NextContinuationToken>" + text + "</NextContinuationToken>";
 }
 
-TEST(ListingPage, ReadsWhatTheExpressionsMatch) {
+TEST(Listing, ReadsWhatTheExpressionsMatch) {
   const std::pair<std::string, Pairs> cases[] = {
       {"", {}},
       {entry("<Key>a</Key><ETag>&quot;x&quot;</ETag>") + "\n " +
@@ -41,7 +41,7 @@ TEST(ListingPage, ReadsWhatTheExpressionsMatch) {
   }
 }
 
-TEST(ListingPage, HostilePagesAreScannedOnce) {
+TEST(Listing, HostilePagesAreScannedOnce) {
   // Looked at anew from each opening tag, these would take longer than ctest waits.
   for (const auto* repeated : {"<Key>\n", "<Key>", "<Key>\n</Key>", "<Key>\u2027", "\n"}) {
     std::string text;
@@ -52,10 +52,17 @@ TEST(ListingPage, HostilePagesAreScannedOnce) {
   }
 }
 
-TEST(ListingPage, ReadsTheFirstTokenUnlessItIsEmpty) {
-  EXPECT_EQ(transport::parseToken("<X>" + token("a/+=&amp; ") + token("b")), "a/+=&amp; ");
-  EXPECT_EQ(transport::parseToken(token("") + token("b")), std::nullopt);
-  EXPECT_EQ(transport::parseToken("<NextContinuationToken>a"), std::nullopt);
+TEST(XMLTagParser, FindsTheFirstPlainElement) {
+  const std::pair<std::string, std::optional<std::string>> cases[] = {
+      {"<A><ETag>one</ETag><ETag>two</ETag></A>", "one"},
+      {"<ETag> &quot;a&amp;b\n </ETag>", " &quot;a&amp;b\n "},
+      {"<ETag><ETag></ETag>", "<ETag>"},
+      {"<ETag>no end", {}},
+      {"</ETag><ETag>x</ETag>", {}},
+      {"<ETag>\xC3\x28</ETag>", {}}};
+  for (const auto& [xml, text] : cases) {
+    EXPECT_EQ(XMLTagParser::extractTag("ETag", bytesOf(xml)), text) << xml;
+  }
 }
 
 TEST(XmlText, ReplacesReferences) {

@@ -1,0 +1,345 @@
+#include <orvane/platform/files/FileVersion.h>
+#include <orvane/transport/ResumableUploader.h>
+#include <orvane/transport/S3MultipartUploader.h>
+
+#include "support/FaultServer.h"
+#include "support/MemoryGrowth.h"
+#include "support/Run.h"
+#include "support/StoreConfig.h"
+#include "support/Test.h"
+#include "support/TestImage.h"
+
+#include <boost/algorithm/string/replace.hpp>
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
+
+#include <fstream>
+
+namespace orvane {
+namespace {
+
+using testing::answer;
+using testing::configFor;
+using testing::FaultServer;
+using testing::Reaction;
+using testing::RecordedRequest;
+using Lines = std::vector<std::string>;
+
+constexpr std::int64_t kPart = S3MultipartUploader::chunkSize;
+constexpr std::int64_t kFileSize = 2 * kPart + 1'000'000;
+constexpr int kSideBySideUploads = 20;
+const std::string kInitiate = "POST?uploads";
+const Lines kParts = {"PUT?partNumber=1&uploadId=new", "PUT?partNumber=2&uploadId=new"};
+const std::string kComplete = "POST?uploadId=new";
+const std::string kAbort = "DELETE?uploadId=new";
+
+fs::path fileOfZeros(std::int64_t size) {
+  const auto file = testDirectory() / "file";
+  fs::remove_all(file);
+  writeFile(file, "");
+  fs::resize_file(file, static_cast<std::uintmax_t>(size));
+  return file;
+}
+
+/// The request line without what all requests have in common.
+std::string lineOf(const RecordedRequest& request) {
+  return request.method() + request.target().substr("/photos/k"sv.size());
+}
+
+Lines linesOf(const FaultServer& server) {
+  Lines lines;
+  for (const auto& request : server.requests()) lines.push_back(lineOf(request));
+  return lines;
+}
+
+/// What a store does that knows of no object and no upload but the one begun.
+Reaction wellBehaved(const std::string& line) {
+  if (line == kInitiate) return answer(200, "<UploadId>new</UploadId>");
+  if (line.starts_with("POST")) return answer(200, "<ETag>&quot;whole-3&quot;</ETag>");
+  if (line.starts_with("PUT?")) return answer(200, "", {{"ETag", "\"" + line + "\""}});
+  if (line.starts_with("PUT")) return answer(200, "", {{"ETag", "\"small\""}});
+  return answer(line.starts_with("DELETE") ? 204 : 404);
+}
+
+Reaction wellBehavedStore(const RecordedRequest& request) { return wellBehaved(lineOf(request)); }
+
+/// What tests/uploads/README.md describes.
+struct Dialogue {
+  std::string title;
+  std::int64_t fileSize = kFileSize;
+  std::optional<std::map<std::int64_t, std::string>> resumed = {};
+  std::vector<Reaction> reactions = {};
+  Lines lines = {};
+
+  void read(const std::string& line) {
+    std::istringstream words(line);
+    std::string word;
+    words >> word;
+    if (word == "file") {
+      words >> fileSize;
+    } else if (word == "from") {
+      resumed.emplace();
+      for (std::int64_t part = 0; words >> part >> word;) resumed->emplace(part, word);
+    } else if (word == "=") {
+      lines.push_back(line);
+    } else if (!word.empty()) {
+      lines.push_back(word);
+      reactions.push_back(reactionTo(word, line.substr(std::min(line.size(), word.size() + 4))));
+    }
+  }
+
+  static Reaction reactionTo(const std::string& request, const std::string& told) {
+    if (told.empty()) return wellBehaved(request);
+    if (told == "lost") return {.answer = "", .end = Reaction::End::close};
+    const auto rest = told.substr(std::min<std::size_t>(told.size(), 4));
+    if (rest.empty() || rest.starts_with('<')) return answer(std::stoi(told), rest);
+    return {.answer = "HTTP/1.1 " + told.substr(0, 4) + "\r\n" +
+                      boost::replace_all_copy(rest, "; ", "\r\n") + "\r\n\r\n"};
+  }
+};
+
+std::vector<Dialogue> dialoguesIn(std::string_view name) {
+  std::ifstream text(testing::testData(name));
+  std::vector<Dialogue> dialogues;
+  for (std::string line; std::getline(text, line);) {
+    if (line.starts_with('#')) {
+      dialogues.push_back({.title = line});
+    } else {
+      dialogues.back().read(line);
+    }
+  }
+  return dialogues;
+}
+
+struct Outcome {
+  std::string text = "done";  ///< Or the ETag, or the error without its details.
+  std::vector<std::int64_t> accepted;
+  std::thread::id completedOn;
+};
+
+using Upload = std::function<Outcome(const S3Config&, const fs::path&, const Dialogue&)>;
+
+void expectDialogues(std::string_view name, const Upload& upload) {
+  for (const auto& dialogue : dialoguesIn(name)) {
+    SCOPED_TRACE(dialogue.title);
+    FaultServer server;
+    for (const auto& reaction : dialogue.reactions) server.queue(reaction);
+    const auto file = fileOfZeros(dialogue.fileSize);
+    const auto outcome = upload(configFor(server.url()), file, dialogue);
+    const auto accepted = outcome.accepted.empty() ? 0 : outcome.accepted.back();
+    auto lines = linesOf(server);
+    lines.push_back("= " + outcome.text + ", " + std::to_string(accepted) + " accepted");
+    EXPECT_EQ(lines, dialogue.lines);
+  }
+}
+
+/// Starts an upload; the future is ready once completion has been called. A second completion
+/// throws, which ends the test's process.
+std::future<Outcome> start(S3MultipartUploader& uploader, const fs::path& file) {
+  const auto outcome = std::make_shared<Outcome>();
+  const auto promise = std::make_shared<std::promise<Outcome>>();
+  uploader.upload(
+      file, "k", "image/jpeg",
+      [outcome](std::int64_t sent, std::int64_t /*total*/) { outcome->accepted.push_back(sent); },
+      [outcome, promise](const Result<void>& result) {
+        if (!result) outcome->text = result.error().description();
+        outcome->text = outcome->text.substr(0, outcome->text.find(" ("));
+        outcome->completedOn = std::this_thread::get_id();
+        promise->set_value(*outcome);
+      });
+  return promise->get_future();
+}
+
+Outcome upload(const S3Config& config, const fs::path& file) {
+  S3MultipartUploader uploader(config);
+  return start(uploader, file).get();
+}
+
+TEST(S3MultipartUploader, SendsInPartsWhatIsLargeAndEndsWithTheFirstFailedStep) {
+  expectDialogues("uploads/in-parts.txt", [](const auto& config, const auto& file, const auto&) {
+    return upload(config, file);
+  });
+}
+
+TEST(S3MultipartUploader, EarlyFailuresComeAtOnceAndSendNothing) {
+  const FaultServer server;
+  const auto missing = testDirectory() / "missing";
+  const std::tuple<std::string, fs::path, std::string> cases[] = {
+      {server.url(), missing, "Unable to read file"},
+      {server.url(), testDirectory(), "Unable to read file"},
+      {"http://bad host", missing, "Invalid S3 URL"}};
+  for (const auto& [endpoint, file, error] : cases) {
+    const auto outcome = upload(configFor(endpoint), file);
+    EXPECT_EQ(outcome.text, error);
+    EXPECT_EQ(outcome.completedOn, std::this_thread::get_id());
+  }
+  EXPECT_EQ(server.connectionCount(), 0U);
+}
+
+TEST(S3MultipartUploader, AFileThatChangesMeanwhileHasTheStatedOutcome) {
+  const struct {
+    const char* what;
+    void (*change)(const fs::path&);  ///< After the first request.
+    std::string outcome;
+    std::size_t parts;
+  } cases[] = {{"shrinks", [](const fs::path& file) { resize_file(file, kPart + 7); }, "done", 2},
+               {"grows", [](const fs::path& file) { resize_file(file, 5 * kPart); }, "done", 3},
+               {"vanishes", [](const fs::path& file) { remove(file); }, "Unable to read file", 0}};
+  for (const auto& [what, change, outcome, parts] : cases) {
+    const auto file = fileOfZeros(3 * kPart);
+    FaultServer server([&](const RecordedRequest& request) {
+      if (lineOf(request) == kInitiate) change(file);
+      return wellBehavedStore(request);
+    });
+    const auto seen = upload(configFor(server.url()), file);
+    EXPECT_EQ(seen.text, outcome) << what;
+    EXPECT_EQ(seen.accepted.size(), parts) << what;
+    EXPECT_EQ(linesOf(server).back(), outcome == "done" ? kComplete : kAbort) << what;
+  }
+}
+
+TEST(S3MultipartUploader, AnUploaderThatGoesDuringInitiateEndsSilentlyAndLaterIsKeptAlive) {
+  for (const std::size_t number : {1U, 2U}) {
+    const testing::Gate gate;  // Opens once the uploader has gone, while this request waits.
+    FaultServer server([&](const RecordedRequest& request) {
+      auto reaction = wellBehavedStore(request);
+      reaction.gate = gate;
+      return reaction;
+    });
+    if (number == 2) server.queue(wellBehaved(kInitiate));
+    auto uploader = std::make_optional<S3MultipartUploader>(configFor(server.url()));
+    auto outcome = start(*uploader, fileOfZeros(kPart + 1));
+    server.waitForRequests(number);
+    uploader.reset();
+    gate.open();
+    if (number == 1) {
+      // The response lets go of the callbacks unused, which the future tells as a broken promise.
+      EXPECT_THROW(outcome.get(), std::future_error);
+      EXPECT_EQ(linesOf(server), Lines{kInitiate});
+    } else {
+      EXPECT_EQ(outcome.get().text, "done");
+    }
+  }
+}
+
+const testing::ChildMain kSideBySide("sideBySide", [](const auto& arguments) {
+  const auto file = fileOfZeros(std::stoll(arguments.at(1)));
+  // An allocator keeps blocks of a size that it has seen come back.
+  if (upload(configFor(arguments.at(2)), file).text != "done") return 1;
+  S3MultipartUploader uploader(configFor(arguments.at(0)));
+  const testing::MemoryGrowth growth;
+  std::vector<std::future<Outcome>> outcomes;
+  for (int i = 0; i < kSideBySideUploads; ++i) outcomes.push_back(start(uploader, file));
+  for (auto& outcome : outcomes) {
+    if (outcome.get().text != "done") return 1;
+  }
+  std::cout << growth.kibibytes() / kSideBySideUploads << ' ' << growth.kibibytesLeft();
+  return 0;
+});
+
+TEST(S3MultipartUploader, HoldsOnePartOfEachUploadAndTheMemoryGoesBack) {
+  if (!testing::kMemoryIsTheProgramsOwn) GTEST_SKIP();
+  const FaultServer prompt(wellBehavedStore);
+  for (const auto size : {3 * kPart, kPart - 1}) {
+    const testing::Gate gate;  // Opens once every upload holds its part.
+    FaultServer server([&](const RecordedRequest& request) {
+      auto reaction = wellBehavedStore(request);
+      if (request.method() != "PUT") return reaction;
+      reaction.gate = gate;
+      reaction.readAtMost = 0;
+      return reaction;
+    });
+    auto uploads = testing::ChildProcess::run("sideBySide",
+                                              {server.url(), std::to_string(size), prompt.url()});
+    server.waitForRequests(size < kPart ? kSideBySideUploads : 2 * kSideBySideUploads);
+    gate.open();
+    std::istringstream figures(uploads.readAll());
+    long heldByEach = 0;
+    long left = 0;
+    ASSERT_TRUE(figures >> heldByEach >> left);
+    EXPECT_LT(heldByEach, 12 * 1024);
+    EXPECT_LT(left, 32 * 1024) << size;
+  }
+}
+
+UploadCheckpoint checkpointOf(const fs::path& file, std::map<std::int64_t, std::string> parts) {
+  const auto version = platform::versionOf(file).value();
+  return {.uploadId = "old",
+          .fileSize = version.size,
+          .modified = version.modified,
+          .parts = std::move(parts)};
+}
+
+std::string resumedUpload(ResumableUploader& uploader, const fs::path& file,
+                          std::optional<UploadCheckpoint> from = {},
+                          ResumableUploader::Events events = {}) {
+  const auto eTag =
+      testing::run(uploader.upload(file, "k", "image/jpeg", std::move(from), std::move(events)));
+  return eTag ? *eTag : eTag.error().description();
+}
+
+TEST(ResumableUploader, TriesAgainWhatMayPassAbortsWhatMayNotAndGoesOnWhereItWasLeft) {
+  expectDialogues("uploads/resumable.txt", [](const S3Config& config, const fs::path& file,
+                                              const Dialogue& dialogue) {
+    ResumableUploader uploader(config, {.partsInFlight = 1, .firstRetryDelay = 1ms});
+    std::optional<UploadCheckpoint> from;
+    if (dialogue.resumed) from = checkpointOf(file, *dialogue.resumed);
+    Outcome outcome;
+    outcome.text = resumedUpload(uploader, file, from, {.progress = [&](auto accepted, auto) {
+                                   outcome.accepted.push_back(accepted);
+                                 }});
+    return outcome;
+  });
+}
+
+TEST(ResumableUploader, MakesNoObjectOfAFileThatChanges) {
+  const auto file = fileOfZeros(kFileSize);
+  std::atomic<bool> changed = false;
+  const FaultServer server([&](const RecordedRequest& request) {
+    if (lineOf(request) == kParts[1] && !changed.exchange(true))
+      writeFile(file, std::string(kFileSize, 'x'));
+    return wellBehavedStore(request);
+  });
+  ResumableUploader uploader(configFor(server.url()), {.partsInFlight = 1});
+  EXPECT_EQ(resumedUpload(uploader, file), "The file changed while it was being uploaded");
+  EXPECT_EQ(linesOf(server).back(), kAbort);
+  const auto other = checkpointOf(file, {{1, "a"}});
+  EXPECT_EQ(resumedUpload(uploader, fileOfZeros(kFileSize + 1), other), "whole-3");
+  EXPECT_EQ(linesOf(server).at(5), "DELETE?uploadId=old");
+}
+
+TEST(ResumableUploader, LeavesWhatIsAcceptedToAnotherWhenItIsCancelled) {
+  FaultServer server(wellBehavedStore);
+  ResumableUploader uploader(configFor(server.url()), {.partsInFlight = 2});
+  boost::asio::io_context host;
+  boost::asio::cancellation_signal stop;
+  UploadCheckpoint reached;
+  auto upload = uploader.upload(fileOfZeros(kFileSize), "k", "image/jpeg", {},
+                                {.checkpoint = [&](const UploadCheckpoint& now) {
+                                  reached = now;
+                                  if (!now.parts.empty()) {
+                                    stop.emit(boost::asio::cancellation_type::terminal);
+                                  }
+                                }});
+  auto result = boost::asio::co_spawn(
+      host, std::move(upload),
+      boost::asio::bind_cancellation_slot(stop.slot(), boost::asio::use_future));
+  host.run();
+  EXPECT_EQ(result.get().error().code(), -999);
+  EXPECT_FALSE(reached.parts.empty());
+  for (const auto& line : linesOf(server)) EXPECT_TRUE(line != kAbort && line != kComplete) << line;
+}
+
+TEST(ResumableUploader, SignsWithTheStoresTimeWhereTheClocksDiffer) {
+  FaultServer server(wellBehavedStore);
+  server.queue(answer(403, "", {{"Date", "Wed, 01 Jan 2031 10:00:00 GMT"}}));
+  ResumableUploader uploader(configFor(server.url()));
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(resumedUpload(uploader, fileOfZeros(1)), "small");
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 3U);
+  EXPECT_THAT(requests[1].header("x-amz-date").value(), StartsWith("20310101T10"));
+  EXPECT_THAT(requests[2].header("x-amz-date").value(), StartsWith("20310101T10"));
+}
+
+}  // namespace
+}  // namespace orvane
