@@ -45,7 +45,7 @@ constexpr std::chrono::seconds kBetweenSamples(1);  ///< Of the throughput.
 // A large file goes up in several parts at a time and fills a line alone; small ones mostly wait
 // for answers, so that more of them fill it.
 constexpr std::size_t kLargeAtATime = 2;
-constexpr std::size_t kSmallAtATime = 8;
+constexpr std::size_t kSmallAtATime = 12;
 
 bool isOf(const std::optional<UploadRecord>& record, const LocalFile& file) {
   return record && record->totalBytes == file.size && record->creationDate == file.modified;

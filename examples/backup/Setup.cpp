@@ -2,8 +2,8 @@
 
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
-#include <orvane/platform/files/Directories.h>
 #include <orvane/platform/files/FolderLock.h>
+#include <orvane/platform/files/FolderOperations.h>
 #include <orvane/platform/host/HostApplication.h>
 #include <orvane/platform/host/Preferences.h>
 #include <orvane/platform/secrets/SecretServiceStore.h>
@@ -156,7 +156,7 @@ void prepare(const Device& device) {
   // The stores report no failure to write; a backup that forgets is better refused.
   const auto folder = HostApplication::applicationSupportDirectory();
   if (!folder) throw Refusal("there is no place for the records: set HOME or give --state");
-  const auto made = orvane::platform::createPrivateDirectories(*folder);
+  const auto made = orvane::platform::createPrivateFolders(*folder);
   // It may have been made open to others; file systems without modes leave it so.
   if (made) static_cast<void>(chmod(folder->c_str(), S_IRWXU));
   if (!made || access(folder->c_str(), W_OK) != 0) {

@@ -1,6 +1,6 @@
 #include <orvane/tagging/ImageTagger.h>
 
-#include <orvane/platform/concurrency/UtilityTask.h>
+#include <orvane/platform/concurrency/BackgroundTask.h>
 #include <orvane/platform/host/HostApplication.h>
 #include <orvane/platform/host/SystemLog.h>
 #include <orvane/tagging/TagLocalization.h>

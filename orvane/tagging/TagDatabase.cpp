@@ -1,7 +1,7 @@
 #include <orvane/tagging/TagDatabase.h>
 
 #include <orvane/platform/database/DatabaseQueue.h>
-#include <orvane/platform/files/Directories.h>
+#include <orvane/platform/files/FolderOperations.h>
 #include <orvane/platform/host/HostApplication.h>
 #include <orvane/tagging/internal/TagDatabaseSchema.h>
 #include <orvane/tagging/internal/TagStatements.h>
@@ -43,7 +43,7 @@ Result<SharedQueue> open(const std::string& name) {
   const auto folder = HostApplication::documentsDirectory();
   if (!folder) return std::unexpected(Error(Error::kPosix, ENOENT, "There is no documents folder"));
   // Without the folder, opening the file says what is wrong.
-  static_cast<void>(platform::createPrivateDirectories(*folder));
+  static_cast<void>(platform::createPrivateFolders(*folder));
   return DatabaseQueue::open(*folder / name, prepareConnection);
 }
 

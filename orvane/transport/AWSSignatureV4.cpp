@@ -18,7 +18,8 @@ using platform::sha256;
 
 constexpr std::string_view kAlgorithm = "AWS4-HMAC-SHA256";
 constexpr std::size_t kShortDateLength = 8;
-constexpr platform::CharacterSet kPathUnreserved{"-._~/"};
+constexpr platform::CharacterSet kPathUnreserved =
+    platform::kUrlUnreserved + platform::CharacterSet("/");
 
 std::string canonicalUri(std::string_view encodedPath) {
   if (encodedPath.empty()) return "/";
@@ -27,8 +28,7 @@ std::string canonicalUri(std::string_view encodedPath) {
 
 /// Decoded and encoded again, so that equal texts are written alike.
 std::string canonicalQueryText(std::string_view text) {
-  const auto isUnreserved = [](char c) { return platform::kUrlUnreserved.contains(c); };
-  if (std::ranges::all_of(text, isUnreserved)) return std::string(text);
+  if (std::ranges::all_of(text, platform::kUrlUnreserved)) return std::string(text);
   const auto decoded = platform::percentDecodeText(text);
   return platform::percentEncode(decoded ? std::string_view(*decoded) : text,
                                  platform::kUrlUnreserved);

@@ -57,14 +57,13 @@ TEST_F(BackupHostTest, SendsWhatIsNewOrChanged) {
 
 TEST_F(BackupHostTest, WrongSecretFailsUntilItIsPutRight) {
   const ObjectStore store;
-  for (const char* name : {"a.jpg", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k", "l"})
-    addFile(name, name);
+  for (char name = 'a'; name <= 'z'; ++name) addFile(std::string(1, name), "");
   configure(store.endpoint(), store.accessKey(), "not-the-secret", store.prefix());
   const Outcome refused = backUp();
   EXPECT_EQ(refused.status, 1);
-  EXPECT_THAT(refused.output, AllOf(HasSubstr("failed    a.jpg: HTTP error 403 (check keys"),
+  EXPECT_THAT(refused.output, AllOf(HasSubstr("failed    a: HTTP error 403 (check keys"),
                                     HasSubstr("Given up, since every file would fail: "),
-                                    Not(HasSubstr("    l: ")), Not(HasSubstr("not-the-secret"))));
+                                    Not(HasSubstr("    z: ")), Not(HasSubstr("not-the-secret"))));
   for (const char* command : {"verify", "sync"}) {
     const Outcome outcome = withStore(command, state_);
     EXPECT_EQ(outcome.status, 1) << outcome.output;
@@ -72,7 +71,7 @@ TEST_F(BackupHostTest, WrongSecretFailsUntilItIsPutRight) {
   }
   configure(store);
   EXPECT_EQ(backUp().status, 0);
-  EXPECT_EQ(status(), "completed: 12\n");
+  EXPECT_EQ(status(), "completed: 26\n");
 }
 
 TEST_F(BackupHostTest, TrustsTheAuthorityThatItsUserNames) {
@@ -234,9 +233,9 @@ TEST_F(BackupHostTest, OnlyTransientFailuresAreRetried) {
 
 TEST_F(BackupHostTest, AnUnreachableStoreCostsNoRetriesAndEndsTheRun) {
   configure("http://127.0.0.1:1");
-  for (const char* name : {"1", "2", "3", "4", "5", "6", "7", "8", "9"}) addFile(name, "");
+  for (int i = 10; i < 40; ++i) addFile(std::to_string(i), "");
   auto offline = start(runArguments());
-  readUntil(offline, "retrying  . in ");
+  readUntil(offline, "retrying  .. in ");
   offline.kill(SIGINT);
   EXPECT_EQ(offline.wait(), 130);
   EXPECT_THAT(readFile(records_), Not(ContainsRegex("\"retryCount\":[1-9]")));
@@ -244,7 +243,7 @@ TEST_F(BackupHostTest, AnUnreachableStoreCostsNoRetriesAndEndsTheRun) {
   setRetryCounts(15);  // None left, so that nothing waits for them.
   const Outcome givenUp = backUp();
   EXPECT_EQ(givenUp.status, 1);
-  EXPECT_THAT(givenUp.output, HasSubstr("every file would fail: 1 file left"));
+  EXPECT_THAT(givenUp.output, ContainsRegex("every file would fail: [0-9]+ files left"));
 }
 
 TEST_F(BackupHostTest, RetriesOfALifetimeAreLimited) {

@@ -3,7 +3,7 @@
 #include <orvane/bookkeeping/internal/RecordMap.h>
 #include <orvane/platform/base/Bytes.h>
 #include <orvane/platform/concurrency/ProcessExit.h>
-#include <orvane/platform/concurrency/SerialQueue.h>
+#include <orvane/platform/concurrency/WorkQueue.h>
 #include <orvane/platform/host/HostApplication.h>
 #include <orvane/platform/json/JsonFile.h>
 
@@ -20,8 +20,8 @@ namespace orvane::bookkeeping {
 /// A `RecordMap` in memory that is mirrored to one JSON file: what the stores have in common.
 ///
 /// The file is read when the store is made, and from then on written as a whole by each change.
-/// All work is done on one serial queue, whose label is the host's identifier and a suffix. Any
-/// thread may call.
+/// All work is done one at a time on a queue whose label is the host's identifier and a suffix. Any
+/// thread may call. A store is never destroyed.
 template <class Record, class Json>
 class RecordStore {
  public:
@@ -29,7 +29,7 @@ class RecordStore {
 
   RecordStore(const std::string& queueLabelSuffix, std::string_view fileName)
       : file_(inApplicationSupport(fileName)),
-        queue_(HostApplication::identifier() + queueLabelSuffix) {
+        queue_(1, HostApplication::identifier() + queueLabelSuffix) {
     load();
   }
 
@@ -59,11 +59,12 @@ class RecordStore {
     });
   }
 
-  /// Queues `apply(records)`, after which the file is written, and returns at once. Where `apply`
-  /// returns a bool, false leaves the file as it is.
+  /// Queues `apply(records)`, after which the file is written, and returns at once; while the
+  /// process exits, and where no thread can be started, it does both itself. Where `apply` returns
+  /// a bool, false leaves the file as it is.
   template <class Apply>
   void change(Apply apply) {
-    queue_.async([this, apply = std::move(apply)]() mutable {
+    const bool willRun = queue_.async([this, apply = std::move(apply)]() mutable {
       if constexpr (std::is_same_v<std::invoke_result_t<Apply&, Records&>, bool>) {
         if (apply(records_)) persist();
       } else {
@@ -71,6 +72,7 @@ class RecordStore {
         persist();
       }
     });
+    if (!willRun) queue_.sync([] {});
   }
 
   /// Removes every record and the file. Blocks until that is done.
@@ -116,7 +118,7 @@ class RecordStore {
 
   Records records_;
   platform::JsonFile file_;
-  platform::SerialQueue queue_;  ///< Last: ending it runs what is queued, with the others.
+  platform::WorkQueue queue_;
 };
 
 }  // namespace orvane::bookkeeping

@@ -2,38 +2,30 @@
 
 #include <orvane/platform/base/Utf8.h>
 
+#include <boost/url/encode.hpp>
+
 #include <algorithm>
+#include <charconv>
 
 namespace orvane::platform {
 namespace {
-
-int hexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
-
-/// The byte that the triple at `position` stands for, or -1.
-int byteAt(std::string_view text, std::size_t position) {
-  if (position + 2 >= text.size()) return -1;
-  const int high = hexValue(text[position + 1]);
-  const int low = hexValue(text[position + 2]);
-  return high < 0 || low < 0 ? -1 : high * 16 + low;
-}
 
 /// Decodes into `output`; returns whether every "%" began a triple.
 bool decode(std::string_view text, std::string& output) {
   bool complete = true;
   output.reserve(text.size());
-  for (std::size_t start = 0; start < text.size();) {
-    const auto percent = std::min(text.find('%', start), text.size());
-    output.append(text, start, percent - start);
-    if (percent == text.size()) break;
-    const int byte = byteAt(text, percent);
-    complete = complete && byte >= 0;
-    output.push_back(byte >= 0 ? static_cast<char>(byte) : '%');
-    start = percent + (byte >= 0 ? 3 : 1);
+  while (!text.empty()) {
+    const auto percent = std::min(text.find('%'), text.size());
+    output.append(text.substr(0, percent));
+    text.remove_prefix(percent);
+    if (text.empty()) break;
+    const auto digits = text.substr(1, 2);
+    unsigned char byte = '%';
+    const auto* const end = std::from_chars(digits.begin(), digits.end(), byte, 16).ptr;
+    const bool isTriple = end == digits.begin() + 2;
+    complete = complete && isTriple;
+    output.push_back(isTriple ? static_cast<char>(byte) : '%');
+    text.remove_prefix(isTriple ? 3 : 1);
   }
   return complete;
 }
@@ -41,22 +33,14 @@ bool decode(std::string_view text, std::string& output) {
 }  // namespace
 
 void appendPercentEncoded(std::string& output, std::string_view text, const CharacterSet& allowed) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  const auto isAllowed = [&](char c) { return allowed.contains(c); };
-  while (!text.empty()) {
-    const auto run = std::ranges::find_if_not(text, isAllowed) - text.begin();
-    const auto length = static_cast<std::size_t>(run);
-    output.append(text.substr(0, length));
-    if (length == text.size()) break;
-    const auto byte = static_cast<unsigned char>(text[length]);
-    output.append({'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]});
-    text.remove_prefix(length + 1);
-  }
+  const auto start = output.size();
+  const auto length = boost::urls::encoded_size(text, allowed);
+  output.resize(start + length);
+  boost::urls::encode(output.data() + start, length, text, allowed);
 }
 
 std::string percentEncode(std::string_view text, const CharacterSet& allowed) {
   std::string output;
-  output.reserve(text.size());
   appendPercentEncoded(output, text, allowed);
   return output;
 }

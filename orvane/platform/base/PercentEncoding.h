@@ -1,38 +1,23 @@
 #pragma once
 
-#include <array>
-#include <cstddef>
+#include <boost/url/grammar/lut_chars.hpp>
+#include <boost/url/rfc/unreserved_chars.hpp>
+
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace orvane::platform {
 
-/// A set of ASCII characters that percent-encoding leaves as they are.
-class CharacterSet {
- public:
-  constexpr explicit CharacterSet(std::string_view punctuation) {
-    for (char c = '0'; c <= '9'; ++c) add(c);
-    for (char c = 'A'; c <= 'Z'; ++c) add(c);
-    for (char c = 'a'; c <= 'z'; ++c) add(c);
-    for (const char c : punctuation) add(c);
-  }
+/// Characters that percent-encoding leaves as they are; never "%".
+using CharacterSet = boost::urls::grammar::lut_chars;
 
-  [[nodiscard]] constexpr bool contains(char c) const noexcept {
-    return members_[static_cast<unsigned char>(c)];
-  }
-
- private:
-  constexpr void add(char c) { members_[static_cast<unsigned char>(c)] = true; }
-  std::array<bool, 256> members_{};
-};
-
+/// What means itself everywhere in a URL: letters, digits and "-._~".
+inline constexpr CharacterSet kUrlUnreserved = boost::urls::unreserved_chars;
 /// What a URL's path may hold; "/" included.
-inline constexpr CharacterSet kUrlPathAllowed{"!$&'()*+,-./:=@_~"};
+inline constexpr CharacterSet kUrlPathAllowed = kUrlUnreserved + CharacterSet("!$&'()*+,/:=@");
 /// What a value in a URL's query may hold: without "&", "=" and "+", which end it or mean a space.
-inline constexpr CharacterSet kUrlQueryValue{"!$'()*,-./:;?@_~"};
-/// What means itself everywhere in a URL.
-inline constexpr CharacterSet kUrlUnreserved{"-._~"};
+inline constexpr CharacterSet kUrlQueryValue = kUrlUnreserved + CharacterSet("!$'()*,/:;?@");
 
 /// `text` with every byte outside `allowed` as "%" and two upper-case hexadecimal digits.
 [[nodiscard]] std::string percentEncode(std::string_view text, const CharacterSet& allowed);

@@ -1,6 +1,6 @@
 #include <orvane/platform/database/DatabaseQueue.h>
 
-#include <orvane/platform/concurrency/SerialQueue.h>
+#include <orvane/platform/concurrency/WorkQueue.h>
 #include <orvane/platform/database/internal/SqliteError.h>
 
 #include <atomic>
@@ -13,7 +13,7 @@ struct DatabaseQueue::State {
 
   std::unique_ptr<Database> database;
   std::atomic<std::thread::id> running;  ///< The thread whose block runs.
-  SerialQueue queue{"orvane.database"};
+  WorkQueue queue{1};
 };
 
 DatabaseQueue::DatabaseQueue(std::unique_ptr<State> state) : state_(std::move(state)) {}

@@ -1,26 +1,33 @@
 #include <orvane/platform/files/AtomicFile.h>
 
 #include <orvane/platform/base/PosixError.h>
-#include <orvane/platform/files/Directories.h>
+#include <orvane/platform/files/FolderOperations.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
+#include <string>
 
 namespace orvane::platform {
 namespace {
 
 constexpr std::size_t kBufferSize = 1 << 20;
-/// Of one writer; after that it has stopped, or its end has left the lock to a forked child.
-constexpr std::chrono::seconds kLongestTurn{10};
-
-FileDescriptor openTemporary(const std::filesystem::path& name) {
+FileDescriptor openTemporary(const std::filesystem::path& name, int create) {
   return FileDescriptor(::open(
-      name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR));
+      name.c_str(), create | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR));
+}
+
+/// Locks the file unless another writer has it. A file system without locks is no reason not to
+/// write: one writer is the rule.
+bool lock(const FileDescriptor& file) { return file.lockWithin({}) != EWOULDBLOCK; }
+
+/// The name of the `number`th temporary file of a target, from 1 on.
+std::filesystem::path temporaryName(const std::filesystem::path& target, int number) {
+  const auto end = number == 1 ? std::string() : "-" + std::to_string(number);
+  return target.parent_path() / ("." + target.filename().string() + ".tmp" + end);
 }
 
 bool leadsTo(const std::filesystem::path& name, const FileDescriptor& file) {
@@ -37,28 +44,31 @@ bool removeOfAnotherUser(const std::filesystem::path& name) {
          ::unlink(name.c_str()) == 0;
 }
 
-/// Locks the temporary file; one that another writer keeps locked is removed. A file system without
-/// locks is no reason not to write: one writer is the rule.
-void lock(const FileDescriptor& file, const std::filesystem::path& temporary) {
-  if (file.lockWithin(kLongestTurn) == EWOULDBLOCK && leadsTo(temporary, file)) {
-    ::unlink(temporary.c_str());
-  }
-}
-
-/// Opens and locks the temporary file. While waiting for the lock, its former holder may have
-/// renamed or removed the file, so the name must still lead to what was locked. A file of another
-/// user is removed once: some file systems show one's own files as another user's.
-Result<FileDescriptor> openLocked(const std::filesystem::path& temporary) {
-  for (bool isRemoved = false;;) {
-    auto file = openTemporary(temporary);
+/// Opens and locks the first temporary file that no other writer has: a new one, or one that a
+/// killed writer has left. Its former holder may rename or remove it before it is locked, so the
+/// name must still lead to it then. A file of another user is removed once: some file systems show
+/// one's own files as another user's.
+Result<FileDescriptor> openFree(const std::filesystem::path& target,
+                                std::filesystem::path& temporary) {
+  bool isRemoved = false;
+  for (int number = 1;;) {
+    temporary = temporaryName(target, number);
+    auto file = openTemporary(temporary, O_CREAT);
     const int failure = errno;
-    if (file) lock(file, temporary);
-    if (!isRemoved && removeOfAnotherUser(temporary)) {
+    if (file && !lock(file)) {
+      ++number;
+    } else if (!isRemoved && removeOfAnotherUser(temporary)) {
       isRemoved = true;
-      continue;
+    } else if (!file) {
+      return std::unexpected(posixError(failure, "create"));
+    } else if (leadsTo(temporary, file)) {
+      for (;;) {  // What killed writers have left that wrote at the same time as others.
+        const auto next = temporaryName(target, ++number);
+        const auto left = openTemporary(next, 0);
+        if (!left) return file;
+        if (lock(left) && leadsTo(next, left)) ::unlink(next.c_str());
+      }
     }
-    if (!file) return std::unexpected(posixError(failure, "create"));
-    if (leadsTo(temporary, file)) return file;
   }
 }
 
@@ -71,9 +81,8 @@ AtomicFile::AtomicFile(std::filesystem::path target, std::filesystem::path tempo
 }
 
 Result<AtomicFile> AtomicFile::create(const std::filesystem::path& target) {
-  auto temporary = target;
-  temporary.replace_filename("." + target.filename().string() + ".tmp");
-  auto file = openLocked(temporary);
+  std::filesystem::path temporary;
+  auto file = openFree(target, temporary);
   if (!file) return std::unexpected(file.error());
   // A killed writer may have left content, or the file may have been made by hand.
   if (::ftruncate(file->get(), 0) != 0) return std::unexpected(lastPosixError("empty"));
@@ -98,7 +107,7 @@ Result<void> AtomicFile::append(ByteView bytes) {
 Result<void> AtomicFile::commit() {
   if (auto flushed = flush(); !flushed) return flushed;
   if (::fsync(file_.get()) != 0) return std::unexpected(lastPosixError("sync"));
-  // Others may have removed the file, and another writer may be at work under its name.
+  // Another user may have removed the file, and another writer may be at work under its name.
   if (!leadsTo(temporary_, file_)) return std::unexpected(posixError(ESTALE, "rename"));
   if (::rename(temporary_.c_str(), target_.c_str()) != 0) {
     return std::unexpected(lastPosixError("rename"));

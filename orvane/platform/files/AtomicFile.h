@@ -8,16 +8,15 @@
 
 namespace orvane::platform {
 
-/// Replaces a file as a whole: a reader finds the old or the new content, also after a crash. (One
-/// exception: a writer that stops for ten seconds within `commit`, just before the rename, and goes
-/// on while another one writes the same target, may put that one's unfinished content there.)
+/// Replaces a file as a whole: a reader finds the old or the new content, also after a crash.
 ///
 /// The content goes into a temporary file of mode 0600 in the same folder, which is synced to the
-/// disk, renamed over the target, and followed by a sync of the folder. The temporary file has one
-/// fixed name and is locked while in use: a writer that was killed leaves at most that one file,
-/// which the next writer takes over, and two writers of one target take turns. One that another
-/// user has left is removed where the folder allows it, and so is one that a writer has kept locked
-/// for ten seconds, as a stopped process does: its `commit` then fails with ESTALE.
+/// disk, renamed over the target, and followed by a sync of the folder. Writers of one target do
+/// not wait for each other: each has a temporary file of its own (".<name>.tmp", then
+/// ".<name>.tmp-2" and so on), locked while in use, and the last `commit` counts. Only on a file
+/// system without locks two writers may get the same one. What a killed writer has left is used or
+/// removed by the next one; what another user has left is removed where the folder allows it, and a
+/// writer whose file is removed meanwhile fails to commit with ESTALE.
 ///
 /// One thread at a time; every call may block on the disk.
 ///

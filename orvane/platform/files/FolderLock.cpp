@@ -1,6 +1,6 @@
 #include <orvane/platform/files/FolderLock.h>
 
-#include <orvane/platform/files/Directories.h>
+#include <orvane/platform/files/FolderOperations.h>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -22,7 +22,7 @@ FileDescriptor openForLocking(const std::filesystem::path& file) {
 }  // namespace
 
 FolderLock::FolderLock(const std::filesystem::path& folder, std::chrono::milliseconds limit) {
-  if (!createPrivateDirectories(folder)) return;
+  if (!createPrivateFolders(folder)) return;
   file_ = openForLocking(folder / ".lock");
   // Removing another user's file would let two processes of this one hold the lock.
   if (!file_) file_ = openForLocking(folder / (".lock-" + std::to_string(::geteuid())));

@@ -1,8 +1,8 @@
 #include <orvane/platform/host/Preferences.h>
 
 #include <orvane/platform/database/DatabaseQueue.h>
-#include <orvane/platform/files/Directories.h>
 #include <orvane/platform/files/FolderLock.h>
+#include <orvane/platform/files/FolderOperations.h>
 #include <orvane/platform/files/PreservedFile.h>
 #include <orvane/platform/host/HostApplication.h>
 
@@ -93,7 +93,7 @@ struct Preferences::Store {
       auto result = block(*queue);
       if (!isCorrupt(result)) return result;
     }
-    if (auto made = platform::createPrivateDirectories(*folder); !made) {
+    if (auto made = platform::createPrivateFolders(*folder); !made) {
       return std::unexpected(std::move(made).error());
     }
     // Under the lock the file is looked at once more: another process may have replaced it.

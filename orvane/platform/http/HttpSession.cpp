@@ -2,8 +2,8 @@
 
 #include <orvane/platform/base/PosixError.h>
 #include <orvane/platform/concurrency/BackgroundQueue.h>
-#include <orvane/platform/concurrency/OperationQueue.h>
 #include <orvane/platform/concurrency/Suspension.h>
+#include <orvane/platform/concurrency/WorkQueue.h>
 #include <orvane/platform/http/internal/ConnectionCache.h>
 #include <orvane/platform/http/internal/Transfer.h>
 #include <orvane/platform/http/internal/TransferLoop.h>
@@ -26,7 +26,7 @@ namespace asio = boost::asio;
 /// queue has not taken yet is replaced by the newer one.
 class CallbackDispatcher : public std::enable_shared_from_this<CallbackDispatcher> {
  public:
-  CallbackDispatcher(OperationQueue queue, HttpSession::Progress progress,
+  CallbackDispatcher(WorkQueue queue, HttpSession::Progress progress,
                      HttpSession::Completion completion)
       : queue_(std::move(queue)),
         progress_(std::move(progress)),
@@ -76,7 +76,7 @@ class CallbackDispatcher : public std::enable_shared_from_this<CallbackDispatche
   std::optional<Result<HttpResponse>> result_;
   bool scheduled_ = false;
 
-  OperationQueue queue_;
+  WorkQueue queue_;
   HttpSession::Progress progress_;
   HttpSession::Completion completion_;
 };
@@ -103,7 +103,7 @@ Async<HttpResponse> sendOver(std::shared_ptr<ConnectionCache> connections, HttpR
 struct HttpSession::State {
   explicit State(std::size_t maxConcurrentCallbacks) : callbacks(maxConcurrentCallbacks) {}
 
-  OperationQueue callbacks;
+  WorkQueue callbacks;
   std::shared_ptr<ConnectionCache> connections = std::make_shared<ConnectionCache>();
 };
 

@@ -1,7 +1,7 @@
 #include <orvane/platform/json/JsonFile.h>
 
-#include <orvane/platform/files/Directories.h>
 #include <orvane/platform/files/FileReader.h>
+#include <orvane/platform/files/FolderOperations.h>
 #include <orvane/platform/files/PreservedFile.h>
 
 #include <cerrno>
@@ -54,7 +54,7 @@ void JsonFile::remove() {
 
 bool JsonFile::prepareFolder() const {
   if (!path_) return false;
-  static_cast<void>(createPrivateDirectories(path_->parent_path()));
+  static_cast<void>(createPrivateFolders(path_->parent_path()));
   return true;
 }
 

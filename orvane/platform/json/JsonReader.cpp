@@ -1,9 +1,9 @@
 #include <orvane/platform/json/JsonReader.h>
 
 #include <orvane/platform/base/Utf8.h>
-#include <orvane/platform/json/JsonNumber.h>
 
 #include <charconv>
+#include <cmath>
 #include <cstddef>
 #include <system_error>
 
@@ -22,6 +22,28 @@ std::string_view tokenOf(ondemand::value& value) {
 /// begin with the byte ED; everything else has been checked before.
 bool isText(std::string_view unescaped) {
   return unescaped.find('\xED') == std::string_view::npos || platform::isUtf8(unescaped);
+}
+
+/// Whether `token` is exactly one number of the JSON grammar, whatever its size.
+bool isNumber(std::string_view token) {
+  const auto take = [&token](std::string_view characters) {
+    const bool found = !token.empty() && characters.contains(token.front());
+    if (found) token.remove_prefix(1);
+    return found;
+  };
+  const auto takeDigits = [&take] {
+    const bool found = take("0123456789");
+    while (take("0123456789")) continue;
+    return found;
+  };
+  take("-");
+  if (!take("0") && !takeDigits()) return false;
+  if (take(".") && !takeDigits()) return false;
+  if (take("eE")) {
+    take("+-");
+    if (!takeDigits()) return false;
+  }
+  return token.empty();
 }
 
 bool readAnything(ondemand::value& value, int depth);
@@ -57,7 +79,7 @@ bool readAnything(ondemand::value& value, int depth) {
       return !value.get_string().get(text) && isText(text);
     }
     case ondemand::json_type::number:
-      return isJsonNumber(tokenOf(value));
+      return isNumber(tokenOf(value));
     case ondemand::json_type::boolean: {
       bool ignored = false;
       return read(value, ignored);
@@ -92,9 +114,14 @@ bool read(ondemand::value& value, std::string& result) {
 
 bool read(ondemand::value& value, std::int64_t& result) {
   if (!value.get_int64().get(result)) return true;
-  const auto number = wholeNumber(tokenOf(value));
-  if (number) result = *number;
-  return number.has_value();
+  // Too large, or with a fraction or an exponent that may come to a whole number.
+  constexpr double kEnd = 0x1p63;
+  if (tokenOf(value).find_first_of(".eE") == std::string_view::npos) return false;
+  double number = 0;
+  if (!read(value, number) || std::trunc(number) != number) return false;
+  if (number < -kEnd || number >= kEnd) return false;
+  result = static_cast<std::int64_t>(number);
+  return true;
 }
 
 bool read(ondemand::value& value, double& result) {
@@ -102,7 +129,7 @@ bool read(ondemand::value& value, double& result) {
   constexpr std::size_t kReliableLength = 18;
   const auto token = tokenOf(value);
   if (token.size() > kReliableLength) {
-    if (!isJsonNumber(token)) return false;
+    if (!isNumber(token)) return false;
     const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), result);
     if (error == std::errc{}) return true;
   }

@@ -24,7 +24,8 @@ namespace ondemand = simdjson::ondemand;
 [[nodiscard]] bool read(ondemand::value& value, std::string& result);
 /// The view lives as long as the text and until the parser reads another one.
 [[nodiscard]] bool read(ondemand::value& value, std::string_view& result);
-/// A whole number of 64 bits, however it is written.
+/// A whole number of 64 bits. One with a fraction or an exponent ("3.0", "30e-1") is first read as
+/// a double, so it is rounded beyond 2^53.
 [[nodiscard]] bool read(ondemand::value& value, std::int64_t& result);
 [[nodiscard]] bool read(ondemand::value& value, double& result);
 [[nodiscard]] bool read(ondemand::value& value, bool& result);

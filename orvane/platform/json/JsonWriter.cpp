@@ -1,8 +1,9 @@
 #include <orvane/platform/json/JsonWriter.h>
 
 #include <orvane/platform/base/Utf8.h>
-#include <orvane/platform/json/JsonNumber.h>
 
+#include <array>
+#include <charconv>
 #include <cmath>
 
 namespace orvane::platform {
@@ -10,6 +11,12 @@ namespace {
 
 /// RapidJSON counts in 32 bits and makes room for six times a text.
 constexpr std::size_t kLongestText = std::size_t{1} << 29;
+
+bool isWholeOf64Bits(double number) {
+  constexpr double kLimit = 0x1p63;
+  const bool isNegativeZero = number == 0 && std::signbit(number);
+  return number >= -kLimit && number < kLimit && std::trunc(number) == number && !isNegativeZero;
+}
 
 }  // namespace
 
@@ -32,8 +39,12 @@ void JsonWriter::value(double number) {
     ok_ = false;
     number = 0;
   }
-  const NumberText text(number);
-  writer_.RawValue(text.view().data(), text.view().size(), rapidjson::kNumberType);
+  if (isWholeOf64Bits(number)) return value(static_cast<std::int64_t>(number));
+  // The shortest text that reads back as the same number.
+  std::array<char, 32> text{};
+  const auto* const end = std::to_chars(text.begin(), text.end(), number).ptr;
+  writer_.RawValue(text.data(), static_cast<std::size_t>(end - text.data()),
+                   rapidjson::kNumberType);
 }
 
 void JsonWriter::value(const std::vector<std::string>& texts) {

@@ -3,8 +3,8 @@
 #include <orvane/platform/base/PercentEncoding.h>
 #include <orvane/platform/base/PosixError.h>
 #include <orvane/platform/files/AtomicFile.h>
-#include <orvane/platform/files/Directories.h>
 #include <orvane/platform/files/FileReader.h>
+#include <orvane/platform/files/FolderOperations.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,7 +19,8 @@ namespace {
 namespace fs = std::filesystem;
 
 /// No separator, and no ".", which could make a name special or that of a temporary file.
-constexpr platform::CharacterSet kFileNameAllowed{"-_"};
+constexpr platform::CharacterSet kFileNameAllowed =
+    platform::kUrlUnreserved - platform::CharacterSet(".~");
 
 Error noFolder() {
   return SecureStore::error(SecureStoreErrorCode::unavailable, "the host has no data folder");
@@ -64,7 +65,7 @@ Result<std::optional<Bytes>> FileSecureStore::read(std::string_view account) {
 
 Result<void> FileSecureStore::replace(std::string_view account, ByteView data) {
   if (folder_.empty()) return std::unexpected(noFolder());
-  if (auto created = platform::createPrivateDirectories(folder_); !created) return created;
+  if (auto created = platform::createPrivateFolders(folder_); !created) return created;
   if (auto closed = makePrivate(folder_); !closed) return closed;
   auto file = platform::AtomicFile::create(fileOf(folder_, account));
   if (!file) return std::unexpected(file.error());

@@ -1,36 +1,55 @@
-#include <orvane/platform/concurrency/SerialQueue.h>
+#include <orvane/platform/concurrency/WorkQueue.h>
 
 #include <orvane/platform/concurrency/BackgroundQueue.h>
 
 #include "support/Test.h"
 
+#include <barrier>
+
 namespace orvane::platform {
 namespace {
 
-TEST(SerialQueue, RunsTheWorkOfManyThreadsInOrderOneAtATime) {
+TEST(WorkQueue, RunsTheWorkOfManyThreadsInOrderOneAtATime) {
   constexpr int kRounds = 500;
   std::vector<int> next(8);  // Unguarded on purpose: the queue itself must guard both.
   int outOfOrder = 0;
-  {
-    SerialQueue queue("test");
-    std::vector<std::jthread> threads;
-    for (int& mine : next) {
-      threads.emplace_back([&] {
-        for (int i = 0; i < kRounds; ++i) {
-          queue.async([&, i] { outOfOrder += mine++ == i ? 0 : 1; });
-          if (i % 10 == 0) {
-            EXPECT_EQ(queue.sync([&] { return mine; }), i + 1);
-          }
+  WorkQueue queue(1);
+  std::vector<std::jthread> threads;
+  for (int& mine : next) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < kRounds; ++i) {
+        queue.async([&, i] { outOfOrder += mine++ == i ? 0 : 1; });
+        if (i % 10 == 0) {
+          EXPECT_EQ(queue.sync([&] { return mine; }), i + 1);
         }
-      });
-    }
-  }  // Waits for what is queued.
+      }
+    });
+  }
+  threads.clear();
+  queue.sync([] {});
   EXPECT_EQ(outOfOrder, 0);
   EXPECT_EQ(next, std::vector(next.size(), kRounds));
 }
 
-TEST(SerialQueue, SyncWorksWhenEveryPoolThreadIsTaken) {
-  SerialQueue queue("test");
+TEST(WorkQueue, RunsAsManyAtATimeAsItsLimitSays) {
+  constexpr int kLimit = 3;
+  WorkQueue queue(kLimit);
+  std::barrier all(kLimit);  // Nobody passes it unless so many run at a time.
+  std::atomic<int> running = 0;
+  std::latch done(4 * kLimit);
+  for (int i = 0; i < 4 * kLimit; ++i) {
+    queue.async([&] {
+      EXPECT_LE(++running, kLimit);
+      all.arrive_and_wait();
+      --running;
+      done.count_down();
+    });
+  }
+  done.wait();
+}
+
+TEST(WorkQueue, SyncWorksWhenEveryPoolThreadIsTaken) {
+  WorkQueue queue(1);
   int value = 0;
   const int threads = std::max(4, static_cast<int>(std::thread::hardware_concurrency()));
   std::latch taken(threads);

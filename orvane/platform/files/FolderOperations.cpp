@@ -1,4 +1,4 @@
-#include <orvane/platform/files/Directories.h>
+#include <orvane/platform/files/FolderOperations.h>
 
 #include <orvane/platform/base/PosixError.h>
 #include <orvane/platform/files/FileDescriptor.h>
@@ -22,10 +22,10 @@ bool createOne(const std::filesystem::path& folder) {
 
 }  // namespace
 
-Result<void> createPrivateDirectories(const std::filesystem::path& folder) {
+Result<void> createPrivateFolders(const std::filesystem::path& folder) {
   if (createOne(folder)) return {};
   if (errno == ENOENT && folder.has_parent_path() && folder.parent_path() != folder) {
-    if (auto above = createPrivateDirectories(folder.parent_path()); !above) return above;
+    if (auto above = createPrivateFolders(folder.parent_path()); !above) return above;
     if (createOne(folder)) return {};
   }
   const int failure = errno;

@@ -1,4 +1,4 @@
-#include <orvane/platform/database/DatabaseQueue.h>
+#include <orvane/platform/database/DatabaseMigrator.h>
 
 #include "support/Test.h"
 
@@ -7,14 +7,16 @@ namespace {
 
 using Integer = Result<std::optional<std::int64_t>>;
 
-fs::path file() { return testDirectory() / "test.sqlite"; }
-
-Result<void> prepare(Database& database) {
-  if (auto done = database.execute("PRAGMA journal_mode=WAL"); !done) return done;
-  return database.execute("CREATE TABLE IF NOT EXISTS t (v UNIQUE)");
+std::unique_ptr<DatabaseQueue> openTest(const char* preparation = "PRAGMA busy_timeout=10000") {
+  return DatabaseQueue::open(
+             testDirectory() / "test.sqlite",
+             [preparation](Database& database) {
+               EXPECT_TRUE(database.execute("PRAGMA journal_mode=WAL"));
+               EXPECT_TRUE(database.execute("CREATE TABLE IF NOT EXISTS t (v UNIQUE)"));
+               return database.execute(preparation);
+             })
+      .value();
 }
-
-std::unique_ptr<DatabaseQueue> openTest() { return DatabaseQueue::open(file(), prepare).value(); }
 
 Result<void> insert(Database& database, const DatabaseValue& value) {
   return database.execute("INSERT INTO t VALUES (?)", {value});
@@ -26,8 +28,7 @@ std::int64_t countIn(DatabaseQueue& queue) { return queue.read(count).value().va
 
 TEST(DatabaseQueue, TextsAndBytesSurviveAsTheyAre) {
   const auto queue = openTest();
-  for (const auto text :
-       {""sv, "a\0b"sv, "\0"sv, "\xff\xfe broken"sv, "naïve \xf0\x9f\x98\x80"sv}) {
+  for (const auto text : {""sv, "a\0b"sv, "\xff\xfe broken"sv, "naïve \xf0\x9f\x98\x80"sv}) {
     const auto seen = queue->write([&](Database& database) -> Result<std::optional<std::string>> {
       EXPECT_TRUE(database.execute("DELETE FROM t") && insert(database, text));
       return database.fetchOne("SELECT v, typeof(v) AS kind FROM t", {}, {"kind", "v"},
@@ -60,22 +61,17 @@ TEST(DatabaseQueue, MistakesAreErrors) {
     EXPECT_EQ(done.error().domain(), Error::kDatabase);
     EXPECT_EQ(done.error().code(), code) << done.error().description();
   }
-  const auto column = queue->read([](Database& database) {
-    return database.forEachRow("SELECT v FROM t", {}, {"w"}, [](const DatabaseRow&) {});
+  const auto inner = queue->write([&](Database& database) -> Integer {
+    EXPECT_TRUE(insert(database, "x"sv));
+    return queue->read(count);
   });
-  EXPECT_EQ(column.error().code(), 25);
+  EXPECT_EQ(inner.error().code(), 21) << "a block cannot call its own queue";
+  EXPECT_EQ(countIn(*queue), 0);
+  for (const auto& path : {fs::path(), testDirectory(), testDirectory() / "a\0b"sv}) {
+    EXPECT_EQ(DatabaseQueue::open(path).error().code() & 0xff, 14) << path;
+  }
 }
 
-TEST(DatabaseQueue, WhatCannotBeOpenedIsAnError) {
-  const auto folder = testDirectory();
-  for (const auto& path : {fs::path(), folder, folder / "missing" / "f", folder / "a\0b"sv}) {
-    const auto opened = DatabaseQueue::open(path, prepare);
-    ASSERT_FALSE(opened) << path;
-    EXPECT_EQ(opened.error().code() & 0xff, 14) << path;
-  }
-  EXPECT_FALSE(
-      DatabaseQueue::open(file(), [](Database& database) { return database.execute("WRONG"); }));
-}
 TEST(DatabaseQueue, AWriteIsAllOrNothing) {
   const auto queue = openTest();
   const auto one = std::int64_t{1};
@@ -103,86 +99,76 @@ TEST(DatabaseQueue, AWriteIsAllOrNothing) {
   EXPECT_FALSE(lost);
   EXPECT_EQ(countIn(*queue), 2);
 }
-TEST(DatabaseQueue, AWriteHasTheLockFromItsBeginning) {
+
+TEST(DatabaseQueue, AWriteHasTheLockAndAReadOneSnapshotFromTheBeginning) {
   const auto queue = openTest();
-  const auto impatient = DatabaseQueue::open(file(), [](Database& database) {
-                           return database.execute("PRAGMA busy_timeout=0");
-                         }).value();
-  const auto begun = queue->write([&](Database&) -> Result<void> {
-    const auto refused = impatient->write([](Database&) -> Result<void> {
-      ADD_FAILURE() << "two have begun to write";
-      return {};
-    });
+  const auto impatient = openTest("PRAGMA busy_timeout=0");
+  EXPECT_TRUE(queue->write([&](Database&) -> Result<void> {
+    const auto refused = impatient->write([](Database&) { return Result<void>(); });
     EXPECT_EQ(refused.error().code(), 5);
     return {};
-  });
-  EXPECT_TRUE(begun);
-}
-TEST(DatabaseQueue, AReadSeesOneSnapshotAndChangesNothing) {
-  const auto queue = openTest();
-  const auto seen = queue->read([](Database& database) -> Integer {
+  }));
+  const auto seen = queue->read([&](Database& database) -> Integer {
     EXPECT_EQ(count(database).value(), 0);
-    EXPECT_TRUE(openTest()->write([](Database& there) { return insert(there, "new"sv); }));
+    EXPECT_TRUE(impatient->write([](Database& there) { return insert(there, "new"sv); }));
     EXPECT_EQ(insert(database, "refused"sv).error().code(), 8);
     return count(database);
   });
   EXPECT_EQ(seen.value(), 0);
   EXPECT_EQ(countIn(*queue), 1);
 }
+
 TEST(DatabaseQueue, ColumnsAreThoseOfThePresentSchema) {
   const auto queue = openTest();
+  ASSERT_TRUE(queue->write([](Database& database) { return insert(database, std::int64_t{7}); }));
   const auto read = [&](std::string_view column) {
     return queue->read([&](Database& database) {
       return database.fetchOne("SELECT * FROM t", {}, {column},
                                [](const DatabaseRow& row) { return row.integer(0); });
     });
   };
-  ASSERT_TRUE(queue->write([](Database& database) { return insert(database, std::int64_t{7}); }) &&
-              openTest()->write([](Database& database) {
-                return database.execute("ALTER TABLE t RENAME COLUMN v TO w");
-              }));
+  EXPECT_EQ(read("v").value(), 7);
+  (void)openTest("ALTER TABLE t RENAME COLUMN v TO w");
   EXPECT_EQ(read("w").value(), 7);
   EXPECT_EQ(read("v").error().code(), 25);
 }
 
-TEST(DatabaseQueue, ABlockCannotCallItsOwnQueue) {
-  const auto queue = openTest();
-  const auto inner = queue->write([&](Database& database) -> Integer {
-    EXPECT_TRUE(insert(database, "x"sv));
-    return queue->read(count);
-  });
-  EXPECT_EQ(inner.error().code(), 21);
-  EXPECT_EQ(countIn(*queue), 0);
-}
-
-TEST(DatabaseQueue, AVisitorMayRunTheSameStatement) {
-  const auto queue = openTest();
-  std::string seen;
-  const auto forEach = [](Database& database, const auto& visit) {
-    return database.forEachRow("VALUES (1), (2)", {}, {},
-                               [&](const DatabaseRow& row) { visit(row.integer(0)); });
-  };
-  EXPECT_TRUE(queue->read([&](Database& database) {
-    return forEach(database, [&](std::int64_t outer) {
-      EXPECT_TRUE(forEach(
-          database, [&](std::int64_t inner) { seen += std::to_string(10 * outer + inner) + ' '; }));
-    });
-  }));
-  EXPECT_EQ(seen, "11 12 21 22 ");
-}
-TEST(DatabaseQueue, ThreadsTakeTurns) {
-  const auto queue = openTest();
-  std::vector<std::jthread> threads(4);
-  for (auto& thread : threads) {
-    thread = std::jthread([&] {
-      for (int round = 0; round < 25; ++round) {
-        EXPECT_TRUE(queue->write(
-            [](Database& database) { return insert(database, count(database).value().value()); }));
-      }
+DatabaseMigrator migratorOf(const std::vector<const char*>& steps) {
+  DatabaseMigrator migrator;
+  for (const auto* const step : steps) {
+    migrator.add(step, [step](Database& database) -> Result<void> {
+      EXPECT_TRUE(insert(database, std::string_view(step)));
+      return database.execute(step);
     });
   }
-  threads.clear();
-  EXPECT_EQ(countIn(*queue), 100);
+  return migrator;
 }
+
+TEST(DatabaseMigrator, AppliesEachStepOnceInOrderOrNotAtAll) {
+  const auto* const one = "CREATE TABLE one (x)";
+  const auto* const two = "ALTER TABLE one RENAME TO two";
+  const struct {
+    std::vector<const char*> steps;
+    bool succeeds;
+    std::int64_t applied;
+  } cases[] = {{{one}, true, 1},
+               {{one, two}, true, 2},
+               {{one, two, "CREATE TABLE two (x)", "SELECT 1"}, false, 2},
+               {{one, two, "SELECT 1"}, true, 3}};
+  for (const auto& [steps, succeeds, applied] : cases) {
+    std::vector<std::jthread> threads(4);  // As several processes that start at once.
+    for (auto& thread : threads) {
+      thread = std::jthread([&steps, succeeds] {
+        EXPECT_EQ(migratorOf(steps).migrate(*openTest()).has_value(), succeeds);
+      });
+    }
+    threads.clear();
+    EXPECT_EQ(countIn(*openTest()), applied);
+  }
+  EXPECT_TRUE(openTest()->write([&](Database&) {
+    return migratorOf({one, two}).migrate(*openTest("PRAGMA busy_timeout=0"));
+  })) << "nothing to apply needs no lock";
+}
+
 }  // namespace
 }  // namespace orvane::platform
