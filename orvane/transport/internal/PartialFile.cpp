@@ -2,7 +2,7 @@
 
 #include <orvane/platform/base/Digest.h>
 #include <orvane/platform/base/PosixError.h>
-#include <orvane/platform/files/Directories.h>
+#include <orvane/platform/files/FolderOperations.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
