@@ -292,6 +292,11 @@ TEST(ResumableUploader, TriesAgainWhatMayPassAbortsWhatMayNotAndGoesOnWhereItWas
   });
 }
 
+TEST(ResumableUploader, PartsAreLargerWhereTenThousandWouldNotDo) {
+  EXPECT_EQ(ResumableUploader::partSizeFor(10'000 * kPart), kPart);
+  EXPECT_EQ(ResumableUploader::partSizeFor(10'000 * kPart + 1), kPart + (1 << 20));
+}
+
 TEST(ResumableUploader, MakesNoObjectOfAFileThatChanges) {
   const auto file = fileOfZeros(kFileSize);
   std::atomic<bool> changed = false;

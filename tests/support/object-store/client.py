@@ -1,17 +1,11 @@
 #!/usr/bin/python3
 """A client of the object store for tests: botocore, which shares no code with the engine.
 
-usage: client.py ENV COMMAND [ARGUMENT...]
+usage: client.py ENV mkbucket | put KEY FILE [TYPE] | get KEY | head KEY | list [PREFIX] |
+                     delete KEY | list-uploads [PREFIX]
 
-ENV is the file that the store's start script writes. Commands:
-  mkbucket              makes the bucket; it may exist
-  put KEY FILE [TYPE]   stores the file's bytes, with a content type if given
-  get KEY               writes the object's bytes to standard output
-  head KEY              {"key", "size", "etag", "contentType"}
-  list [PREFIX]         [{"key", "size", "etag"}...], all of them
-  delete KEY            removes the object; it may be missing
-  list-uploads [PREFIX] [{"key", "uploadId"}...], unfinished multipart uploads
-Responses are JSON on standard output. Status 4: nothing to get or head. Status 1: anything else.
+ENV is the file that the store's start script writes. `head`, `list` and `list-uploads` write JSON.
+Status 4: nothing to get or head. Status 1: anything else that went wrong.
 """
 import json
 import pathlib
