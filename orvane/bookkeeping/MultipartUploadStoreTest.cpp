@@ -64,7 +64,7 @@ TEST(MultipartUploadStoreTest, LoadsWholeFilesOnlyAndOfEqualNamesTheLast) {
     EXPECT_EQ(outputOfChild("multipart-store-reader"), said) << text;
     EXPECT_EQ(readFile(file()), text);
   }
-  EXPECT_EQ(count, 10);
+  EXPECT_EQ(count, 11);
 }
 
 std::string textOf(const Sizes& sizes) {

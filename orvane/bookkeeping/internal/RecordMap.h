@@ -114,7 +114,7 @@ class RecordMap {
         groups_, [&writer](Group& group) { return !group.json.empty() || encode(group, writer); });
   }
 
-  /// Writes the map as one JSON object with `append(text)`, which answers whether to go on.
+  /// Writes the map as one JSON object with `append(text)`, which returns whether to go on.
   /// `encodeAll` must have succeeded since the last change.
   template <class Append>
   [[nodiscard]] bool write(Append&& append) const {
@@ -203,7 +203,7 @@ class RecordMap {
   }
 
   std::vector<Group> groups_;  ///< All full but the last one.
-  /// From key to position; the keys are those of the entries.
+  /// Key → entry number; the views point into `Entry::key`.
   boost::unordered_flat_map<std::string_view, std::size_t, std::hash<std::string_view>> index_;
 };
 

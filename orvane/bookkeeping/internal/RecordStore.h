@@ -107,7 +107,7 @@ class RecordStore {
     }
   }
 
-  /// Only in work on the queue.
+  /// Call on `queue_` only.
   void persist() {
     file_.replace([this](platform::AtomicFile& file) {
       return records_.encodeAll() && records_.write([&file](std::string_view text) {

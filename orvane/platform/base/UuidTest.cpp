@@ -1,5 +1,7 @@
 #include <orvane/platform/base/Uuid.h>
 
+#include <orvane/platform/base/PercentEncoding.h>
+
 #include "support/Test.h"
 
 namespace orvane::platform {
@@ -22,6 +24,12 @@ TEST(Uuid, IsRandomOfVersion4AndReadInUpperCase) {
         "0123abcd0EF01-2345-6789-abcdefABCDEF", "0123abcd-EF01-2345-6789-abcdefABCD--"}) {
     EXPECT_EQ(uuidFrom(text), std::nullopt) << text;
   }
+}
+
+TEST(PercentEncoding, KeepsAPercentSignThatBeginsNoTriple) {
+  EXPECT_EQ(percentDecode("%4%41%4g%a%c3%A8%"), "%4A%4g%a\u00e8%");
+  EXPECT_EQ(percentDecodeText("%41%4"), std::nullopt);
+  EXPECT_EQ(percentDecodeText("%c3"), std::nullopt);
 }
 
 }  // namespace

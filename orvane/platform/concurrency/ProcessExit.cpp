@@ -14,7 +14,7 @@
 namespace orvane::platform {
 namespace {
 
-constexpr std::chrono::seconds kLongestWait{10};
+constexpr std::chrono::seconds kMaxWait{10};
 
 struct State {
   const pid_t process = getpid();
@@ -48,7 +48,7 @@ void begin() {
   run(ProcessExit::Stage::transfers);
   lock.lock();
   // Work of the thread that exits, a callback that has called `exit`, will not go on.
-  state.left.wait_for(lock, kLongestWait, [&] { return state.inside == passagesOfThisThread; });
+  state.left.wait_for(lock, kMaxWait, [&] { return state.inside == passagesOfThisThread; });
   lock.unlock();
   run(ProcessExit::Stage::stores);
 }

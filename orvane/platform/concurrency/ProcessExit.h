@@ -34,8 +34,8 @@ class ProcessExit {
   /// Has `step` run in its stage. False when the exit has begun; then it will not run.
   static bool add(Stage stage, std::function<void()> step);
 
-  /// To be called before a first `Passage`, and again after a library has been started whose own
-  /// exit handlers must come later.
+  /// Call before the first `Passage`, and again once a library has been started whose exit handlers
+  /// must run after this: handlers run in the reverse order of their registration.
   static void watch();
 
   /// Has the calling thread, which ends only with the process, begin the exit when it calls `exit`.

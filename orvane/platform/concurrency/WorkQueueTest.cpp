@@ -70,6 +70,9 @@ TEST(WorkQueue, SyncWorksWhenEveryPoolThreadIsTaken) {
   queue.async([&] { value = 8; });
   release.count_down();
   for (auto& result : seen) EXPECT_EQ(result.get(), 8);
+  std::promise<void> ran;  // By the pool, once `sync` has left the queue.
+  queue.sync([&] { queue.async([&] { ran.set_value(); }); });
+  EXPECT_EQ(ran.get_future().wait_for(1min), std::future_status::ready);
 }
 
 }  // namespace

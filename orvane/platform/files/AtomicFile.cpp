@@ -44,6 +44,17 @@ bool removeOfAnotherUser(const std::filesystem::path& name) {
          ::unlink(name.c_str()) == 0;
 }
 
+/// Removes the next few temporary files if no writer has them: what a killed one has left that
+/// wrote at the same time as others.
+void removeLeftBehind(const std::filesystem::path& target, int first) {
+  constexpr int kMaxWriters = 3;  // More at a time are rare, and each costs a look.
+  for (int number = first; number < first + kMaxWriters; ++number) {
+    const auto name = temporaryName(target, number);
+    const auto file = openTemporary(name, 0);
+    if (file && lock(file) && leadsTo(name, file)) ::unlink(name.c_str());
+  }
+}
+
 /// Opens and locks the first temporary file that no other writer has: a new one, or one that a
 /// killed writer has left. Its former holder may rename or remove it before it is locked, so the
 /// name must still lead to it then. A file of another user is removed once: some file systems show
@@ -62,12 +73,8 @@ Result<FileDescriptor> openFree(const std::filesystem::path& target,
     } else if (!file) {
       return std::unexpected(posixError(failure, "create"));
     } else if (leadsTo(temporary, file)) {
-      for (;;) {  // What killed writers have left that wrote at the same time as others.
-        const auto next = temporaryName(target, ++number);
-        const auto left = openTemporary(next, 0);
-        if (!left) return file;
-        if (lock(left) && leadsTo(next, left)) ::unlink(next.c_str());
-      }
+      removeLeftBehind(target, number + 1);
+      return file;
     }
   }
 }

@@ -15,7 +15,7 @@ namespace orvane::platform {
 /// not wait for each other: each has a temporary file of its own (".<name>.tmp", then
 /// ".<name>.tmp-2" and so on), locked while in use, and the last `commit` counts. Only on a file
 /// system without locks two writers may get the same one. What a killed writer has left is used or
-/// removed by the next one; what another user has left is removed where the folder allows it, and a
+/// removed by a later one; what another user has left is removed where the folder allows it, and a
 /// writer whose file is removed meanwhile fails to commit with ESTALE.
 ///
 /// One thread at a time; every call may block on the disk.

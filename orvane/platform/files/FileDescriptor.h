@@ -17,8 +17,8 @@ class FileDescriptor {
   [[nodiscard]] int get() const noexcept { return number_; }
   [[nodiscard]] explicit operator bool() const noexcept { return number_ >= 0; }
 
-  /// Locks the file against all others that do this (flock), waiting at most `limit`. Gives 0, or
-  /// why it is not locked: EWOULDBLOCK where another one has held it all the time.
+  /// Locks the file against all others that do this (flock), waiting at most `limit`. Returns 0 or
+  /// an error number: EWOULDBLOCK where another holder has kept the lock all the time.
   [[nodiscard]] int lockWithin(std::chrono::milliseconds limit) const;
 
   /// Closes early; a failure to close is ignored.

@@ -94,22 +94,20 @@ TEST(AtomicFile, AWriterThatStopsOrIsKilledHoldsUpNobodyAndLeavesNothing) {
   ASSERT_TRUE(replace(target(), "old"));
   ASSERT_EQ(mkfifo(pipePath().c_str(), 0600), 0);
   std::vector<ChildProcess> waiting;
-  for (const auto* const how : {"waits", "waits", "is killed", "waits", "is killed"}) {
-    auto writer = ChildProcess::run("writer", {how});
-    ASSERT_TRUE(writer.readLine());
-    if (how == "waits"s) {
-      waiting.push_back(std::move(writer));
-    } else {
-      EXPECT_EQ(writer.wait(), -SIGKILL);
-    }
+  for (int i = 0; i < 2; ++i) {
+    waiting.push_back(ChildProcess::run("writer", {"waits"}));
+    ASSERT_TRUE(waiting.back().readLine());
   }
   EXPECT_EQ(readFile(target()), "old");
   EXPECT_TRUE(replace(target(), "new"));
   EXPECT_EQ(readFile(target()), "new");
+  EXPECT_EQ(ChildProcess::run("writer", {"is killed"}).wait(), -SIGKILL);
   const std::ofstream pipe(pipePath());
   for (auto& writer : waiting) EXPECT_EQ(writer.wait(), 0);
   fs::remove(pipePath());
-  expectOnly(std::string(3'000'000, 'h'));
+  EXPECT_EQ(readFile(target()), std::string(3'000'000, 'h'));
+  EXPECT_TRUE(replace(target(), "last"));
+  expectOnly("last");
 }
 
 TEST(AtomicFile, ATemporaryFileOfAnotherUserIsMadeAnew) {
@@ -134,6 +132,9 @@ TEST(FolderLock, IsHeldByOneAtATimeWhateverAForkedChildStillHas) {
     child = fork();
     while (child == 0) pause();
   }
+  EXPECT_TRUE(FolderLock(folder, 0ms).isHeld());
+  kill(child, SIGKILL);
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
   std::atomic<int> holders = 0;
   std::vector<std::jthread> threads(4);
   for (auto& thread : threads) {
@@ -146,8 +147,6 @@ TEST(FolderLock, IsHeldByOneAtATimeWhateverAForkedChildStillHas) {
     });
   }
   threads.clear();
-  kill(child, SIGKILL);
-  EXPECT_EQ(waitpid(child, nullptr, 0), child);
   for (const auto& path : {folder.parent_path(), folder, folder / ".lock"}) {
     EXPECT_EQ(fs::status(path).permissions(), fs::perms(path == folder / ".lock" ? 0600 : 0700));
   }

@@ -7,20 +7,21 @@
 
 namespace orvane::platform {
 
-/// A turn with a folder among the processes and calls that ask for one; it ends with this object.
+/// Advisory lock on a folder, held until destruction: one holder at a time among all processes and
+/// calls that ask for it.
 class FolderLock {
  public:
-  /// Waits for the turn with `folder`, which is created for this user alone if it is not there; the
-  /// lock is that of a file ".lock" in it, or ".lock-<user number>" where the first is another
-  /// user's and cannot be opened. Without a folder, on a file system without locks and
-  /// when `limit` has passed, the caller goes on without the turn.
+  /// Waits at most `limit` for the lock on `folder`, which is created for this user alone if it is
+  /// missing. What is locked is a file ".lock" in it, or ".lock-<user number>" where another user
+  /// owns the first and it cannot be opened. Where the folder cannot be created, on a file system
+  /// without locks and when `limit` has passed, the caller goes on without the lock.
   FolderLock(const std::filesystem::path& folder, std::chrono::milliseconds limit);
   ~FolderLock();
   FolderLock(const FolderLock&) = delete;
   FolderLock& operator=(const FolderLock&) = delete;
 
   [[nodiscard]] bool isHeld() const noexcept { return isHeld_; }
-  /// Whether the turn failed to come since another one had it until `limit` had passed.
+  /// Whether another holder kept the lock until `limit` had passed.
   [[nodiscard]] bool isHeldByAnother() const noexcept { return isHeldByAnother_; }
 
  private:

@@ -15,8 +15,8 @@ namespace orvane::platform {
 /// One file that is read once and from then on only replaced.
 ///
 /// Its folder is created, with what is missing above it, at every use. Without a path nothing is
-/// read or written. Failures are not reported: a file that cannot be read counts
-/// as missing, and one that cannot be written keeps its content.
+/// read or written. Failures are not reported: a file that cannot be read counts as missing, and
+/// one that cannot be written keeps its content.
 ///
 /// A file that was found but is of no use is kept: just before it is replaced for the first time it
 /// is renamed to "<name>.undecodable" (and a number, when that is taken). As long as that fails it
@@ -30,10 +30,10 @@ class JsonFile {
   /// The whole content, or nothing.
   [[nodiscard]] std::optional<simdjson::padded_string> read();
 
-  /// Says that the content cannot be decoded: it is preserved before the next `replace`.
+  /// Call when the content cannot be decoded: the next `replace` preserves the present file first.
   void setUndecodable() { mustPreserve_ = true; }
 
-  /// Replaces the file by what `write` appends; not if that answers false.
+  /// Replaces the file by what `write` appends; not if that returns false.
   void replace(const std::function<bool(AtomicFile&)>& write);
 
   /// Deletes the file.

@@ -10,7 +10,7 @@
 namespace orvane::platform {
 namespace {
 
-constexpr int kMaximumDepth = 512;
+constexpr int kMaxDepth = 512;
 
 /// The value as it is written, up to the next token without the space before that.
 std::string_view tokenOf(ondemand::value& value) {
@@ -50,7 +50,7 @@ bool readAnything(ondemand::value& value, int depth);
 
 bool readElements(ondemand::value& value, int depth) {
   ondemand::array array;
-  if (depth == kMaximumDepth || value.get_array().get(array)) return false;
+  if (depth == kMaxDepth || value.get_array().get(array)) return false;
   for (auto item : array) {
     ondemand::value element;
     if (std::move(item).get(element) || !readAnything(element, depth + 1)) return false;
@@ -60,7 +60,7 @@ bool readElements(ondemand::value& value, int depth) {
 
 bool readEntries(ondemand::value& value, int depth) {
   ondemand::object object;
-  if (depth == kMaximumDepth || value.get_object().get(object)) return false;
+  if (depth == kMaxDepth || value.get_object().get(object)) return false;
   return readMap(object, [depth](std::string_view, ondemand::value& entry) {
     return readAnything(entry, depth + 1);
   });

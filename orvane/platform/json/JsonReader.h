@@ -14,9 +14,9 @@
 #include <vector>
 
 /// Strict reading on top of simdjson's forward-only API, which by itself looks only at what it is
-/// asked for. With these functions a text is accepted only when all of it is valid JSON, members
-/// that nobody wants included. Each reads its value whole or answers false, after which the
-/// document is given up.
+/// asked for. With these functions a text is accepted only when all of it is valid JSON, unknown
+/// members included. Each reads its value whole or returns false, after which the document must not
+/// be read on.
 namespace orvane::platform {
 
 namespace ondemand = simdjson::ondemand;
@@ -34,7 +34,7 @@ namespace ondemand = simdjson::ondemand;
 /// Reads null. False leaves the value as it was, to be read as something else.
 [[nodiscard]] bool readNull(ondemand::value& value);
 
-/// Reads a value of any type, bounded in depth, and forgets it.
+/// Validates a value of any type (depth at most 512) and skips it.
 [[nodiscard]] bool readAnything(ondemand::value& value);
 
 /// The member's name; the view lives as long as the parser and its text. Once for each field.

@@ -10,7 +10,7 @@ namespace orvane::platform {
 namespace {
 
 /// RapidJSON counts in 32 bits and makes room for six times a text.
-constexpr std::size_t kLongestText = std::size_t{1} << 29;
+constexpr std::size_t kMaxTextSize = std::size_t{1} << 29;
 
 bool isWholeOf64Bits(double number) {
   constexpr double kLimit = 0x1p63;
@@ -27,7 +27,7 @@ void JsonWriter::value(std::string_view text) {
     repaired = platform::repairedUtf8(text);
     text = repaired;
   }
-  if (text.size() > kLongestText) {
+  if (text.size() > kMaxTextSize) {
     ok_ = false;
     text = {};
   }
