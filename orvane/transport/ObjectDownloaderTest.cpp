@@ -132,6 +132,7 @@ class Downloads : public ::testing::Test {
     auto object = testing::run(downloader.download("k", target(), existing, std::move(events)));
     requests_.clear();
     for (const auto& request : server.requests()) requests_.push_back(lineOf(request));
+    const std::lock_guard lock(mutex);
     EXPECT_TRUE(faults.empty());
     return object;
   }

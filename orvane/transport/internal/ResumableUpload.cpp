@@ -122,7 +122,10 @@ Async<std::string> ResumableUpload::uploadInParts() {
     auto beginning = begin();
     auto complete = co_await std::move(beginning);
     if (!complete) co_return std::unexpected(std::move(complete.error()));
-    if (*complete) co_return std::move(**complete);
+    if (*complete) {
+      if (job_.events.progress) job_.events.progress(version_.size, version_.size);
+      co_return std::move(**complete);
+    }
     auto sending = sendAndComplete();
     auto eTag = co_await std::move(sending);
     if (eTag || !isForGood(eTag.error())) co_return eTag;
