@@ -110,6 +110,11 @@ SSL_CTX* secured(std::string& pem) {
   X509_gmtime_adj(X509_getm_notBefore(certificate), 0);
   X509_gmtime_adj(X509_getm_notAfter(certificate), 24L * 60 * 60);
   X509_set_pubkey(certificate, key);
+  X509_NAME* const subject = X509_get_subject_name(certificate);
+  const std::string commonName = "127.0.0.1";
+  X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_ASC,
+                             reinterpret_cast<const unsigned char*>(commonName.c_str()), -1, -1, 0);
+  X509_set_issuer_name(certificate, subject);
   X509_EXTENSION* name =
       X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, "IP:127.0.0.1");
   X509_add_ext(certificate, name, -1);

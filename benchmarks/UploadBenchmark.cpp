@@ -87,7 +87,9 @@ void uploadResumably(ResumableUploader& uploader, const std::vector<fs::path>& f
         boost::asio::use_future);
     host.restart();
     host.run();
-    if (!eTag.get()) throw std::runtime_error("upload failed");
+    if (const auto outcome = eTag.get(); !outcome) {
+      throw std::runtime_error(outcome.error().description());
+    }
   }
 }
 

@@ -1,5 +1,7 @@
 #include "support/FaultServer.h"
 
+#include <boost/algorithm/string/find.hpp>
+#include <boost/algorithm/string/trim.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/read.hpp>
@@ -11,7 +13,6 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
-#include <regex>
 #include <stdexcept>
 
 namespace orvane::testing {
@@ -86,10 +87,10 @@ std::string RecordedRequest::target() const {
 }
 
 std::optional<std::string> RecordedRequest::header(const std::string& name) const {
-  const std::regex field("\r\n" + name + ":[ \t]*(.*?)[ \t]*\r\n", std::regex::icase);
-  std::smatch match;
-  if (!std::regex_search(head, match, field)) return std::nullopt;
-  return match[1];
+  const auto field = boost::algorithm::ifind_first(head, "\r\n" + name + ":");
+  if (!field) return std::nullopt;
+  return boost::algorithm::trim_copy(
+      std::string(field.end(), std::find(field.end(), head.end(), '\r')));
 }
 
 FaultServer::FaultServer(Function otherwise)
