@@ -50,10 +50,9 @@ void checkUnfinishedUploads(const orvane::S3Config& config, bool repairs) {
     const auto name = key.substr(config.prefix.size());
     const bool isOld = std::chrono::system_clock::now() - begun > kOld;
     if (repairs && isOld) orvane::S3Uploader::abortMultipartUpload(name, uploadId, config);
-    std::cout << lineText("unfinished", name,
-                          repairs && isOld ? ": aborted"
-                          : isOld          ? ": begun more than a day ago; --repair aborts it"
-                                           : ": begun within a day");
+    const char* const advice =
+        repairs ? ": aborted" : ": begun more than a day ago; --repair aborts it";
+    std::cout << lineText("unfinished", name, isOld ? advice : ": begun within a day");
   }
 }
 

@@ -55,7 +55,9 @@ struct Store {
   [[nodiscard]] Reaction head(std::size_t size) const {
     std::string text = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(size) +
                        "\r\nETag: \"" + eTag + "\"\r\n";
-    for (const auto& [name, value] : headers) text += name + ": " + value + "\r\n";
+    for (const auto& [name, value] : headers) {
+      text.append(name).append(": ").append(value).append("\r\n");
+    }
     return {.answer = text + "\r\n"};
   }
 
@@ -105,7 +107,8 @@ Lines leftovers() {
 
 std::string outcomeOf(const Result<DownloadedObject>& object) {
   if (!object) return object.error().description();
-  return object->wasThere ? "was there" : object->isChecked ? "checked" : "not checkable";
+  if (object->wasThere) return "was there";
+  return object->isChecked ? "checked" : "not checkable";
 }
 
 class Downloads : public ::testing::Test {

@@ -1,12 +1,10 @@
 #include "BackupHost.h"
 
-#include <algorithm>
 #include <map>
 
 namespace orvane::testing {
 namespace {
 
-using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 class RestoreHostTest : public BackupHostTest {

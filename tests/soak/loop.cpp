@@ -72,7 +72,10 @@ class Loop {
 };
 
 int work(std::chrono::seconds duration, const std::string& endpoint, const fs::path& folder) {
-  const auto setting = [](const char* name) { return std::string(getenv(name)); };
+  const auto setting = [](const char* name) {
+    const char* const value = getenv(name);
+    return std::string(value == nullptr ? "" : value);
+  };
   if (!HostApplication::configure({.dataDirectory = folder / "data"}) ||
       !TagDatabase::shared().initialize()) {
     return 2;
@@ -101,5 +104,5 @@ int work(std::chrono::seconds duration, const std::string& endpoint, const fs::p
 
 int main(int argc, char** argv) {
   if (argc != 4) return 2;
-  return orvane::soak::work(std::chrono::seconds(std::atoi(argv[1])), argv[2], argv[3]);
+  return orvane::soak::work(std::chrono::seconds(std::stoi(argv[1])), argv[2], argv[3]);
 }

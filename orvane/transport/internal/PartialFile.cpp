@@ -12,7 +12,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <numeric>
 #include <string_view>
 
 namespace orvane::transport {
@@ -113,8 +112,8 @@ Result<void> PartialFile::begin(const std::string& version, std::int64_t objectS
   }
   if (auto cleared = clear(); !cleared) return cleared;
   if (auto allocated = allocate(wholeSize); !allocated) return allocated;
-  missing_.resize(static_cast<std::size_t>(rangeCount));
-  std::iota(missing_.begin(), missing_.end(), 0);
+  missing_.clear();
+  for (std::int64_t range = 0; range < rangeCount; ++range) missing_.push_back(range);
   return hasTail_ ? writeAt(file_, objectSize_, digest) : Result<void>{};
 }
 
