@@ -264,6 +264,9 @@ TEST_F(Downloads, GoOnWithTheSameVersionOnly) {
     ASSERT_FALSE(fs::exists(target()));
   };
   interrupt();
+  EXPECT_EQ(outcomeOf(download(store, {{"HEAD", answer(503)}}, ExistingFile::keep,
+                               {.mayRetry = [](auto&&...) { return false; }})),
+            "HTTP error 503");
   EXPECT_EQ(outcomeOf(download(store)), "checked");
   EXPECT_EQ(requests_, (Lines{"HEAD", kThird}));
   EXPECT_TRUE(testing::readFile(target()) == content);

@@ -344,7 +344,8 @@ ByteRange ObjectDownload::bytesOfRange(std::int64_t range) const {
 }
 
 bool ObjectDownload::mayGoOnLater(const Error& error) const {
-  return !diskFailed_ && !isForGood(error) && received_ > 0;
+  const bool holdsSomething = received_ > 0 || partial_->size() > 0;
+  return !diskFailed_ && !isForGood(error) && holdsSomething;
 }
 
 DownloadedObject ObjectDownload::outcome(bool isChecked, bool wasThere) const {
