@@ -5,9 +5,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <ranges>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace backup {
 namespace {
@@ -39,20 +42,21 @@ std::filesystem::path Place::path() const {
 }
 
 orvane::Result<Place> placeFor(const std::string& name, const FileDescriptor& root) {
-  Place place{.folder = FileDescriptor(fcntl(root.get(), F_DUPFD_CLOEXEC, 0)), .file = {}};
+  std::vector<std::string> parts;
+  for (const auto part : std::views::split(name, '/')) parts.emplace_back(part.begin(), part.end());
+  if (parts.empty() || !std::ranges::all_of(parts, isOrdinary)) {
+    return std::unexpected(posixError(EINVAL, "take such a name for a file"));
+  }
+  Place place{.folder = FileDescriptor(fcntl(root.get(), F_DUPFD_CLOEXEC, 0)),
+              .file = parts.back()};
   if (!place.folder) return std::unexpected(lastPosixError("open the folder"));
-  for (std::string_view rest = name;;) {
-    const auto slash = rest.find('/');
-    place.file = rest.substr(0, slash);
-    if (!isOrdinary(place.file)) {
-      return std::unexpected(posixError(EINVAL, "take such a name for a file"));
-    }
-    if (slash == std::string_view::npos) return place;
-    auto folder = subfolder(place.folder, place.file);
+  parts.pop_back();
+  for (const auto& part : parts) {
+    auto folder = subfolder(place.folder, part);
     if (!folder) return std::unexpected(std::move(folder.error()));
     place.folder = std::move(*folder);
-    rest.remove_prefix(slash + 1);
   }
+  return place;
 }
 
 }  // namespace backup

@@ -1,4 +1,5 @@
 #include <orvane/bookkeeping/UploadStore.h>
+#include <orvane/platform/files/FileVersion.h>
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/transport/ObjectDownloader.h>
 
@@ -45,15 +46,22 @@ using Objects = std::map<std::string, std::string>;
 class Restore {
  public:
   Restore(const Path& folder, const orvane::S3Config& config, bool overwrites)
-      : root_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+      : folder_(folder),
+        root_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
         existing_(overwrites ? orvane::ExistingFile::replace : orvane::ExistingFile::keep),
         downloader_(config) {}
 
   void run(const Objects& objects);
   void printSummary() const;
   [[nodiscard]] bool allWell() const { return failed_ == 0; }
-  /// The files that are in the folder now as they are in the store.
-  [[nodiscard]] const Objects& present() const { return present_; }
+
+  /// A file that is in the folder as it is in the store.
+  struct PresentFile {
+    std::string eTag;
+    std::optional<orvane::platform::FileVersion> file;  ///< As it was when it had been restored.
+  };
+  using Present = std::map<std::string, PresentFile>;
+  [[nodiscard]] const Present& present() const { return present_; }
 
  private:
   struct Item {
@@ -72,6 +80,7 @@ class Restore {
   void tick();
   [[nodiscard]] std::int64_t bytesReceived() const;
 
+  const Path folder_;
   const orvane::platform::FileDescriptor root_;
   const orvane::ExistingFile existing_;
   orvane::ObjectDownloader downloader_;
@@ -79,7 +88,7 @@ class Restore {
 
   std::deque<Item> items_;
   std::size_t next_ = 0;  ///< The first item that was never started.
-  Objects present_;
+  Present present_;
   std::size_t restored_ = 0;
   std::size_t unchecked_ = 0;
   std::size_t failed_ = 0;
@@ -129,7 +138,8 @@ bool Restore::mayRetry(const Item& item, const orvane::Error& error,
 }
 
 void Restore::succeed(const Item& item, const DownloadedObject& object) {
-  present_.emplace(item.name, object.eTag);
+  const auto file = orvane::platform::versionOf(folder_ / item.name);
+  present_.emplace(item.name, PresentFile{object.eTag, file ? std::optional(*file) : std::nullopt});
   if (object.wasThere) return;
   ++restored_;
   if (!object.isChecked) {
@@ -189,16 +199,21 @@ void recordObjects(const Objects& objects) {
   UploadStore::shared().upsertBatch(std::move(records));
 }
 
-/// Records what is in the folder now, so that the next run sends none of it.
-void recordFiles(const Folder& folder, const Objects& present) {
+std::optional<orvane::platform::FileVersion> versionOf(const LocalFile& file) {
+  const auto version = orvane::platform::versionOf(file.path);
+  return version ? std::optional(*version) : std::nullopt;
+}
+
+/// Records what was restored and is unchanged since, so that the next run sends none of it.
+void recordFiles(const Folder& folder, const Restore::Present& present) {
   std::vector<UploadRecord> records;
   for (const LocalFile& file : folder.files) {
     const auto object = present.find(file.name);
-    if (object == present.end()) continue;
+    if (object == present.end() || object->second.file != versionOf(file)) continue;
     auto known = UploadStore::shared().record(file.name);
-    auto record = known ? *std::move(known) : completedRecord(file.name, object->second);
+    auto record = known ? *std::move(known) : completedRecord(file.name, object->second.eTag);
     record.status = UploadStatus::completed;
-    record.eTag = object->second;
+    record.eTag = object->second.eTag;
     record.totalBytes = file.size;
     record.bytesUploaded = file.size;
     record.creationDate = file.modified;

@@ -47,6 +47,8 @@ constexpr std::chrono::seconds kBetweenSamples(1);  ///< Of the throughput.
 constexpr std::size_t kLargeAtATime = 2;
 constexpr std::size_t kSmallAtATime = 12;
 
+bool isLarge(std::int64_t size) { return size >= orvane::ResumableUploader::partSizeFor(size); }
+
 bool isOf(const std::optional<UploadRecord>& record, const LocalFile& file) {
   return record && record->totalBytes == file.size && record->creationDate == file.modified;
 }
@@ -90,6 +92,7 @@ class Backup {
   [[nodiscard]] bool mayRetry(Item& item, const orvane::Error& error, Seconds delay);
   void setStatus(Item& item, UploadStatus status, std::optional<std::string> message = {});
   void succeed(Item& item);
+  void forgetCompleted();
   void fail(const std::string& name, const std::string& reason);
   void tick();
   [[nodiscard]] std::int64_t bytesSent() const;
@@ -104,6 +107,7 @@ class Backup {
   std::deque<Item> items_;   ///< What is to be uploaded.
   std::deque<Item*> small_;  ///< Those never started, in this order.
   std::deque<Item*> large_;
+  std::vector<std::string> completed_;  ///< Large ones whose records may not be saved yet.
   std::int64_t bytesToUpload_ = 0;
   std::size_t uploaded_ = 0;
   std::size_t alreadyThere_ = 0;
@@ -129,6 +133,7 @@ void Backup::run(const Folder& folder) {
   display_.clearBar();
   if (bytesToCount_ > 0) measure();
   saver_.save();
+  forgetCompleted();
 }
 
 /// What earlier runs left under way goes on, unless its file is gone or has changed.
@@ -139,6 +144,10 @@ void Backup::takeUpEarlierRuns(const std::vector<LocalFile>& files) {
     if (file == files.end() || !isOf(record, *file)) {
       display_.print("given up", state.assetId(), ": an upload of what the file was before");
       giveUp(state, config_);
+      continue;
+    }
+    if (record->status == UploadStatus::completed) {  // That run ended before it forgot the upload.
+      MultipartUploadStore::shared().remove(state.assetId());
       continue;
     }
     if (record->status == UploadStatus::failed) {  // Its retries are used up.
@@ -164,8 +173,7 @@ void Backup::fileRecords(const std::vector<LocalFile>& files) {
                " retries (--retry-all tries again): " + known->errorMessage.value_or(""));
     } else {
       items_.emplace_back(file.path, pendingRecord(std::move(known), file));
-      const bool isSmall = file.size < orvane::ResumableUploader::partSizeFor(file.size);
-      (isSmall ? small_ : large_).push_back(&items_.back());
+      (isLarge(file.size) ? large_ : small_).push_back(&items_.back());
       bytesToUpload_ += file.size;
       saver_.add(items_.back().record);
     }
@@ -231,8 +239,14 @@ void Backup::succeed(Item& item) {
   ++uploaded_;
   refused_ = 0;
   bytesToCount_ += item.record.totalBytes;
+  if (isLarge(item.record.totalBytes)) completed_.push_back(item.record.id());
   if (display_.showsBar()) return;
   display_.print("uploaded", item.record.id(), ", " + byteText(item.record.totalBytes));
+}
+
+/// How far uploads had come, which a killed run needs until their records say that they are done.
+void Backup::forgetCompleted() {
+  for (const auto& id : std::exchange(completed_, {})) MultipartUploadStore::shared().remove(id);
 }
 
 void Backup::fail(const std::string& name, const std::string& reason) {
@@ -245,7 +259,7 @@ void Backup::tick() {
     display_.print("stopping", "the uploads under way", "; the next run goes on with them");
     for (Item& item : items_) item.stop.emit(boost::asio::cancellation_type::terminal);
   }
-  saver_.saveIfDue();
+  if (saver_.saveIfDue()) forgetCompleted();
   if (Clock::now() - measured_ >= kBetweenSamples) measure();
   drawBar();
 }

@@ -62,7 +62,7 @@ orvane::Async<std::string> transfer(ResumableUploader& uploader, const std::file
   auto uploading = uploader.upload(file, record.filename(), contentType, checkpointOf(record, file),
                                    std::move(events));
   auto eTag = co_await std::move(uploading);
-  if (eTag || !mayGoOnLater(eTag.error())) MultipartUploadStore::shared().remove(record.id());
+  if (!eTag && !mayGoOnLater(eTag.error())) MultipartUploadStore::shared().remove(record.id());
   co_return eTag;
 }
 

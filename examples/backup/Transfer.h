@@ -11,8 +11,8 @@
 namespace backup {
 
 /// Uploads a file as its record says, from where an earlier run left it. How far it has come is
-/// kept in the store of multipart uploads until it has ended, unless it may go on later. The
-/// arguments must outlive it.
+/// kept in the store of multipart uploads until it has failed for good; after a success the caller
+/// removes it, once the record says so. The arguments must outlive it.
 [[nodiscard]] orvane::Async<std::string> transfer(orvane::ResumableUploader& uploader,
                                                   const std::filesystem::path& file,
                                                   const orvane::UploadRecord& record,

@@ -80,7 +80,8 @@ Result<std::vector<UnfinishedUpload>> listUnfinishedUploads(const S3Config& conf
         platform::HttpSession::shared().sendAndWait(signer.signedRequest("GET", *url)));
     if (!response) return std::unexpected(response.error());
     auto next = readPage(response->body, uploads);
-    if (!next || next->key.empty() || *next == after) return uploads;
+    // Keys are listed in order; a store that goes back would never come to an end.
+    if (!next || next->key < after.key || *next == after) return uploads;
     after = std::move(*next);
   }
 }

@@ -19,7 +19,6 @@ TEST(UnfinishedUploads, AreListedPageByPage) {
                "<IsTruncated>true</IsTruncated><NextKeyMarker>p/you &amp; me</NextKeyMarker>"
                "<NextUploadIdMarker>1</NextUploadIdMarker>"));
   server.queue(testing::answer(200, upload("p/z", "4", "1970-01-01T00:00:01Z")));
-  server.queue(testing::answer(403));
   const auto config = testing::configFor(server.url());
   const auto uploads = listUnfinishedUploads(config, "p/").value();
   ASSERT_EQ(uploads.size(), 2U);
@@ -30,6 +29,14 @@ TEST(UnfinishedUploads, AreListedPageByPage) {
   EXPECT_EQ(server.requests()[0].target(), "/photos?uploads&prefix=p%2F");
   EXPECT_EQ(server.requests()[1].target(),
             "/photos?uploads&prefix=p%2F&key-marker=p%2Fyou%20%26%20me&upload-id-marker=1");
+  // Pages that lead back.
+  for (const char* marker : {"a", "b", "a"}) {
+    const std::string next(marker);
+    server.queue(testing::answer(
+        200, "<IsTruncated>true</IsTruncated><NextKeyMarker>" + next + "</NextKeyMarker>"));
+  }
+  EXPECT_TRUE(listUnfinishedUploads(config, "").value().empty());
+  server.queue(testing::answer(403));
   EXPECT_EQ(listUnfinishedUploads(config, "").error().description(), "HTTP error 403");
 }
 

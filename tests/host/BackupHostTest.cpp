@@ -331,6 +331,7 @@ TEST_F(BackupHostTest, ALargeFileGoesOnWhereItWasInterruptedUnlessItHasChanged) 
     const auto target = request.target();
     if (target.ends_with("?uploads")) return answer(200, "<UploadId>id</UploadId>");
     if (request.method() == "GET") return answer(200, "<ListPartsResult/>");
+    if (request.method() == "POST") return answer(200, "<ETag>e-5</ETag>");
     if (!target.contains("partNumber=3")) return answer(200, "", {{"ETag", "\"e\""}});
     return Reaction{.answer = answerText(200, "", {{"ETag", "\"e\""}}), .gate = gate};
   });

@@ -67,8 +67,15 @@ TEST_F(RestoreHostTest, WritesNowhereElse) {
   fs::create_directories(outside);
   fs::create_directories(restored_);
   fs::create_directory_symlink(outside, restored_ / "link");
-  const std::vector<std::string> bad = {"../x", "/x",     "a/../x", "a//x",
-                                        "./x",  "link/x", "dir",    std::string(300, 'n')};
+  const std::vector<std::string> bad = {"../x",
+                                        "/x",
+                                        "a/../x",
+                                        "a//x",
+                                        "./x",
+                                        "link/x",
+                                        "dir",
+                                        ".orvane-0123456789abcdef.part",
+                                        std::string(300, 'n')};
   for (const auto& name : bad) store_.put(store_.prefix() + "media/" + name, "evil", "text/plain");
   store_.put(store_.prefix() + "media/dir/good", "good", "text/plain");
   fs::create_directory(restored_ / "dir");

@@ -19,7 +19,7 @@ import tempfile
 import time
 
 LOST = "The connection was lost"
-SIZES = [0, 10, 200_000, 9 << 20, 33 << 20]
+SIZES = [0, 10, 200_000, 9 << 20, 17 << 20]
 KILLS = 3
 
 

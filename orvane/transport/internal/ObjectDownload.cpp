@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <numeric>
 #include <system_error>
 #include <utility>
 
@@ -59,6 +58,10 @@ Async<DownloadedObject> ObjectDownload::run() {
   co_await this_coro::throw_if_cancelled(false);
   object_ = exchange_.config().url(job_.key);
   if (!object_) co_return std::unexpected(S3Error::invalidURL());
+  if (PartialFile::isNameOfOne(job_.target.filename().native())) {
+    co_return std::unexpected(
+        platform::posixError(EINVAL, "give a file the name of an unfinished one"));
+  }
   auto looking = lookAtTarget();
   auto decided = co_await std::move(looking);
   if (!decided) co_return std::unexpected(std::move(decided.error()));
@@ -120,7 +123,7 @@ Async<bool> ObjectDownload::targetIsObject() {
   });
   static_cast<void>(co_await std::move(looking));
   if (!file || file->size != version_->size) co_return false;
-  if (version_->fileModified == file->modified) co_return true;
+  if (version_->modified() == file->modified) co_return true;
   auto comparing = compare(job_.target);
   const auto match = co_await std::move(comparing);
   if (!match) co_return std::unexpected(match.error());
@@ -156,8 +159,7 @@ Async<DownloadedObject> ObjectDownload::finish() {
   }
   auto finishing = onDisk([this] {
     const bool replaces = job_.existing == ExistingFile::replace;
-    const auto modified = version_->fileModified ? version_->fileModified : version_->lastModified;
-    return partial_->finish(job_.target, replaces, version_->size, modified);
+    return partial_->finish(job_.target, replaces, version_->size, version_->modified());
   });
   if (auto finished = co_await std::move(finishing); !finished) {
     co_return std::unexpected(std::move(finished.error()));
@@ -241,6 +243,9 @@ Async<void> ObjectDownload::fetchRangeAfterRange() {
     auto asking =
         exchange_.sendRetried([this, range] { return rangeRequest(range); }, job_.events.mayRetry);
     auto response = co_await std::move(asking);
+    if (!response && hasStatus(response.error(), kNoSuchRange)) {
+      co_return std::unexpected(changedObject());
+    }
     if (!response) co_return std::unexpected(std::move(response.error()));
     const auto version = versionInRange(*response, bytesOfRange(range));
     if (!version) co_return std::unexpected(version.error());
@@ -287,22 +292,28 @@ Async<ObjectDownload::Match> ObjectDownload::compare(fs::path file) {
 
 Async<std::string> ObjectDownload::eTagOfFile(fs::path file, std::vector<std::int64_t> sizes,
                                               bool isInParts) {
+  bool more = true;
   FileSums sums(std::move(file), std::move(sizes));
-  for (bool goesOn = true; goesOn;) {
+  while (more) {
     auto checking = failIfCancelled();
     if (auto going = co_await std::move(checking); !going) {
       co_return std::unexpected(std::move(going.error()));
     }
-    auto stepping = platform::backgroundTask([&sums] { return sums.step(); });
-    const auto more = co_await std::move(stepping);
-    if (!more) co_return std::unexpected(more.error());
-    goesOn = *more;
+    auto reading = onDisk([&sums, &more]() -> Result<void> {
+      const auto step = sums.step();
+      more = step.value_or(false);
+      return step ? Result<void>{} : std::unexpected(step.error());
+    });
+    if (auto read = co_await std::move(reading); !read) {
+      co_return std::unexpected(std::move(read.error()));
+    }
   }
   co_return isInParts ? eTagOfParts(sums.sums()).value_or("") : sums.sums().front();
 }
 
 Async<std::vector<std::int64_t>> ObjectDownload::storedPartSizes(std::int64_t count) {
   std::vector<std::int64_t> sizes;
+  auto left = version_->size;
   while (std::cmp_less(sizes.size(), count)) {
     const auto number = std::to_string(sizes.size() + 1);
     auto asking = exchange_.sendRetried(
@@ -317,9 +328,12 @@ Async<std::vector<std::int64_t>> ObjectDownload::storedPartSizes(std::int64_t co
     if (!response && isForGood(response.error())) co_return std::vector<std::int64_t>{};
     if (!response) co_return std::unexpected(response.error());
     sizes.push_back(wholeNumber(response->headers.get("Content-Length").value_or("")).value_or(0));
+    left -= std::min(left, sizes.back());
+    if (sizes.back() == 0 || (left == 0) != std::cmp_equal(sizes.size(), count)) {
+      co_return std::vector<std::int64_t>{};
+    }
   }
-  const auto sum = std::accumulate(sizes.begin(), sizes.end(), std::int64_t{0});
-  co_return sum == version_->size ? std::move(sizes) : std::vector<std::int64_t>{};
+  co_return sizes;
 }
 
 Async<void> ObjectDownload::onDisk(std::function<Result<void>()> work) {

@@ -69,9 +69,8 @@ class ObjectDownload {
 
   [[nodiscard]] Async<Match> compare(std::filesystem::path file);
   /// The ETag of a file that is stored in pieces of these sizes.
-  [[nodiscard]] static Async<std::string> eTagOfFile(std::filesystem::path file,
-                                                     std::vector<std::int64_t> sizes,
-                                                     bool isInParts);
+  [[nodiscard]] Async<std::string> eTagOfFile(std::filesystem::path file,
+                                              std::vector<std::int64_t> sizes, bool isInParts);
   /// The sizes of the object's parts; none where the store does not tell them.
   [[nodiscard]] Async<std::vector<std::int64_t>> storedPartSizes(std::int64_t count);
 

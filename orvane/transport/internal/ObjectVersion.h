@@ -21,6 +21,10 @@ struct ObjectVersion {
   bool eTagIsOfContent = true;
 
   [[nodiscard]] std::string eTag() const;
+  /// What a copy's modification time is to be.
+  [[nodiscard]] std::optional<FileTime> modified() const {
+    return fileModified ? fileModified : lastModified;
+  }
 
   friend bool operator==(const ObjectVersion& a, const ObjectVersion& b) {
     return a.eTagField == b.eTagField && a.size == b.size;

@@ -175,6 +175,9 @@ Result<void> PartialFile::rename(const fs::path& target, bool replaces) const {
   return outcomeOf(result, "make the target");
 }
 
-void PartialFile::remove() const noexcept { unlink(path_.c_str()); }
+void PartialFile::remove() const noexcept {
+  struct stat file{};
+  if (fstat(file_.get(), &file) == 0 && isAt(path_, file)) unlink(path_.c_str());
+}
 
 }  // namespace orvane::transport

@@ -40,7 +40,7 @@ std::unexpected<Error> outOfMemory() {
 
 /// A response of 200 may still be an error, since it begins before the store is done.
 Result<HttpResponse> completionOf(HttpResponse response) {
-  if (!response.body.contains("<Error>")) return response;
+  if (!response.body.contains("<Error>") && !response.body.contains("<Error ")) return response;
   const auto code = XMLTagParser::extractTag("Code", bytesOf(response.body)).value_or("");
   constexpr std::array<std::string_view, 3> kPassing = {"InternalError", "SlowDown",
                                                         "ServiceUnavailable"};
@@ -284,12 +284,13 @@ Async<std::string> ResumableUpload::completeOnce() {
   auto response = co_await std::move(sending);
   if (response) response = completionOf(std::move(*response));
   if (response) {
-    auto eTag = XMLTagParser::extractTag("ETag", bytesOf(response->body)).value_or("");
-    if (!eTag.empty()) co_return etagFromXml(eTag);
-    auto asking = head();  // Some stores name it only later.
+    auto named = XMLTagParser::extractTag("ETag", bytesOf(response->body)).value_or("");
+    if (!named.empty()) co_return etagFromXml(named);
+    auto asking = completedObject(true);  // Some stores name it only later.
     auto stored = co_await std::move(asking);
     if (!stored) co_return std::unexpected(std::move(stored.error()));
-    co_return std::move(stored->eTag);
+    if (!*stored) co_return std::unexpected(S3Error::serverError("Missing ETag"));
+    co_return std::move(**stored);
   }
   // The response may have been all that was lost, of this request or of the one before.
   auto asking = completedObject(isNotFound(response.error()));

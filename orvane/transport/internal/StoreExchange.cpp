@@ -27,13 +27,6 @@ constexpr int kForbidden = 403;
 /// differ by seconds.
 constexpr std::chrono::minutes kClockTolerance(5);
 
-/// Dates far from ours do not fit into a system clock.
-bool isPlausible(std::chrono::sys_seconds date) {
-  using namespace std::chrono_literals;
-  return date >= std::chrono::sys_days(2000y / 1 / 1) &&
-         date < std::chrono::sys_days(2200y / 1 / 1);
-}
-
 /// The region that a refusal names, if it is one for a bucket in another region.
 std::optional<std::string> regionNamedIn(const HttpResponse& response) {
   constexpr std::size_t kMaxNameLength = 64;
@@ -118,8 +111,7 @@ Async<HttpResponse> StoreExchange::sendRetried(Sign sign, const MayRetry& mayRet
 bool StoreExchange::isClockCorrected(const HttpResponse& response, TimePoint signedAt) {
   if (response.status != kForbidden) return false;
   const auto date = platform::httpDate(std::string(response.headers.get("Date").value_or("")));
-  if (!date || !isPlausible(*date) || std::chrono::abs(*date - signedAt) < kClockTolerance)
-    return false;
+  if (!date || std::chrono::abs(*date - signedAt) < kClockTolerance) return false;
   // Of the requests under way, the first that is refused has set the clock for all of them.
   if (std::chrono::abs(*date - signer_.now()) >= kClockTolerance) signer_.setNow(*date);
   return true;
