@@ -15,6 +15,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
+orvane::Date dateOf(const struct stat& file) {
+  // The clocks of the standard library end in 2262.
+  const std::chrono::duration<double> rest = std::chrono::nanoseconds(file.st_mtim.tv_nsec);
+  const auto seconds = file.st_mtim.tv_sec - orvane::Date::kReferenceDate;
+  return {static_cast<double>(seconds) + rest.count()};
+}
+
 void addFile(const fs::directory_entry& entry, std::string name, Folder& folder) {
   // Object keys and records are UTF-8; file names are any bytes.
   if (!orvane::platform::isUtf8(name)) {
@@ -24,11 +31,7 @@ void addFile(const fs::directory_entry& entry, std::string name, Folder& folder)
   if (::stat(entry.path().c_str(), &file) != 0) {
     return folder.problems.push_back({std::move(name), std::generic_category().message(errno)});
   }
-  // The clocks of the standard library end in 2262.
-  const std::chrono::duration<double> rest = std::chrono::nanoseconds(file.st_mtim.tv_nsec);
-  const auto seconds = file.st_mtim.tv_sec - orvane::Date::kReferenceDate;
-  folder.files.push_back({entry.path(), std::move(name), file.st_size,
-                          orvane::Date{static_cast<double>(seconds) + rest.count()}});
+  folder.files.push_back({entry.path(), std::move(name), file.st_size, dateOf(file)});
 }
 
 void addEntries(const fs::path& path, const std::string& prefix, const fs::path& without,
@@ -50,6 +53,12 @@ void addEntries(const fs::path& path, const std::string& prefix, const fs::path&
 }
 
 }  // namespace
+
+std::optional<orvane::Date> modificationDate(const fs::path& path) {
+  struct stat file{};
+  if (::stat(path.c_str(), &file) != 0) return std::nullopt;
+  return dateOf(file);
+}
 
 Folder listFolder(const fs::path& path, const fs::path& without) {
   Folder folder;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,9 @@ struct Folder {
   std::vector<LocalFile> files;  ///< Sorted by name.
   std::vector<Problem> problems;
 };
+
+/// When a file was last modified; nothing where that cannot be told.
+[[nodiscard]] std::optional<orvane::Date> modificationDate(const std::filesystem::path& file);
 
 /// Every regular file below `path`, except in the folder `without`. Symbolic links are not
 /// followed, devices and such and unfinished downloads left out.

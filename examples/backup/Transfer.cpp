@@ -5,6 +5,7 @@
 #include <orvane/transport/RetryPolicy.h>
 #include <orvane/transport/S3Uploader.h>
 
+#include "Folder.h"
 #include "Rules.h"
 
 #include <chrono>
@@ -23,13 +24,13 @@ using orvane::ResumableUploader;
 using orvane::UploadCheckpoint;
 using orvane::UploadRecord;
 
-/// States of files that have changed are gone by now, so the file's time is that of the state.
+/// Nothing where the file has changed since its record was made, which is as old as the state.
 std::optional<UploadCheckpoint> checkpointOf(const UploadRecord& record,
                                              const std::filesystem::path& file) {
   const auto state = MultipartUploadStore::shared().state(record.id());
   std::error_code unreadable;
   const auto modified = std::filesystem::last_write_time(file, unreadable);
-  if (!state || unreadable) return std::nullopt;
+  if (!state || unreadable || modificationDate(file) != record.creationDate) return std::nullopt;
   UploadCheckpoint checkpoint{.uploadId = state->uploadId(),
                               .fileSize = state->fileSize(),
                               .modified = std::chrono::file_clock::to_sys(modified),

@@ -50,8 +50,8 @@ void checkUnfinishedUploads(const orvane::S3Config& config, bool repairs) {
     const auto name = key.substr(config.prefix.size());
     const bool isOld = std::chrono::system_clock::now() - begun > kOld;
     if (repairs && isOld) orvane::S3Uploader::abortMultipartUpload(name, uploadId, config);
-    const char* const advice =
-        repairs ? ": aborted" : ": begun more than a day ago; --repair aborts it";
+    const char* const advice = repairs ? ": the store was told to abort it"
+                                       : ": begun more than a day ago; --repair aborts it";
     std::cout << lineText("unfinished", name, isOld ? advice : ": begun within a day");
   }
 }

@@ -68,7 +68,8 @@ class ResumableUploader {
   /// than the 10,000 parts that a store takes.
   [[nodiscard]] static std::int64_t partSizeFor(std::int64_t fileSize) noexcept;
 
-  /// Uploads a file to an object key and yields the object's ETag, without quotes.
+  /// Uploads a file to an object key and yields the object's ETag, without quotes; empty where the
+  /// store names none for a file that goes up in one request.
   ///
   /// With a checkpoint `from`, it goes on where that says: with a file of the same size and time of
   /// change whose parts are those that the store names (and hold the same bytes, where their ETags

@@ -103,7 +103,7 @@ Async<std::string> ResumableUpload::putOnce(SharedBytes content, bool again) {
   if (again) {  // The response may have been all that was lost.
     auto asking = head();
     const auto stored = co_await std::move(asking);
-    if (stored && stored->size == version_.size &&
+    if (stored && fits(*stored) &&
         stored->eTag == platform::hexString(platform::md5(content.view()))) {
       co_return stored->eTag;
     }
@@ -312,7 +312,7 @@ Async<std::optional<std::string>> ResumableUpload::completedObject(bool uploadIs
   const bool same =
       expected ? stored->eTag == *expected
                : uploadIsGone && stored->eTag.ends_with("-" + std::to_string(eTags.size()));
-  if (!same || stored->size != version_.size) co_return std::nullopt;
+  if (!same || !fits(*stored)) co_return std::nullopt;
   co_return std::move(stored->eTag);
 }
 
@@ -327,8 +327,14 @@ Async<ResumableUpload::StoredObject> ResumableUpload::head() {
   if (!response) co_return std::unexpected(response.error());
   StoredObject object{.size = 0,
                       .eTag = etagFromHeader(response->headers.get("ETag").value_or(""))};
+  object.modified = modificationTimeIn(response->headers);
   object.size = wholeNumber(response->headers.get("Content-Length").value_or("")).value_or(-1);
   co_return object;
+}
+
+bool ResumableUpload::fits(const StoredObject& object) const {
+  return object.size == version_.size &&
+         object.modified.value_or(version_.modified) == version_.modified;
 }
 
 Async<void> ResumableUpload::abort(std::string uploadId) {

@@ -3,6 +3,7 @@
 #include <orvane/platform/files/FileReader.h>
 #include <orvane/platform/files/FileVersion.h>
 #include <orvane/transport/ResumableUploader.h>
+#include <orvane/transport/internal/ModificationTime.h>
 #include <orvane/transport/internal/StoreExchange.h>
 #include <orvane/transport/internal/StoredParts.h>
 
@@ -47,6 +48,7 @@ class ResumableUpload {
   struct StoredObject {
     std::int64_t size = 0;
     std::string eTag;
+    std::optional<FileTime> modified = {};  ///< Of the file it was made of, where it tells.
   };
   /// What became of the checkpoint.
   struct Resumed {
@@ -92,6 +94,8 @@ class ResumableUpload {
   /// The ETag of the object if it is what the parts make.
   [[nodiscard]] Async<std::optional<std::string>> completedObject(bool uploadIsGone);
   [[nodiscard]] Async<StoredObject> head();  ///< Asks once.
+  /// Whether an object has the file's size, and its time where it tells one.
+  [[nodiscard]] bool fits(const StoredObject& object) const;
   [[nodiscard]] Async<void> abort(std::string uploadId);
 
   /// What the object carries beside its content.
