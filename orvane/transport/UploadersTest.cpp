@@ -311,6 +311,8 @@ TEST(ResumableUploader, MakesNoObjectOfAFileThatChanges) {
   const auto other = checkpointOf(file, {{1, "a"}});
   EXPECT_EQ(resumedUpload(uploader, fileOfZeros(kFileSize + 1), other), "whole-3");
   EXPECT_EQ(linesOf(server).at(5), "DELETE?uploadId=old");
+  EXPECT_EQ(resumedUpload(uploader, "/nowhere", other), "Unable to read file");
+  EXPECT_EQ(linesOf(server).back(), "DELETE?uploadId=old");
 }
 
 TEST(ResumableUploader, LeavesWhatIsAcceptedToAnotherWhenItIsCancelled) {

@@ -57,12 +57,17 @@ Async<std::string> ResumableUpload::run() {
   co_await this_coro::throw_if_cancelled(false);
   object_ = exchange_.config().url(job_.key);
   if (!object_) co_return std::unexpected(S3Error::invalidURL());
+  if (job_.from) reached_ = std::move(*job_.from);
   auto opening = platform::backgroundTask([this] { return open(); });
-  if (auto opened = co_await std::move(opening); !opened) {
-    co_return std::unexpected(std::move(opened.error()));
+  auto opened = co_await std::move(opening);
+  if (opened && version_.size >= S3MultipartUploader::chunkSize) {
+    auto uploading = uploadInParts();
+    co_return co_await std::move(uploading);
   }
-  const bool small = version_.size < S3MultipartUploader::chunkSize;
-  auto uploading = small ? uploadSmall() : uploadInParts();
+  auto leaving = abortReached();  // An upload in parts has no use for what is there now.
+  co_await std::move(leaving);
+  if (!opened) co_return std::unexpected(std::move(opened.error()));
+  auto uploading = uploadSmall();
   co_return co_await std::move(uploading);
 }
 
@@ -119,23 +124,24 @@ Async<std::string> ResumableUpload::putOnce(SharedBytes content, bool again) {
 
 Async<std::string> ResumableUpload::uploadInParts() {
   for (bool anew = false;; anew = true) {
-    auto beginning = begin();
-    auto complete = co_await std::move(beginning);
-    if (!complete) co_return std::unexpected(std::move(complete.error()));
-    if (*complete) {
-      if (job_.events.progress) job_.events.progress(version_.size, version_.size);
-      co_return std::move(**complete);
-    }
-    auto sending = sendAndComplete();
-    auto eTag = co_await std::move(sending);
+    auto trying = tryInParts();
+    auto eTag = co_await std::move(trying);
     if (eTag || !isForGood(eTag.error())) co_return eTag;
-    auto aborting = abort(reached_.uploadId);
-    static_cast<void>(co_await std::move(aborting));
-    if (anew || !isNotFound(eTag.error())) co_return eTag;
+    const bool forgotten = !reached_.uploadId.empty() && isNotFound(eTag.error());
+    auto aborting = abortReached();
+    co_await std::move(aborting);
+    if (anew || !forgotten) co_return eTag;
   }
 }
 
-Async<std::string> ResumableUpload::sendAndComplete() {
+Async<std::string> ResumableUpload::tryInParts() {
+  auto beginning = begin();
+  auto complete = co_await std::move(beginning);
+  if (!complete) co_return std::unexpected(std::move(complete.error()));
+  if (*complete) {
+    if (job_.events.progress) job_.events.progress(version_.size, version_.size);
+    co_return std::move(**complete);
+  }
   report();
   auto sending = sendMissingParts();
   if (auto sent = co_await std::move(sending); !sent) {
@@ -151,8 +157,8 @@ Async<std::string> ResumableUpload::sendAndComplete() {
 }
 
 Async<std::optional<std::string>> ResumableUpload::begin() {
-  if (job_.from && !job_.from->uploadId.empty()) {
-    auto resuming = resume(std::move(*std::exchange(job_.from, std::nullopt)));
+  if (!reached_.uploadId.empty()) {
+    auto resuming = resume();
     auto resumed = co_await std::move(resuming);
     if (!resumed) co_return std::unexpected(std::move(resumed.error()));
     if (resumed->goesOn) co_return std::move(resumed->eTag);
@@ -170,14 +176,13 @@ Async<std::optional<std::string>> ResumableUpload::begin() {
   co_return std::nullopt;
 }
 
-Async<ResumableUpload::Resumed> ResumableUpload::resume(UploadCheckpoint from) {
-  const auto uploadId = from.uploadId;
-  if (from.fileSize == version_.size && from.modified == version_.modified) {
-    reached_ = std::move(from);
+Async<ResumableUpload::Resumed> ResumableUpload::resume() {
+  if (reached_.fileSize == version_.size && reached_.modified == version_.modified) {
     auto agreeing = dropPartsNotStored();
     const auto agreed = co_await std::move(agreeing);
     if (agreed && *agreed) co_return Resumed{.goesOn = true, .eTag = {}};
     if (!agreed && isNotFound(agreed.error())) {
+      reached_.uploadId.clear();
       auto asking = exchange_.retried<std::optional<std::string>>(
           [this](bool /*again*/) { return completedObject(true); }, job_.events.mayRetry);
       auto eTag = co_await std::move(asking);
@@ -186,8 +191,8 @@ Async<ResumableUpload::Resumed> ResumableUpload::resume(UploadCheckpoint from) {
     }
     if (!agreed) co_return std::unexpected(agreed.error());
   }
-  auto aborting = abort(uploadId);
-  static_cast<void>(co_await std::move(aborting));
+  auto aborting = abortReached();
+  co_await std::move(aborting);
   co_return Resumed{};
 }
 
@@ -337,13 +342,13 @@ bool ResumableUpload::fits(const StoredObject& object) const {
          object.modified.value_or(version_.modified) == version_.modified;
 }
 
-Async<void> ResumableUpload::abort(std::string uploadId) {
+boost::asio::awaitable<void> ResumableUpload::abortReached() {
+  const auto uploadId = std::exchange(reached_.uploadId, {});
+  if (uploadId.empty()) co_return;
   auto aborting = sent([this, &uploadId] {
     return withoutBody(abortRequest(exchange_.signer(), *object_, uploadId));
   });
-  const auto response = co_await std::move(aborting);
-  if (!response) co_return std::unexpected(response.error());
-  co_return Result<void>{};
+  static_cast<void>(co_await std::move(aborting));
 }
 
 Result<SharedBytes> ResumableUpload::readPart(std::int64_t number,

@@ -69,11 +69,11 @@ class ResumableUpload {
 
   // A file that goes up in parts.
   [[nodiscard]] Async<std::string> uploadInParts();
-  [[nodiscard]] Async<std::string> sendAndComplete();
+  [[nodiscard]] Async<std::string> tryInParts();
   /// Goes on from the checkpoint, or begins anew. Yields the ETag where the object is there
   /// already.
   [[nodiscard]] Async<std::optional<std::string>> begin();
-  [[nodiscard]] Async<Resumed> resume(UploadCheckpoint from);
+  [[nodiscard]] Async<Resumed> resume();
   /// Leaves in `reached_` the parts that the store holds as that says. Yields whether the file
   /// still holds them.
   [[nodiscard]] Async<bool> dropPartsNotStored();
@@ -96,7 +96,8 @@ class ResumableUpload {
   [[nodiscard]] Async<StoredObject> head();  ///< Asks once.
   /// Whether an object has the file's size, and its time where it tells one.
   [[nodiscard]] bool fits(const StoredObject& object) const;
-  [[nodiscard]] Async<void> abort(std::string uploadId);
+  /// Gives up the upload that `reached_` names, if any, whatever the store says to it.
+  [[nodiscard]] boost::asio::awaitable<void> abortReached();
 
   /// What the object carries beside its content.
   [[nodiscard]] AWSSignatureV4::Headers metadata() const;
