@@ -18,6 +18,9 @@ namespace orvane::soak {
 /// Memory and descriptors of this process over the time of a run.
 class Resources {
  public:
+  /// Room for hours beforehand, so that the samples do not count as growth themselves.
+  Resources() { samples_.reserve(100'000); }
+
   void sample() { samples_.push_back({residentMemory(), allocatedMemory(), openDescriptors()}); }
 
   /// Compares the last quarter of the samples with the second: the first is for warming up.
