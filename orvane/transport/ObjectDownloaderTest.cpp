@@ -304,6 +304,12 @@ TEST_F(Downloads, GoOnWithTheSameVersionOnly) {
   EXPECT_TRUE(testing::readFile(target()) == content);
   fs::remove(target());
 
+  interrupt();  // The file came from elsewhere meanwhile.
+  testing::writeFile(target(), content);
+  EXPECT_EQ(outcomeOf(download(store)), "was there");
+  EXPECT_EQ(leftovers(), Lines());
+  fs::remove(target());
+
   interrupt();  // The process ended when only the name was missing.
   testing::writeFile(target().parent_path() / leftovers().front(), content);
   EXPECT_EQ(outcomeOf(download(store)), "checked");

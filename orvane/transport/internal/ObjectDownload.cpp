@@ -107,7 +107,14 @@ Async<std::optional<DownloadedObject>> ObjectDownload::lookAtTarget() {
   auto comparing = targetIsObject();
   const auto isObject = co_await std::move(comparing);
   if (!isObject) co_return std::unexpected(isObject.error());
-  if (*isObject) co_return outcome(false, true);
+  if (*isObject) {
+    auto removing = onDisk([this]() -> Result<void> {
+      PartialFile::removeBeside(job_.target);  // Nobody will go on with it.
+      return {};
+    });
+    static_cast<void>(co_await std::move(removing));
+    co_return outcome(false, true);
+  }
   if (job_.existing == ExistingFile::replace) co_return std::nullopt;
   co_return std::unexpected(platform::posixError(EEXIST, "download to the target"));
 }

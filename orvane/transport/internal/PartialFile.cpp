@@ -175,6 +175,15 @@ Result<void> PartialFile::rename(const fs::path& target, bool replaces) const {
   return outcomeOf(result, "make the target");
 }
 
+void PartialFile::removeBeside(const fs::path& target) {
+  PartialFile partial;
+  partial.path_ = pathBeside(target);
+  partial.file_ = platform::FileDescriptor(
+      ::open(partial.path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const bool isFree = partial.file_ && partial.file_.lockWithin(std::chrono::milliseconds(0)) == 0;
+  if (isFree) partial.remove();
+}
+
 void PartialFile::remove() const noexcept {
   struct stat file{};
   if (fstat(file_.get(), &file) == 0 && isAt(path_, file)) unlink(path_.c_str());

@@ -53,6 +53,9 @@ class PartialFile {
 
   void remove() const noexcept;
 
+  /// Removes the unfinished file beside a target that needs none, unless somebody is writing it.
+  static void removeBeside(const std::filesystem::path& target);
+
  private:
   [[nodiscard]] Result<void> allocate(std::int64_t size) const;
   /// Whether the tail is that of the version; then `missing_` is what it says.
