@@ -19,9 +19,11 @@ function(orvane_add_room name)
     POSITION_INDEPENDENT_CODE ON
     VERIFY_INTERFACE_HEADER_SETS ON)
   set_property(GLOBAL APPEND PROPERTY ORVANE_ROOMS orvane_${name})
+  set_property(TARGET orvane_${name} PROPERTY ORVANE_LINKS ${ARG_LINK} ${ARG_PRIVATE_LINK})
   if(ORVANE_INSTALL)
     install(TARGETS orvane_${name} EXPORT orvaneTargets
-      FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+      ARCHIVE COMPONENT development
+      FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
   endif()
   if(ORVANE_BUILD_TESTS AND ARG_TESTS)
     orvane_add_test(${name}_tests SOURCES ${ARG_TESTS} LINK orvane::${name} ${ARG_PRIVATE_LINK})
@@ -41,7 +43,7 @@ function(orvane_helper target of room)
     LIBRARY_OUTPUT_DIRECTORY ${ORVANE_BUILT_HELPERS})
   add_dependencies(orvane_${room} ${target})
   if(ORVANE_INSTALL)
-    install(TARGETS ${target} DESTINATION ${ORVANE_INSTALLED_HELPERS})
+    install(TARGETS ${target} DESTINATION ${ORVANE_INSTALLED_HELPERS} COMPONENT runtime)
   endif()
 endfunction()
 
