@@ -10,6 +10,8 @@ inline bool isJson(std::string_view text) {
   constexpr unsigned kStrict = rapidjson::kParseValidateEncodingFlag |
                                rapidjson::kParseNumbersAsStringsFlag |
                                rapidjson::kParseIterativeFlag;
+  constexpr std::string_view kByteOrderMark = "\uFEFF";  // The engine lets one pass.
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
   rapidjson::MemoryStream stream(text.data(), text.size());
   rapidjson::BaseReaderHandler<> ignoreAll;
   const auto result = rapidjson::Reader().Parse<kStrict>(stream, ignoreAll);

@@ -6,11 +6,12 @@
 #include <orvane/platform/base/Utf8.h>
 #include <orvane/transport/Listing.h>
 
+#include "Require.h"
+
 #include <pcre2.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
@@ -35,7 +36,7 @@ class Expression {
     pcre2_set_newline(context.get(), PCRE2_NEWLINE_ANY);
     code_.reset(
         pcre2_compile(units(pattern), pattern.size(), PCRE2_UTF, &error, &place, context.get()));
-    if (!code_) std::abort();
+    require(code_ != nullptr);
     match_.reset(pcre2_match_data_create_from_pattern(code_.get(), nullptr));
   }
 
@@ -45,7 +46,7 @@ class Expression {
     const int count = pcre2_match(code_.get(), units(text), text.size(), 0, PCRE2_NO_UTF_CHECK,
                                   match_.get(), nullptr);
     if (count == PCRE2_ERROR_NOMATCH) return std::nullopt;
-    if (count <= 0) std::abort();
+    require(count > 0);
     const auto* const places = pcre2_get_ovector_pointer(match_.get());
     return text.substr(places[2 * group], places[2 * group + 1] - places[2 * group]);
   }
@@ -87,7 +88,7 @@ std::optional<std::string> matchedToken(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   if (!orvane::platform::isUtf8(text)) return 0;
-  if (orvane::transport::parseKeyETagPairs(text) != matchedPairs(text)) std::abort();
-  if (orvane::transport::parseToken(text) != matchedToken(text)) std::abort();
+  require(orvane::transport::parseKeyETagPairs(text) == matchedPairs(text));
+  require(orvane::transport::parseToken(text) == matchedToken(text));
   return 0;
 }

@@ -4,11 +4,11 @@
 #include <orvane/tagsync/internal/TagObject.h>
 
 #include "IsJson.h"
+#include "Require.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -17,10 +17,6 @@ namespace {
 using orvane::tagsync::TagLine;
 using orvane::tagsync::TagObjectReader;
 using orvane::tagsync::TagObjectWriter;
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
 
 /// Writes what has been read, and reads it again.
 void checkRoundTrip(const TagLine& line) {
