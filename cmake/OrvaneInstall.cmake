@@ -15,6 +15,10 @@ install(FILES ${PROJECT_BINARY_DIR}/orvaneConfig.cmake
   ${PROJECT_BINARY_DIR}/orvaneConfigVersion.cmake
   DESTINATION ${ORVANE_CMAKE_FOLDER} COMPONENT development)
 
+# From the folder of the pkg-config files to the prefix, so that an installation may be moved.
+file(RELATIVE_PATH ORVANE_PC_UP "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" ORVANE_PC_UP ${ORVANE_PC_UP})
+
 # orvane_install_pc(NAME DESCRIPTION LIBS REQUIRES)
 function(orvane_install_pc name ORVANE_PC_DESCRIPTION ORVANE_PC_LIBS ORVANE_PC_REQUIRES)
   set(ORVANE_PC_NAME ${name})
