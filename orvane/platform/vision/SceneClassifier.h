@@ -4,9 +4,9 @@
 
 namespace orvane {
 
-/// Recognises the sky in a photograph taken by day: `sky`, `outdoor` and, where it is so,
-/// `blue_sky`. It needs no model and no configuration. `docs/scene-classifier.md` says how often it
-/// finds them, and how often it is right.
+/// Recognises the sky in a photograph taken by day: `sky` and `outdoor`. It needs no model and no
+/// configuration. `docs/scene-classifier.md` says how often it finds them, and how often it is
+/// right.
 ///
 /// It is silent on everything else: there are no observations for a portrait, a room or a page.
 /// Without state: any thread may call `classify`, several at once.

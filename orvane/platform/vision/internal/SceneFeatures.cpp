@@ -139,27 +139,24 @@ Grid gridOf(const RgbImage& image) {
 
 void measureSky(const Grid& grid, SceneFeatures& features) {
   Mean top;
+  Mean bottom;
   Mean blue;
   Mean detail;
-  std::vector<float> saturations;
   for (int row = 0; row < grid.rows; ++row) {
     for (int column = 0; column < grid.columns; ++column) {
       const bool sky = grid.isSky(column, row);
       if (row == 0) top.add(sky ? 1 : 0);
+      if (row == grid.rows - 1) bottom.add(sky ? 1 : 0);
       if (!sky) continue;
       const Cell& cell = grid.at(column, row);
       blue.add(cell.isBlue() ? 1 : 0);
       detail.add(cell.detail);
-      saturations.push_back(cell.saturation);
     }
   }
-  if (saturations.empty()) return;
-  const auto middle = saturations.begin() + static_cast<std::ptrdiff_t>(saturations.size() / 2);
-  std::ranges::nth_element(saturations, middle);
   features.skyTop = top.value();
+  features.skyBottom = bottom.value();
   features.skyBlue = blue.value();
   features.skyDetail = detail.value();
-  features.skySaturation = *middle;
 }
 
 void measureGround(const Grid& grid, SceneFeatures& features) {
@@ -169,7 +166,6 @@ void measureGround(const Grid& grid, SceneFeatures& features) {
       flat.add(grid.at(column, row).detail < kFlat ? 1 : 0);
     }
   }
-  features.groundCover = static_cast<float>(flat.count) / static_cast<float>(grid.cells.size());
   features.groundFlat = flat.value();
 }
 

@@ -15,15 +15,13 @@ constexpr int kSceneImageSide = 192;
 struct SceneFeatures {
   /// Share of the upper edge that is sky.
   float skyTop = 0;
+  /// Share of the lower edge that is sky.
+  float skyBottom = 0;
   /// Share of the sky's cells that are blue.
   float skyBlue = 0;
   /// Mean detail of the sky: how far a pixel's light is from the mean of its neighbours.
   float skyDetail = 0;
-  /// Median saturation of the sky.
-  float skySaturation = 0;
 
-  /// Share of the picture that is ground.
-  float groundCover = 0;
   /// Share of the ground's cells that are as even as paint.
   float groundFlat = 0;
 };
