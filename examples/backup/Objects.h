@@ -13,8 +13,8 @@ namespace backup {
 [[nodiscard]] orvane::Result<std::map<std::string, std::string>> listObjects(
     const orvane::S3Config& config);
 
-/// Puts the ETags that the store lists into the records that have none yet, since uploads do not
-/// tell them.
+/// Puts the ETags that the store lists into the records that have none yet: an upload does not
+/// always tell its own, and a run may be killed before it has saved it.
 void recordETags(const orvane::S3Config& config);
 
 }  // namespace backup

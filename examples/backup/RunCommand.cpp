@@ -91,7 +91,7 @@ class Backup {
   orvane::Async<std::string> transferred(Item& item);
   [[nodiscard]] bool mayRetry(Item& item, const orvane::Error& error, Seconds delay);
   void setStatus(Item& item, UploadStatus status, std::optional<std::string> message = {});
-  void succeed(Item& item);
+  void succeed(Item& item, const std::string& eTag);
   void forgetCompleted();
   void fail(const std::string& name, const std::string& reason);
   void tick();
@@ -192,7 +192,7 @@ Task Backup::uploadNextFiles(std::deque<Item*>& row) {
 Task Backup::upload(Item& item) {
   setStatus(item, UploadStatus::uploading);
   const auto eTag = co_await transferred(item);
-  if (eTag) co_return succeed(item);
+  if (eTag) co_return succeed(item, *eTag);
   if (stopRequested()) co_return setStatus(item, UploadStatus::pending);
   const auto reason = explanation(eTag.error());
   if (isRefused(eTag.error())) ++refused_;
@@ -234,7 +234,8 @@ void Backup::setStatus(Item& item, UploadStatus status, std::optional<std::strin
   saver_.add(item.record);
 }
 
-void Backup::succeed(Item& item) {
+void Backup::succeed(Item& item, const std::string& eTag) {
+  if (!eTag.empty()) item.record.eTag = eTag;
   setStatus(item, UploadStatus::completed);
   ++uploaded_;
   refused_ = 0;
