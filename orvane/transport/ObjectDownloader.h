@@ -19,6 +19,7 @@ namespace transport {
 struct ObjectDownloaderState;
 }
 
+/// How an `ObjectDownloader` works.
 struct ObjectDownloadOptions {
   /// Ranges of one object that are fetched at the same time, 1 or more. Each is held in memory.
   std::size_t rangesInFlight = 4;

@@ -22,6 +22,7 @@ namespace transport {
 struct ResumableUploaderState;
 }
 
+/// How a `ResumableUploader` works.
 struct ResumableUploadOptions {
   /// Parts of one file that are sent at the same time, 1 or more. Each is held in memory.
   std::size_t partsInFlight = 4;
