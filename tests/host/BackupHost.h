@@ -1,22 +1,10 @@
 #pragma once
 
-#include "support/ChildProcess.h"
 #include "support/FaultServer.h"
 #include "support/ObjectStore.h"
-#include "support/TemporaryDirectory.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
+#include "support/Test.h"
 
 namespace orvane::testing {
-
-namespace fs = std::filesystem;
 
 struct Outcome {
   int status;

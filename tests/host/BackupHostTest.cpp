@@ -2,19 +2,11 @@
 
 #include "support/TlsServer.h"
 
-#include <algorithm>
-#include <atomic>
-#include <csignal>
-#include <map>
-#include <set>
-#include <thread>
-
 namespace orvane::testing {
 namespace {
 
 using ::testing::AllOf;
 using ::testing::ContainsRegex;
-using ::testing::HasSubstr;
 using ::testing::Not;
 
 std::size_t uploadsTo(const FaultServer& server) {
@@ -48,8 +40,10 @@ TEST_F(BackupHostTest, SendsWhatIsNewOrChanged) {
   EXPECT_EQ(store.head(store.prefix() + "media/a b+c#d?e%41&'\"\\.JPG")->contentType, "image/jpeg");
 
   EXPECT_THAT(backUp().output, HasSubstr("0 files uploaded (0 B), 4 already there, 0 failed"));
-  addFile("empty.txt", "no more");
-  EXPECT_THAT(backUp().output, HasSubstr("1 file uploaded (7 B), 3 already there, 0 failed"));
+  for (const char* content : {"no less", "no more"}) {  // Only its date tells that it has changed.
+    addFile("empty.txt", content);
+    EXPECT_THAT(backUp().output, HasSubstr("1 file uploaded (7 B), 3 already there, 0 failed"));
+  }
   EXPECT_EQ(store.get(store.prefix() + "media/empty.txt"), "no more");
   EXPECT_EQ(status(), "completed: 4\n");
   EXPECT_THAT(with(state_, {"status"}).output, ContainsRegex("lately ([▁▂▃▄▅▆▇█]{3})+ .at most"));

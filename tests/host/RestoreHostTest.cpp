@@ -1,11 +1,7 @@
 #include "BackupHost.h"
 
-#include <map>
-
 namespace orvane::testing {
 namespace {
-
-using ::testing::HasSubstr;
 
 class RestoreHostTest : public BackupHostTest {
  protected:

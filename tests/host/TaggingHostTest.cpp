@@ -2,18 +2,11 @@
 #include "support/SecretService.h"
 #include "support/TestImage.h"
 
-#include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <set>
-#include <sstream>
-
 namespace orvane::testing {
 namespace {
 
 using ::testing::AllOf;
 using ::testing::ContainsRegex;
-using ::testing::HasSubstr;
 
 class TaggingHostTest : public BackupHostTest {
  protected:
