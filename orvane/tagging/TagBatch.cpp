@@ -23,7 +23,7 @@ TagBatch::TagBatch(const TagDatabase& database, std::string deviceUUID)
     : queue_(database.queue()), deviceUUID_(std::move(deviceUUID)), maxRows_(kMaxRows) {}
 
 void TagBatch::add(std::string assetId, std::vector<TagWithConfidence> tags) {
-  added_ += std::ssize(tags);
+  outcome_.added += std::ssize(tags);
   if (!queue_) return;
   const auto asset = std::make_shared<const std::string>(std::move(assetId));
   for (auto& tag : tags) {
@@ -32,9 +32,9 @@ void TagBatch::add(std::string assetId, std::vector<TagWithConfidence> tags) {
   }
 }
 
-std::int64_t TagBatch::finish() {
+TagBatch::Outcome TagBatch::finish() {
   flush();
-  return added_;
+  return outcome_;
 }
 
 void TagBatch::flush() {
@@ -70,9 +70,10 @@ bool TagBatch::writeSome(std::size_t& next) {
 }
 
 std::size_t TagBatch::giveUp() {
-  constexpr std::size_t kSingly = 4;
-  const auto doublings = std::max(++lockedAttempts_, kSingly) - kSingly;
-  return std::min(std::size_t{1} << std::min(doublings, std::size_t{20}), kMaxRows);
+  constexpr int kSingly = 4;
+  constexpr int kMaxDoublings = 12;
+  outcome_.triedAll = false;
+  return std::size_t{1} << std::clamp(++lockedAttempts_ - kSingly, 0, kMaxDoublings);
 }
 
 }  // namespace orvane::tagging

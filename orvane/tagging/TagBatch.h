@@ -28,7 +28,8 @@ namespace tagging {
 ///
 /// A tag is lost each time that no transaction can be begun because another process holds the
 /// database's lock beyond its patience of 3 seconds: as many as single writes would lose. Only
-/// where that lasts longer than 12 seconds, each further attempt gives up twice as many.
+/// where that lasts longer than 12 seconds, each further attempt gives up twice as many. `finish`
+/// tells when that has happened.
 ///
 /// Calls block on the database; without an open one they only count. One thread at a time.
 class TagBatch {
@@ -37,8 +38,14 @@ class TagBatch {
 
   void add(std::string assetId, std::vector<TagWithConfidence> tags);
 
-  /// Writes what is left, and returns how many tags were added in all, written or not.
-  [[nodiscard]] std::int64_t finish();
+  struct Outcome {
+    std::int64_t added = 0;  ///< Tags added in all, written or not.
+    /// Whether each of them was tried; single ones may have been refused all the same.
+    bool triedAll = true;
+  };
+
+  /// Writes what is left.
+  [[nodiscard]] Outcome finish();
 
  private:
   struct Row {
@@ -56,9 +63,9 @@ class TagBatch {
   std::shared_ptr<platform::DatabaseQueue> queue_;  ///< Null without an open database.
   std::string deviceUUID_;
   std::vector<Row> rows_;
-  std::int64_t added_ = 0;
-  std::size_t maxRows_;             ///< In the next transaction.
-  std::size_t lockedAttempts_ = 0;  ///< Since a transaction was last begun.
+  Outcome outcome_;
+  std::size_t maxRows_;     ///< In the next transaction.
+  int lockedAttempts_ = 0;  ///< Since a transaction was last begun.
 };
 
 }  // namespace tagging

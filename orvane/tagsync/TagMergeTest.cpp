@@ -144,6 +144,29 @@ TEST_F(TagMergeTest, TagsThatCannotBeWrittenCountAndTheOthersStay) {
               UnorderedElementsAre("a", "b", "c", "d", longest));
 }
 
+/// Of single writes two at most would give up after 3 seconds each, and the third would be in time.
+TEST_F(TagMergeTest, AnObjectOfWhichALockCostTagsIsAppliedAgain) {
+  constexpr std::size_t kTags = 1000;
+  std::string object;
+  for (std::size_t i = 0; i < kTags; ++i) object += line("k", std::to_string(i));
+  list({"ONE"});
+  answerObject("ONE", object);
+  std::future<Result<std::int64_t>> merged;
+  ASSERT_TRUE(otherConnection()->write([&](platform::Database&) -> Result<void> {
+    merged = std::async(std::launch::async, [&] { return merge(); });
+    server_.waitForRequests(2);
+    std::this_thread::sleep_for(4500ms);
+    return {};
+  }));
+  EXPECT_EQ(merged.get(), kTags) << "tags that are lost count";
+  const auto stored = database_.tagsForAsset("mine").value().size();
+  EXPECT_GE(stored, kTags - 2);
+  EXPECT_EQ(database_.getRemoteETag("ONE").value().has_value(), stored == kTags) << stored;
+  EXPECT_EQ(merge(), stored == kTags ? 0 : kTags);
+  EXPECT_EQ(database_.tagsForAsset("mine").value().size(), kTags);
+  EXPECT_EQ(database_.getRemoteETag("ONE").value(), "e-ONE");
+}
+
 TEST_F(TagMergeTest, CancellingEndsTheRun) {
   answerObject("STALLED", stallAfter(0));
   for (const auto& devices : {std::vector<std::string>{"STALLED", "NEXT"}, {"STALLED"}}) {

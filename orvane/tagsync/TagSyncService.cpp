@@ -72,14 +72,15 @@ bool isUnchanged(const RemoteTagFile& file, TagDatabase& database) {
   return stored && *stored && !(*stored)->empty() && **stored == file.eTag;
 }
 
-/// Applies another device's object and remembers its ETag; returns how many tags were applied.
+/// Applies another device's object and remembers its ETag, unless a lock has cost tags: the next
+/// merge then applies the object again. Returns how many tags were applied.
 std::int64_t merge(std::string body, const RemoteTagFile& file, TagDatabase& database,
                    const tagsync::AssetsByObjectName& assets) {
   if (body.empty()) return 0;
   tagsync::TagObjectReader object(std::move(body));
   if (!object.isUtf8()) return 0;
-  const auto applied = tagsync::mergeTags(object, database, file.uuid, assets);
-  static_cast<void>(database.upsertRemoteETag(file.uuid, file.eTag));
+  const auto [applied, triedAll] = tagsync::mergeTags(object, database, file.uuid, assets);
+  if (triedAll) static_cast<void>(database.upsertRemoteETag(file.uuid, file.eTag));
   log("Remote device " + file.uuid + ": applied " + decimal(applied) + " tags");
   return applied;
 }

@@ -78,7 +78,8 @@ class TagSyncService {
   /// Merges the tag objects of all other devices that have changed since they were last applied,
   /// and yields how many tags were applied. The tags of assets that no local upload record names
   /// are skipped; they come with the next change of their object. A tag of more than 1,024 bytes
-  /// is not written, but counted.
+  /// is not written, but counted. An object of which a lock of another process has cost tags is
+  /// applied again by the next call.
   ///
   /// Fails when the devices cannot be listed: with `TagSyncError` (`downloadFailed`, `parseError`)
   /// or the HTTP client's errors. A device whose object cannot be read is passed over. Only the

@@ -35,7 +35,7 @@ RestoredTags restoreTags(TagObjectReader& object, const TagDatabase& database,
     newest = std::max(newest, *line.ts);
     batch.add(std::move(*line.assetId), std::move(*line.tags));
   }
-  return {.applied = batch.finish(), .newest = newest};
+  return {.applied = batch.finish().added, .newest = newest};
 }
 
 AssetsByObjectName assetsByObjectName() {
@@ -46,8 +46,8 @@ AssetsByObjectName assetsByObjectName() {
   return assets;
 }
 
-std::int64_t mergeTags(TagObjectReader& object, const TagDatabase& database,
-                       std::string_view remoteUUID, const AssetsByObjectName& assets) {
+MergedTags mergeTags(TagObjectReader& object, const TagDatabase& database,
+                     std::string_view remoteUUID, const AssetsByObjectName& assets) {
   constexpr std::size_t kMaxTagBytes = 1024;
   tagging::TagBatch batch(database, std::string(remoteUUID));
   std::int64_t skipped = 0;
@@ -60,7 +60,8 @@ std::int64_t mergeTags(TagObjectReader& object, const TagDatabase& database,
         *line.tags, [](const TagWithConfidence& tag) { return tag.tag.size() > kMaxTagBytes; }));
     batch.add(asset->second, std::move(*line.tags));
   }
-  return batch.finish() + skipped;
+  const auto [added, triedAll] = batch.finish();
+  return {.applied = added + skipped, .triedAll = triedAll};
 }
 
 }  // namespace orvane::tagsync

@@ -33,10 +33,15 @@ using AssetsByObjectName = std::unordered_map<std::string, std::string>;
 /// By all upload records with a `filename`; of those with the same one the last counts.
 [[nodiscard]] AssetsByObjectName assetsByObjectName();
 
+struct MergedTags {
+  std::int64_t applied = 0;  ///< Also those that could not be written.
+  /// False when tags were lost because another process held the database's lock.
+  bool triedAll = true;
+};
+
 /// Applies another device's object to the assets of this device that it means, under that device's
-/// identifier, and returns how many tags were applied. A tag of more than 1,024 bytes is not
-/// written. Tags that cannot be written count.
-[[nodiscard]] std::int64_t mergeTags(TagObjectReader& object, const TagDatabase& database,
-                                     std::string_view remoteUUID, const AssetsByObjectName& assets);
+/// identifier. A tag of more than 1,024 bytes is not written.
+[[nodiscard]] MergedTags mergeTags(TagObjectReader& object, const TagDatabase& database,
+                                   std::string_view remoteUUID, const AssetsByObjectName& assets);
 
 }  // namespace orvane::tagsync
