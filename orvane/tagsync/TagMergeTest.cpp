@@ -142,6 +142,7 @@ TEST_F(TagMergeTest, TagsThatCannotBeWrittenCountAndTheOthersStay) {
   EXPECT_EQ(merge(), 10);
   EXPECT_THAT(database_.tagsForAsset("mine").value(),
               UnorderedElementsAre("a", "b", "c", "d", longest));
+  EXPECT_EQ(database_.getRemoteETag("ONE").value(), "e-ONE");
 }
 
 /// Of single writes two at most would give up after 3 seconds each, and the third would be in time.
