@@ -63,8 +63,8 @@ std::vector<TagWithConfidence> ImageTagger::processObservations(
     if (!isConfident) continue;
     std::string label = observation.identifier;
     std::ranges::replace(label, '_', ' ');
-    if (const auto name = TagLocalization::italianName(label)) {
-      tags.push_back({std::string(name->text()), double{observation.confidence}});
+    if (auto name = TagLocalization::italianName(label)) {
+      tags.push_back({std::move(*name), double{observation.confidence}});
     }
   }
   std::ranges::stable_sort(tags, std::greater{}, &TagWithConfidence::confidence);

@@ -70,9 +70,9 @@ bool TagBatch::writeSome(std::size_t& next) {
 }
 
 std::size_t TagBatch::giveUp() {
-  constexpr std::size_t kSingly = 4;
-  const auto doublings = std::max(++lockedAttempts_, kSingly) - kSingly;
-  return std::min(std::size_t{1} << std::min(doublings, std::size_t{20}), kMaxRows);
+  constexpr int kSingly = 4;
+  constexpr int kMaxDoublings = 12;
+  return std::size_t{1} << std::clamp(++lockedAttempts_ - kSingly, 0, kMaxDoublings);
 }
 
 }  // namespace orvane::tagging

@@ -57,8 +57,8 @@ class TagBatch {
   std::string deviceUUID_;
   std::vector<Row> rows_;
   std::int64_t added_ = 0;
-  std::size_t maxRows_;             ///< In the next transaction.
-  std::size_t lockedAttempts_ = 0;  ///< Since a transaction was last begun.
+  std::size_t maxRows_;     ///< In the next transaction.
+  int lockedAttempts_ = 0;  ///< Since a transaction was last begun.
 };
 
 }  // namespace tagging

@@ -1,9 +1,12 @@
+#include <orvane/tagging/TagBatch.h>
 #include <orvane/tagging/TagDatabase.h>
 
 #include "support/TagDatabaseFile.h"
 #include "support/Test.h"
 
 #include <sys/resource.h>
+
+#include <cstring>
 
 namespace orvane {
 namespace {
@@ -172,6 +175,24 @@ TEST(TagDatabaseFiles, WaitsThreeSecondsForAnotherProcess) {
   EXPECT_TRUE(waiting.get());
   EXPECT_THAT(tagDatabaseRows("SELECT asset_id FROM asset_tags ORDER BY asset_id"),
               ElementsAre("a", "c"));
+}
+
+/// The number of transactions so far, as the index of the write-ahead log counts them.
+std::uint32_t transactions() {
+  std::uint32_t count = 0;
+  std::memcpy(&count, readFile(tagDatabaseFile().string() + "-shm").data() + 8, sizeof count);
+  return count;
+}
+
+TEST(TagDatabaseFiles, ABatchWritesLargeTagsAFewAtATime) {
+  auto& db = TagDatabase::shared();
+  ASSERT_TRUE(db.initialize());
+  const auto before = transactions();
+  tagging::TagBatch batch(db, "A");
+  for (int i = 0; i < 60; ++i) batch.add("a", {{std::string(100'000, 'x') + std::to_string(i), 1}});
+  EXPECT_EQ(batch.finish(), 60);
+  EXPECT_EQ(db.tagsForAsset("a")->size(), 60U);
+  EXPECT_GE(transactions() - before, 20U);
 }
 
 const ChildMain kTagger("tagger", [](const auto&) {

@@ -4,7 +4,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace orvane {
 
@@ -37,27 +36,10 @@ class Translations {
   const_iterator end_;
 };
 
-/// An Italian tag: a view of the table's text, or a text of its own composed of several words.
-class ItalianName {
- public:
-  /// `entry` lives as long as the program.
-  explicit ItalianName(std::string_view entry) noexcept : entry_(entry) {}
-  explicit ItalianName(std::string&& composed) noexcept : composed_(std::move(composed)) {}
-
-  /// UTF-8, never empty. Valid as long as this object.
-  [[nodiscard]] std::string_view text() const noexcept {
-    return composed_.empty() ? entry_ : composed_;
-  }
-
- private:
-  std::string_view entry_;
-  std::string composed_;
-};
-
 /// Translates the classifier's English labels by a table that is built into the program. Nothing
 /// is loaded, built or changed at run time, so any thread may call, at any time.
 ///
-///     if (const auto name = TagLocalization::italianName("Snow mountain")) use(name->text());
+///     if (const auto name = TagLocalization::italianName("Snow mountain")) use(*name);
 struct TagLocalization {
   TagLocalization() = delete;
 
@@ -65,8 +47,8 @@ struct TagLocalization {
   /// otherwise the entries of its words joined with one space, in their order. Words are separated
   /// by any number of spaces; other characters, underscores among them, belong to the word.
   /// Nothing when a word has no entry, when a label without entry has fewer than two words, and
-  /// for text that is not UTF-8. Allocates only for names composed of words.
-  [[nodiscard]] static std::optional<ItalianName> italianName(std::string_view label);
+  /// for text that is not UTF-8.
+  [[nodiscard]] static std::optional<std::string> italianName(std::string_view label);
 
   /// The table: 981 labels, 938 different names.
   [[nodiscard]] static Translations translations() noexcept;

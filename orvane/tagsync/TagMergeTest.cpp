@@ -142,6 +142,26 @@ TEST_F(TagMergeTest, TagsThatCannotBeWrittenCountAndTheOthersStay) {
   EXPECT_EQ(merge(), 10);
   EXPECT_THAT(database_.tagsForAsset("mine").value(),
               UnorderedElementsAre("a", "b", "c", "d", longest));
+  EXPECT_EQ(database_.getRemoteETag("ONE").value(), "e-ONE");
+}
+
+/// Of single writes two at most would give up after 3 seconds each, and the third would be in time.
+TEST_F(TagMergeTest, ALockOfSecondsCostsNoMoreTagsThanSingleWritesWould) {
+  constexpr std::size_t kTags = 1000;
+  std::string object;
+  for (std::size_t i = 0; i < kTags; ++i) object += line("k", std::to_string(i));
+  list({"ONE"});
+  answerObject("ONE", object);
+  std::future<Result<std::int64_t>> merged;
+  ASSERT_TRUE(otherConnection()->write([&](platform::Database&) -> Result<void> {
+    merged = std::async(std::launch::async, [&] { return merge(); });
+    server_.waitForRequests(2);
+    std::this_thread::sleep_for(4500ms);
+    return {};
+  }));
+  EXPECT_EQ(merged.get(), kTags) << "tags that are lost count";
+  EXPECT_GE(database_.tagsForAsset("mine").value().size(), kTags - 2);
+  EXPECT_EQ(merge(), 0) << "an object is merged once, whatever could be written of it";
 }
 
 TEST_F(TagMergeTest, CancellingEndsTheRun) {
