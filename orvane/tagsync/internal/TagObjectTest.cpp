@@ -100,7 +100,7 @@ const ChildMain kMergeLarge("mergeLarge", [](const auto& arguments) {
   if (!TagDatabase::shared().initialize()) return 1;
   const testing::MemoryGrowth growth;
   TagObjectReader reader(std::move(body));
-  const auto tags = mergeTags(reader, TagDatabase::shared(), "U", {{"k", "mine"}}).applied;
+  const auto tags = mergeTags(reader, TagDatabase::shared(), "U", {{"k", "mine"}});
   std::cout << growth.kibibytes() << ' ' << tags << '\n';
   return 0;
 });
