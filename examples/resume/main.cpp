@@ -44,7 +44,7 @@ void save(const UploadCheckpoint& reached) {
   MultipartUploadStore::shared().save({kAsset, reached.uploadId, kKey, "application/octet-stream",
                                        (reached.fileSize + partSize - 1) / partSize,
                                        reached.fileSize, std::move(parts)});
-  std::cout << reached.parts.size() << " parts sent" << std::endl;
+  std::cout << reached.parts.size() << " parts sent\n" << std::flush;
 }
 
 }  // namespace
