@@ -45,7 +45,7 @@ void nameLabels(benchmark::State& state) {
     ratio.engine([&] {
       for (int round = 0; round < kRounds; ++round) {
         for (const auto& label : labels) {
-          benchmark::DoNotOptimize(TagLocalization::italianName(label)->text().data());
+          benchmark::DoNotOptimize(TagLocalization::italianName(label)->data());
         }
       }
     });
