@@ -106,20 +106,5 @@ TEST(TransportStore, RefusesWhatIsNotSignedRight) {
   EXPECT_EQ(store.get(store.prefix() + "k"), "same");
 }
 
-TEST(TransportStore, SpeaksTheMultipartProtocol) {
-  const ObjectStore store;
-  const auto config = configFor(store);
-  const auto id = S3Uploader::initiateMultipartUpload("m p", "image/heic", config);
-  ASSERT_TRUE(id) << id.error().description();
-  const auto unfinished = store.unfinishedUploads(store.prefix());
-  ASSERT_EQ(unfinished.size(), 1U);
-  EXPECT_EQ(unfinished[0].uploadId, *id);
-  EXPECT_EQ(S3Uploader::completeMultipartUpload("m p", *id, {{1, "0123"}}, config).error(),
-            S3Error::httpError(400));
-  S3Uploader::abortMultipartUpload("m p", *id, config);
-  EXPECT_TRUE(store.unfinishedUploads(store.prefix()).empty());
-  EXPECT_FALSE(S3Uploader::completeMultipartUpload("m p", *id, {{1, "0123"}}, config));
-}
-
 }  // namespace
 }  // namespace orvane

@@ -1,12 +1,12 @@
 #include <orvane/transport/Listing.h>
 
+#include <orvane/transport/UnfinishedUploads.h>
 #include <orvane/transport/XMLTagParser.h>
 #include <orvane/transport/XmlText.h>
 
-#include "support/FaultServer.h"
+#include "support/Dialogue.h"
 #include "support/StoreConfig.h"
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace orvane {
 namespace {
@@ -14,17 +14,16 @@ namespace {
 using testing::answer;
 using testing::configFor;
 using testing::FaultServer;
+using testing::Reaction;
 using Pairs = std::vector<KeyETagPair>;
 
-auto list(const FaultServer& server, std::string_view prefix = "") {
-  return TalvexAPIService::shared().listObjects(configFor("//" + server.url() + "//"), prefix);
+std::string describe(const Error& error) {
+  const std::string text(error.description());
+  return std::string(error.domain()) + " " + std::to_string(error.code()) + " " +
+         text.substr(0, text.find(" ("));
 }
 
 std::string entry(const std::string& content) { return "<Contents>" + content + "</Contents>"; }
-
-std::string token(const std::string& text) {
-  return "<NextContinuationToken>" + text + "</NextContinuationToken>";
-}
 
 TEST(Listing, ReadsWhatTheExpressionsMatch) {
   const std::pair<std::string, Pairs> cases[] = {
@@ -78,50 +77,53 @@ TEST(XmlText, ReplacesReferences) {
   }
 }
 
-TEST(TalvexAPIService, FollowsTokensInOrder) {
-  FaultServer server;
-  server.queue(answer(200, entry("<Key>b</Key><ETag>\"1\"</ETag>") + token("t 1/+=&amp;\u00e9;")));
-  server.queue(answer(200, token("t 1/+=&amp;\u00e9;")));
-  server.queue(answer(200, entry("<Key>a</Key>") + "<IsTruncated>true</IsTruncated>"));
-  EXPECT_EQ(list(server, "m d/\u00e9+&=#%?';"), (Pairs{{"b", "1"}, {"a", ""}}));
-  const auto requests = server.requests();
-  ASSERT_EQ(requests.size(), 3U);
-  const std::string first =
-      "/photos?list-type=2&prefix=m%20d/%C3%A9%2B%26%3D%23%25?';&max-keys=1000";
-  EXPECT_EQ(requests[0].method() + " " + requests[0].target(), "GET " + first);
-  EXPECT_EQ(requests[0].header("x-amz-content-sha256"),
-            "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-  for (const auto i : {1U, 2U}) {
-    EXPECT_EQ(requests[i].target(), first + "&continuation-token=t%201/%2B%3D%26%C3%A9;");
-  }
+Reaction toldStore(const testing::RecordedRequest& /*request*/, const std::string& told) {
+  return testing::reactionTo(told);
 }
 
-TEST(TalvexAPIService, ReportsEveryFailure) {
-  FaultServer server([](const auto&) { return answer(200); });
-  EXPECT_EQ(list(server), Pairs());
+TEST(Listing, FollowsTokensInOrderAndReportsEveryFailure) {
+  testing::expectDialogues("dialogues/listing.txt", toldStore,
+                           [](const auto& /*dialogue*/, const std::string& url) {
+                             const auto pairs = TalvexAPIService::shared().listObjects(
+                                 configFor("//" + url + "//"), "m d/\u00e9+&=#%?';");
+                             if (!pairs) return describe(pairs.error());
+                             std::string text;
+                             for (const auto& pair : *pairs)
+                               text += pair.key + " " + pair.eTag + "; ";
+                             return text;
+                           });
+}
+
+TEST(Listing, KeepsOfAnErrorWhatIsText) {
+  FaultServer server;
   const std::string long403 = std::string((1 << 20) - 1, 'x') + "\u00e9";
-  const std::pair<testing::Reaction, Error> cases[] = {
-      {answer(403, long403),
-       {"TalvexAPIService", 403, "ListObjects HTTP 403: " + long403.substr(0, (1 << 20) - 1)}},
-      {answer(300), {"TalvexAPIService", 300, "ListObjects HTTP 300: "}},
-      {answer(500, "\xff<Error/>"), {"TalvexAPIService", 500, "ListObjects HTTP 500: "}},
-      {answer(200, entry("<Key>\xc3(</Key>")),
-       {"TalvexAPIService", -1, "Invalid response encoding"}}};
+  const std::pair<Reaction, std::string> cases[] = {
+      {answer(403, long403), "403 ListObjects HTTP 403: " + long403.substr(0, (1 << 20) - 1)},
+      {answer(500, "\xff<Error/>"), "500 ListObjects HTTP 500: "},
+      {answer(200, entry("<Key>\xc3(</Key>")), "-1 Invalid response encoding"}};
   for (const auto& [reaction, error] : cases) {
-    server.queue(answer(200, entry("<Key>lost</Key>") + token("t")));
     server.queue(reaction);
-    const auto result = list(server);
-    ASSERT_FALSE(result);
-    EXPECT_EQ(result.error(), error);
+    const auto result = TalvexAPIService::shared().listObjects(configFor(server.url()), "");
+    EXPECT_EQ(describe(result.error()), "TalvexAPIService " + error);
   }
-  FaultServer resetting([](const auto&) { return testing::resetAfter(0); });
-  EXPECT_EQ(list(resetting).error().code(), -1005);
-  server.queue({.answer = "HTTP/1.1 200 OK\r\n\r\n" + std::string(100'000, 'x'),
-                .end = testing::Reaction::End::repeat});
-  EXPECT_EQ(list(server).error().code(), -1103);
   const auto none = TalvexAPIService::shared().listObjects(configFor("http://bad host"), "");
   EXPECT_EQ(none.error().domain(), Error::kUrlLoading);
   EXPECT_EQ(none.error().code(), -1000);
+}
+
+TEST(UnfinishedUploads, AreListedPageByPage) {
+  testing::expectDialogues(
+      "dialogues/unfinished.txt", toldStore, [](const auto& /*dialogue*/, const std::string& url) {
+        const auto uploads = listUnfinishedUploads(configFor(url), "p/");
+        if (!uploads) return std::string(uploads.error().description());
+        std::string text;
+        for (const auto& upload : *uploads) {
+          const auto begun = std::chrono::floor<std::chrono::seconds>(upload.begun);
+          text += upload.key + " " + upload.uploadId + " " +
+                  std::to_string(begun.time_since_epoch().count()) + "; ";
+        }
+        return text;
+      });
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <orvane/platform/base/Digest.h>
 #include <orvane/platform/base/Md5.h>
 
-#include "support/FaultServer.h"
+#include "support/Dialogue.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/Test.h"
@@ -16,22 +16,30 @@ namespace orvane {
 namespace {
 
 using testing::answer;
+using testing::Dialogue;
 using testing::FaultServer;
 using testing::Reaction;
 using testing::RecordedRequest;
-using Lines = std::vector<std::string>;
 
 constexpr std::size_t kRange = std::size_t{8} << 20;
+constexpr std::size_t kSize = 2 * kRange + 1'000'000;
 
 std::string contentOf(std::size_t size) {
-  std::minstd_rand random(static_cast<unsigned>(size));
-  std::string content(size, '\0');
-  for (auto& c : content) c = static_cast<char>(random());
-  return content;
+  static const std::string random = [] {
+    std::string content(kSize, '\0');
+    std::ranges::generate(content, std::minstd_rand(1));
+    return content;
+  }();
+  return random.substr(0, size);
 }
 
 std::string md5Of(std::string_view content) {
   return platform::hexString(platform::md5(bytesOf(content)));
+}
+
+std::vector<std::size_t> sizesIn(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::size_t>(words), {}};
 }
 
 /// The ETag of content that was stored in parts of these sizes.
@@ -47,25 +55,42 @@ std::string eTagOf(std::string_view content, const std::vector<std::size_t>& par
 
 /// A store with one object.
 struct Store {
-  std::string content;
+  std::string content = contentOf(kSize);
   std::string eTag = md5Of(content);
   std::vector<std::size_t> parts = {};  ///< Sizes that the store tells.
   testing::HeaderList headers = {};
 
-  [[nodiscard]] Reaction head(std::size_t size) const {
-    std::string text = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(size) +
-                       "\r\nETag: \"" + eTag + "\"\r\n";
-    for (const auto& [name, value] : headers) {
-      text.append(name).append(": ").append(value).append("\r\n");
+  static Store of(const std::map<std::string, std::string>& given) {
+    Store store;
+    if (given.contains("content")) store.content = given.at("content");
+    if (given.contains("size")) store.content = contentOf(sizesIn(given.at("size")).front());
+    store.eTag = md5Of(store.content);
+    for (const auto& [name, value] : given) {
+      if (name == "etag") store.eTag = value;
+      if (name == "told") store.parts = sizesIn(value);
+      if (name == "header") {
+        store.headers = {{value.substr(0, value.find(':')), value.substr(value.find(": ") + 2)}};
+      }
     }
-    return {.answer = text + "\r\n"};
+    if (store.eTag.starts_with("parts ")) {
+      store.eTag = eTagOf(store.content, sizesIn(store.eTag.substr(6)));
+    }
+    return store;
   }
 
-  [[nodiscard]] Reaction get(std::size_t first, std::size_t last) const {
+  [[nodiscard]] Reaction head(std::size_t size) const {
+    auto head = answer(200, "", headers).answer;
+    const auto fields = "ETag: \"" + eTag + "\"\r\nContent-Length: " + std::to_string(size);
+    return {.answer = head.replace(head.find("Content-Length"), 17, fields)};
+  }
+
+  /// The bytes of a text such as "0-8388607", as those of the version with that ETag.
+  [[nodiscard]] Reaction get(const std::string& range, const std::string& version) const {
+    const auto first = std::stoul(range);
     if (first >= content.size()) return answer(416);
-    const auto end = std::min(last + 1, content.size());
+    const auto end = std::min(std::stoul(range.substr(range.find('-') + 1)) + 1, content.size());
     auto fields = headers;
-    fields.emplace_back("ETag", "\"" + eTag + "\"");
+    fields.emplace_back("ETag", "\"" + version + "\"");
     fields.emplace_back("Content-Range", "bytes " + std::to_string(first) + "-" +
                                              std::to_string(end - 1) + "/" +
                                              std::to_string(content.size()));
@@ -82,27 +107,45 @@ struct Store {
     if (request.header("If-Match").value_or("\"" + eTag + "\"") != "\"" + eTag + "\"") {
       return answer(412);
     }
-    const auto range = request.header("Range").value().substr(6);
-    return get(std::stoul(range), std::stoul(range.substr(range.find('-') + 1)));
+    return get(request.header("Range").value().substr(6), eTag);
+  }
+
+  [[nodiscard]] Reaction reactTo(const RecordedRequest& request, const std::string& told) const {
+    if (told.empty()) return reactTo(request);
+    if (told == "half") {
+      auto half = reactTo(request);
+      half.sendAtMost = half.answer.size() / 2;
+      half.end = Reaction::End::close;
+      return half;
+    }
+    std::istringstream words(told);
+    std::string word;
+    std::string range;
+    std::string version = eTag;
+    words >> word >> range >> version;
+    return word == "bytes" ? get(range, version.empty() ? eTag : version)
+                           : testing::reactionTo(told);
   }
 };
-
-std::string lineOf(const RecordedRequest& request) {
-  const auto query = request.target().find('?');
-  if (query != std::string::npos) return request.method() + request.target().substr(query);
-  const auto range = request.header("Range").value_or("bytes=");
-  return request.method() + range.substr(6, range.find('-') - 6);
-}
 
 fs::path target() { return testDirectory() / "folder" / "target"; }
 
 /// What is in the target's folder beside the target.
-Lines leftovers() {
-  Lines names;
+std::vector<fs::path> leftovers() {
+  std::vector<fs::path> files;
   for (const auto& entry : fs::directory_iterator(target().parent_path())) {
-    if (entry.path() != target()) names.push_back(entry.path().filename());
+    if (entry.path() != target()) files.push_back(entry.path());
   }
-  return names;
+  return files;
+}
+
+Result<DownloadedObject> download(const std::string& url,
+                                  ExistingFile existing = ExistingFile::keep,
+                                  ObjectDownloader::Events events = {}) {
+  fs::create_directory(target().parent_path());
+  ObjectDownloader downloader(testing::configFor(url),
+                              {.rangesInFlight = 1, .firstRetryDelay = 1ms});
+  return testing::run(downloader.download("k", target(), existing, std::move(events)));
 }
 
 std::string outcomeOf(const Result<DownloadedObject>& object) {
@@ -111,289 +154,108 @@ std::string outcomeOf(const Result<DownloadedObject>& object) {
   return object->isChecked ? "checked" : "not checkable";
 }
 
-class Downloads : public ::testing::Test {
- protected:
-  Downloads() { fs::create_directory(target().parent_path()); }
-
-  /// Downloads with these faults, each instead of the first request with its line.
-  Result<DownloadedObject> download(const Store& store,
-                                    std::vector<std::pair<std::string, Reaction>> faults = {},
-                                    ExistingFile existing = ExistingFile::keep,
-                                    ObjectDownloader::Events events = {}) {
-    std::mutex mutex;
-    FaultServer server([&](const RecordedRequest& request) {
-      const std::lock_guard lock(mutex);
-      const auto fault =
-          std::ranges::find(faults, lineOf(request), &decltype(faults)::value_type::first);
-      if (fault == faults.end()) return store.reactTo(request);
-      auto reaction = std::move(fault->second);
-      faults.erase(fault);
-      return reaction;
-    });
-    ObjectDownloader downloader(testing::configFor(server.url()),
-                                {.rangesInFlight = 1, .firstRetryDelay = 1ms});
-    auto object = testing::run(downloader.download("k", target(), existing, std::move(events)));
-    requests_.clear();
-    for (const auto& request : server.requests()) requests_.push_back(lineOf(request));
-    const std::lock_guard lock(mutex);
-    EXPECT_TRUE(faults.empty());
-    return object;
-  }
-
-  Lines requests_;
-};
-
-const std::string kFirst = "GET0";
-const std::string kSecond = "GET" + std::to_string(kRange);
-const std::string kThird = "GET" + std::to_string(2 * kRange);
-const std::string kChanged = "The object changed while it was being downloaded";
-const std::string kOther = "The response does not hold the range that was asked for";
-
-TEST_F(Downloads, BringTheObjectWholeOrNothing) {
-  const auto content = contentOf(2 * kRange + 1'000'000);
-  const std::vector<std::size_t> odd = {kRange + 5, kRange - 5, 1'000'000};
-  const Store store{content};
-  const Store changed{content, "other"};
-  auto lost = store.get(kRange, 2 * kRange - 1);
-  lost.sendAtMost = 100'000;
-  lost.end = Reaction::End::close;
-  auto shifted = store.get(kRange + 1, 2 * kRange);
-  auto cut = store.get(kRange, 2 * kRange - 2);
-  const Lines all = {kFirst, kSecond, kThird};
-  const Lines again = {kFirst, kSecond, kSecond, kThird};
-  struct Case {
-    std::string what;
-    Store store;
-    std::vector<std::pair<std::string, Reaction>> faults;
-    Lines requests;
-    std::string outcome = "checked";
-  };
-  const Store encrypted{content,
-                        "0123456789abcdef0123456789abcdef",
-                        {},
-                        {{"x-amz-server-side-encryption", "aws:kms"}}};
-  const std::vector<Case> cases = {
-      {"all is well", store, {}, all},
-      {"small", {contentOf(1000)}, {}, {kFirst}},
-      {"one range", {contentOf(kRange)}, {}, {kFirst}},
-      {"empty", {""}, {}, {kFirst, "HEAD"}},
-      {"a store without ranges",
-       {"abc"},
-       {{kFirst, answer(200, "abc", {{"ETag", md5Of("abc")}})}},
-       {kFirst}},
-      {"busy", store, {{kSecond, answer(503)}}, again},
-      {"broken off", store, {{kSecond, lost}}, again},
-      {"not there", store, {{kFirst, answer(404)}}, {kFirst}, "HTTP error 404"},
-      {"no ETag", store, {{kFirst, answer(200, "abc")}}, {kFirst}, "Missing ETag"},
-      {"another range", store, {{kSecond, shifted}}, {kFirst, kSecond}, kOther},
-      {"less than the range", store, {{kSecond, cut}}, {kFirst, kSecond}, kOther},
-      {"the whole object for a range",
-       store,
-       {{kSecond, answer(200, "abc", {{"ETag", "x"}})}},
-       {kFirst, kSecond},
-       kOther},
-      {"too much",
-       {"abc"},
-       {{kFirst, answer(200, std::string(kRange + 1, 'x'))}},
-       {kFirst},
-       "The server's answer is longer than allowed"},
-      {"endless",
-       store,
-       {{kSecond,
-         {.answer = "HTTP/1.1 206 OK\r\nETag: x\r\n\r\n" + std::string(kRange, 'x'),
-          .end = Reaction::End::repeat}}},
-       {kFirst, kSecond},
-       "The server's answer is longer than allowed"},
-      {"changed", store, {{kSecond, answer(412)}}, {kFirst, kSecond, kFirst, kSecond, kThird}},
-      {"shorter by now",
-       store,
-       {{kThird, answer(416)}},
-       {kFirst, kSecond, kThird, kFirst, kSecond, kThird}},
-      {"changed in silence",
-       store,
-       {{kThird, changed.get(2 * kRange, 3 * kRange)}},
-       {kFirst, kSecond, kThird, kFirst, kSecond, kThird}},
-      {"ever changing",
-       store,
-       {{kSecond, answer(412)},
-        {kSecond, answer(412)},
-        {kSecond, answer(412)},
-        {kSecond, answer(412)}},
-       {kFirst, kSecond, kFirst, kSecond, kFirst, kSecond, kFirst, kSecond},
-       kChanged},
-      {"other content",
-       {content, md5Of("other")},
-       {},
-       all,
-       "The content of the object does not match its ETag"},
-      {"an ETag that says nothing", {content, "version-7"}, {}, all, "not checkable"},
-      {"encrypted", encrypted, {}, all, "not checkable"},
-      {"parts of the usual size", {content, eTagOf(content, {kRange, kRange, 1'000'000})}, {}, all},
-      {"parts of sizes that are told",
-       {content, eTagOf(content, odd), odd},
-       {},
-       {kFirst, kSecond, kThird, "HEAD?partNumber=1", "HEAD?partNumber=2", "HEAD?partNumber=3"}},
-      {"parts of unknown sizes",
-       {content, eTagOf(content, odd)},
-       {},
-       {kFirst, kSecond, kThird, "HEAD?partNumber=1"},
-       "not checkable"},
-      {"sizes of parts that cannot be",
-       {content, eTagOf(content, odd), {std::size_t{1} << 62, 1, 1}},
-       {},
-       {kFirst, kSecond, kThird, "HEAD?partNumber=1"},
-       "not checkable"},
-      {"other parts",
-       {content, eTagOf("other", {5, 0, 0}), odd},
-       {},
-       {kFirst, kSecond, kThird, "HEAD?partNumber=1", "HEAD?partNumber=2", "HEAD?partNumber=3"},
-       "The content of the object does not match its ETag"},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.what);
-    EXPECT_EQ(outcomeOf(download(test.store, test.faults)), test.outcome);
-    EXPECT_EQ(requests_, test.requests);
-    EXPECT_EQ(leftovers(), Lines());
-    const bool isThere = test.outcome == "checked" || test.outcome == "not checkable";
-    EXPECT_EQ(fs::exists(target()), isThere);
-    EXPECT_TRUE(!isThere || testing::readFile(target()) == test.store.content);
-    fs::remove(target());
-  }
+/// Leaves a download with all of its ranges on the disk but the last.
+fs::path interruptedDownload(const Store& store) {
+  FaultServer server([&](const RecordedRequest& request) {
+    const auto last = std::to_string((store.content.size() - 1) / kRange * kRange);
+    return testing::lineOf(request).starts_with("GET " + last) ? answer(503)
+                                                               : store.reactTo(request);
+  });
+  EXPECT_FALSE(download(server.url(), ExistingFile::keep,
+                        {.mayRetry = [](const auto&, auto) { return false; }}));
+  return leftovers().at(0);
 }
 
-TEST_F(Downloads, GoOnWithTheSameVersionOnly) {
-  const auto content = contentOf(2 * kRange + 1'000'000);
-  const Store store{content};
-  const Store replaced{contentOf(2 * kRange + 1'000'000) + "!"};
-  const auto interrupt = [&] {
-    const auto object = download(store, {{kThird, answer(503)}}, ExistingFile::keep,
-                                 {.mayRetry = [](auto&&...) { return false; }});
-    ASSERT_EQ(outcomeOf(object), "HTTP error 503");
-    ASSERT_EQ(leftovers().size(), 1U);
-    ASSERT_FALSE(fs::exists(target()));
-  };
-  interrupt();
-  EXPECT_EQ(outcomeOf(download(store, {{"HEAD", answer(503)}}, ExistingFile::keep,
-                               {.mayRetry = [](auto&&...) { return false; }})),
-            "HTTP error 503");
-  EXPECT_EQ(outcomeOf(download(store)), "checked");
-  EXPECT_EQ(requests_, (Lines{"HEAD", kThird}));
-  EXPECT_TRUE(testing::readFile(target()) == content);
-  fs::remove(target());
-
-  interrupt();
-  EXPECT_EQ(outcomeOf(download(replaced)), "checked");
-  EXPECT_EQ(requests_, (Lines{"HEAD", kFirst, kSecond, kThird}));
-  EXPECT_TRUE(testing::readFile(target()) == replaced.content);
-  fs::remove(target());
-
-  const std::string ok = "HTTP/1.1 200 OK\r\n";
-  const std::pair<std::string, std::string> heads[] = {
-      {ok + "ETag: x\r\n\r\n", "Missing Content-Length"},
-      {ok + "Content-Length: 5\r\n\r\n", "Missing ETag"},
-      {ok + "ETag: x\r\nContent-Length: 99999999999999999\r\n\r\n",
-       "The object is larger than objects can be"}};
-  for (const auto& [head, outcome] : heads) {
-    SCOPED_TRACE(outcome);
-    interrupt();
-    EXPECT_EQ(outcomeOf(download(store, {{"HEAD", Reaction{.answer = head}}})), outcome);
-    EXPECT_EQ(leftovers(), Lines());
-  }
-  interrupt();  // The head lies about the size: ranges have no such version.
-  EXPECT_EQ(outcomeOf(download(store, {{"HEAD", store.head(2 * kRange)}})), "checked");
-  EXPECT_TRUE(testing::readFile(target()) == content);
-  fs::remove(target());
-
-  interrupt();  // The file came from elsewhere meanwhile.
-  testing::writeFile(target(), content);
-  EXPECT_EQ(outcomeOf(download(store)), "was there");
-  EXPECT_EQ(leftovers(), Lines());
-  fs::remove(target());
-
-  interrupt();  // The process ended when only the name was missing.
-  testing::writeFile(target().parent_path() / leftovers().front(), content);
-  EXPECT_EQ(outcomeOf(download(store)), "checked");
-  EXPECT_EQ(requests_, Lines{"HEAD"});
-  EXPECT_TRUE(testing::readFile(target()) == content);
-  EXPECT_EQ(leftovers(), Lines());
+TEST(ObjectDownloader, BringsTheObjectWholeOrNothing) {
+  Store store;
+  testing::expectDialogues(
+      "dialogues/downloads.txt",
+      [&](const RecordedRequest& request, const std::string& told) {
+        return store.reactTo(request, told);
+      },
+      [&](const Dialogue& dialogue, const std::string& url) {
+        store = Store::of(dialogue.given);
+        fs::remove_all(target().parent_path());
+        if (dialogue.given.contains("unfinished")) {
+          const auto unfinished = interruptedDownload(store);
+          if (dialogue.given.contains("replaced")) store = Store{contentOf(kSize - 1) + "!"};
+          if (dialogue.given.contains("whole")) writeFile(unfinished, store.content);
+          if (dialogue.given.contains("target")) writeFile(target(), store.content);
+        }
+        const auto object = download(url);
+        EXPECT_EQ(leftovers().empty(), !dialogue.given.contains("left"));
+        EXPECT_EQ(fs::exists(target()), object.has_value());
+        EXPECT_TRUE(!object || readFile(target()) == store.content);
+        return outcomeOf(object);
+      });
 }
 
-TEST_F(Downloads, TreatAFileAtTheTargetAsTold) {
-  const Store store{
-      "content", md5Of("content"), {}, {{"x-amz-meta-mtime", "1234567890.123456789"}}};
-  const Store unknown{"content", "version-7"};
+TEST(ObjectDownloader, TreatsAFileAtTheTargetAsTold) {
+  Store store{"content"};
+  store.headers = {{"x-amz-meta-mtime", "1234567890.123456789"}};
+  FaultServer server([&](const RecordedRequest& request) { return store.reactTo(request); });
   const auto modified = [] { return fs::last_write_time(target()); };
-  EXPECT_EQ(outcomeOf(download(store)), "checked");
+  EXPECT_EQ(outcomeOf(download(server.url())), "checked");
   const auto original = modified();
   EXPECT_EQ(std::chrono::file_clock::to_sys(original).time_since_epoch(), 1234567890123456789ns);
-  EXPECT_EQ(outcomeOf(download(store)), "was there");
-  EXPECT_EQ(requests_, Lines{"HEAD"});
+  EXPECT_EQ(outcomeOf(download(server.url())), "was there");
+  EXPECT_EQ(testing::linesOf(server).back(), "HEAD");
   fs::last_write_time(target(), original + 1s);
-  EXPECT_EQ(outcomeOf(download(store)), "was there");
+  EXPECT_EQ(outcomeOf(download(server.url())), "was there");
   EXPECT_EQ(modified(), original + 1s);
 
-  for (const auto& [there, object] :
-       {std::pair(std::string("contend"), store), std::pair(std::string("longer than it"), store),
-        std::pair(std::string("content"), unknown)}) {
-    SCOPED_TRACE(there);
-    testing::writeFile(target(), there);
-    const auto refused = download(object);
-    ASSERT_FALSE(refused);
+  for (const std::string there : {"contend", "longer than it", "content"}) {
+    writeFile(target(), there);
+    if (there == store.content) store.eTag = "version-7";
+    const auto refused = download(server.url());
+    ASSERT_FALSE(refused) << there;
     EXPECT_EQ(refused.error().code(), EEXIST);
-    EXPECT_EQ(testing::readFile(target()), there);
-    EXPECT_TRUE(download(object, {}, ExistingFile::replace));
-    EXPECT_EQ(testing::readFile(target()), "content");
+    EXPECT_EQ(readFile(target()), there);
+    EXPECT_TRUE(download(server.url(), ExistingFile::replace));
+    EXPECT_EQ(readFile(target()), "content");
   }
   const auto elsewhere = testDirectory() / "elsewhere";
-  testing::writeFile(elsewhere, "untouched");
+  writeFile(elsewhere, "untouched");
   fs::remove(target());
   fs::create_symlink(elsewhere, target());
-  EXPECT_TRUE(download(store, {}, ExistingFile::replace));
+  EXPECT_TRUE(download(server.url(), ExistingFile::replace));
   EXPECT_FALSE(fs::is_symlink(target()));
-  EXPECT_EQ(testing::readFile(elsewhere), "untouched");
+  EXPECT_EQ(readFile(elsewhere), "untouched");
 }
 
-TEST_F(Downloads, AreRefusedWhatIsInTheWayOfTheUnfinishedFile) {
+TEST(ObjectDownloader, IsRefusedWhatIsInTheWayOfTheUnfinishedFile) {
   const Store store{contentOf(kRange + 1)};
-  static_cast<void>(download(store, {{kSecond, answer(503)}}, ExistingFile::keep,
-                             {.mayRetry = [](auto&&...) { return false; }}));
-  ASSERT_EQ(leftovers().size(), 1U);
-  const auto unfinished = target().parent_path() / leftovers().front();
-  {
-    std::optional<int> second;
-    const auto first = download(store, {}, ExistingFile::keep, {.progress = [&](auto&&...) {
-                                  if (second) return;
-                                  second = 0;
-                                  ObjectDownloader other(testing::configFor("http://127.0.0.1:1"),
-                                                         {.firstRetryDelay = 1ms});
-                                  const auto object = testing::run(other.download("k", target()));
-                                  second = object ? 0 : static_cast<int>(object.error().code());
-                                }});
-    EXPECT_EQ(outcomeOf(first), "checked");
-    EXPECT_EQ(second, EWOULDBLOCK);
-  }
+  FaultServer server([&](const RecordedRequest& request) { return store.reactTo(request); });
+  const auto unfinished = interruptedDownload(store);
+  std::optional<std::int64_t> second;
+  const auto first = download(server.url(), ExistingFile::keep, {.progress = [&](auto, auto) {
+                                if (!second) second = download("http://127.0.0.1:1").error().code();
+                              }});
+  EXPECT_EQ(outcomeOf(first), "checked");
+  EXPECT_EQ(second, EWOULDBLOCK);
+
   fs::remove(target());
   const auto elsewhere = testDirectory() / "elsewhere";
-  testing::writeFile(elsewhere, "untouched");
+  writeFile(elsewhere, "untouched");
   fs::create_symlink(elsewhere, unfinished);
-  EXPECT_FALSE(download(store));
+  EXPECT_FALSE(download(server.url()));
   fs::remove(unfinished);
   fs::create_hard_link(elsewhere, unfinished);
-  EXPECT_FALSE(download(store));
-  EXPECT_EQ(testing::readFile(elsewhere), "untouched");
+  EXPECT_FALSE(download(server.url()));
+  EXPECT_EQ(readFile(elsewhere), "untouched");
   EXPECT_FALSE(fs::exists(target()));
 }
 
-TEST_F(Downloads, LeaveNothingWhenThereIsNoRoom) {
-  const Store store{contentOf(2 * kRange)};
+TEST(ObjectDownloader, LeavesNothingWhenThereIsNoRoom) {
+  FaultServer server([](const RecordedRequest& request) { return Store().reactTo(request); });
   std::signal(SIGXFSZ, SIG_IGN);
   const rlimit limit{.rlim_cur = kRange, .rlim_max = kRange};
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-  const auto object = download(store);
+  const auto object = download(server.url());
   ASSERT_FALSE(object);
   EXPECT_EQ(object.error().code(), EFBIG);
-  EXPECT_EQ(requests_, Lines{kFirst});
-  EXPECT_EQ(leftovers(), Lines());
+  EXPECT_EQ(testing::linesOf(server).size(), 1U);
+  EXPECT_TRUE(leftovers().empty());
 }
 
 }  // namespace

@@ -2,25 +2,24 @@
 #include <orvane/transport/ResumableUploader.h>
 #include <orvane/transport/S3MultipartUploader.h>
 
-#include "support/FaultServer.h"
+#include "support/Dialogue.h"
 #include "support/MemoryGrowth.h"
 #include "support/Run.h"
 #include "support/StoreConfig.h"
 #include "support/Test.h"
-#include "support/TestImage.h"
 
-#include <boost/algorithm/string/replace.hpp>
 #include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>
-
-#include <fstream>
 
 namespace orvane {
 namespace {
 
 using testing::answer;
 using testing::configFor;
+using testing::Dialogue;
 using testing::FaultServer;
+using testing::lineOf;
+using testing::linesOf;
 using testing::Reaction;
 using testing::RecordedRequest;
 using Lines = std::vector<std::string>;
@@ -41,17 +40,6 @@ fs::path fileOfZeros(std::int64_t size) {
   return file;
 }
 
-/// The request line without what all requests have in common.
-std::string lineOf(const RecordedRequest& request) {
-  return request.method() + request.target().substr("/photos/k"sv.size());
-}
-
-Lines linesOf(const FaultServer& server) {
-  Lines lines;
-  for (const auto& request : server.requests()) lines.push_back(lineOf(request));
-  return lines;
-}
-
 /// What a store does that knows of no object and no upload but the one begun.
 Reaction wellBehaved(const std::string& line) {
   if (line == kInitiate) return answer(200, "<UploadId>new</UploadId>");
@@ -63,75 +51,24 @@ Reaction wellBehaved(const std::string& line) {
 
 Reaction wellBehavedStore(const RecordedRequest& request) { return wellBehaved(lineOf(request)); }
 
-/// What tests/uploads/README.md describes.
-struct Dialogue {
-  std::string title;
-  std::int64_t fileSize = kFileSize;
-  std::optional<std::map<std::int64_t, std::string>> resumed = {};
-  std::vector<Reaction> reactions = {};
-  Lines lines = {};
+Reaction storeThatIsTold(const RecordedRequest& request, const std::string& told) {
+  return told.empty() ? wellBehavedStore(request) : testing::reactionTo(told);
+}
 
-  void read(const std::string& line) {
-    std::istringstream words(line);
-    std::string word;
-    words >> word;
-    if (word == "file") {
-      words >> fileSize;
-    } else if (word == "from") {
-      resumed.emplace();
-      for (std::int64_t part = 0; words >> part >> word;) resumed->emplace(part, word);
-    } else if (word == "=") {
-      lines.push_back(line);
-    } else if (!word.empty()) {
-      lines.push_back(word);
-      reactions.push_back(reactionTo(word, line.substr(std::min(line.size(), word.size() + 4))));
-    }
-  }
-
-  static Reaction reactionTo(const std::string& request, const std::string& told) {
-    if (told.empty()) return wellBehaved(request);
-    if (told == "lost") return {.answer = "", .end = Reaction::End::close};
-    const auto rest = told.substr(std::min<std::size_t>(told.size(), 4));
-    if (rest.empty() || rest.starts_with('<')) return answer(std::stoi(told), rest);
-    return {.answer = "HTTP/1.1 " + told.substr(0, 4) + "\r\n" +
-                      boost::replace_all_copy(rest, "; ", "\r\n") + "\r\n\r\n"};
-  }
-};
-
-std::vector<Dialogue> dialoguesIn(std::string_view name) {
-  std::ifstream text(testing::testData(name));
-  std::vector<Dialogue> dialogues;
-  for (std::string line; std::getline(text, line);) {
-    if (line.starts_with('#')) {
-      dialogues.push_back({.title = line});
-    } else {
-      dialogues.back().read(line);
-    }
-  }
-  return dialogues;
+fs::path fileOf(const Dialogue& dialogue) {
+  const auto size = dialogue.given.find("file");
+  return fileOfZeros(size == dialogue.given.end() ? kFileSize : std::stoll(size->second));
 }
 
 struct Outcome {
   std::string text = "done";  ///< Or the ETag, or the error without its details.
   std::vector<std::int64_t> accepted;
   std::thread::id completedOn;
-};
 
-using Upload = std::function<Outcome(const S3Config&, const fs::path&, const Dialogue&)>;
-
-void expectDialogues(std::string_view name, const Upload& upload) {
-  for (const auto& dialogue : dialoguesIn(name)) {
-    SCOPED_TRACE(dialogue.title);
-    FaultServer server;
-    for (const auto& reaction : dialogue.reactions) server.queue(reaction);
-    const auto file = fileOfZeros(dialogue.fileSize);
-    const auto outcome = upload(configFor(server.url()), file, dialogue);
-    const auto accepted = outcome.accepted.empty() ? 0 : outcome.accepted.back();
-    auto lines = linesOf(server);
-    lines.push_back("= " + outcome.text + ", " + std::to_string(accepted) + " accepted");
-    EXPECT_EQ(lines, dialogue.lines);
+  [[nodiscard]] std::string withProgress() const {
+    return text + ", " + std::to_string(accepted.empty() ? 0 : accepted.back()) + " accepted";
   }
-}
+};
 
 /// Starts an upload; the future is ready once completion has been called. A second completion
 /// throws, which ends the test's process.
@@ -156,9 +93,10 @@ Outcome upload(const S3Config& config, const fs::path& file) {
 }
 
 TEST(S3MultipartUploader, SendsInPartsWhatIsLargeAndEndsWithTheFirstFailedStep) {
-  expectDialogues("uploads/in-parts.txt", [](const auto& config, const auto& file, const auto&) {
-    return upload(config, file);
-  });
+  testing::expectDialogues("dialogues/in-parts.txt", storeThatIsTold,
+                           [](const Dialogue& dialogue, const std::string& url) {
+                             return upload(configFor(url), fileOf(dialogue)).withProgress();
+                           });
 }
 
 TEST(S3MultipartUploader, EarlyFailuresComeAtOnceAndSendNothing) {
@@ -262,12 +200,14 @@ TEST(S3MultipartUploader, HoldsOnePartOfEachUploadAndTheMemoryGoesBack) {
   }
 }
 
-UploadCheckpoint checkpointOf(const fs::path& file, std::map<std::int64_t, std::string> parts) {
+UploadCheckpoint checkpointOf(const fs::path& file, const std::string& numbersAndETags) {
   const auto version = platform::versionOf(file).value();
-  return {.uploadId = "old",
-          .fileSize = version.size,
-          .modified = version.modified,
-          .parts = std::move(parts)};
+  UploadCheckpoint checkpoint{
+      .uploadId = "old", .fileSize = version.size, .modified = version.modified, .parts = {}};
+  std::istringstream words(numbersAndETags);
+  std::string eTag;
+  for (std::int64_t part = 0; words >> part >> eTag;) checkpoint.parts.emplace(part, eTag);
+  return checkpoint;
 }
 
 std::string resumedUpload(ResumableUploader& uploader, const fs::path& file,
@@ -279,17 +219,19 @@ std::string resumedUpload(ResumableUploader& uploader, const fs::path& file,
 }
 
 TEST(ResumableUploader, TriesAgainWhatMayPassAbortsWhatMayNotAndGoesOnWhereItWasLeft) {
-  expectDialogues("uploads/resumable.txt", [](const S3Config& config, const fs::path& file,
-                                              const Dialogue& dialogue) {
-    ResumableUploader uploader(config, {.partsInFlight = 1, .firstRetryDelay = 1ms});
-    std::optional<UploadCheckpoint> from;
-    if (dialogue.resumed) from = checkpointOf(file, *dialogue.resumed);
-    Outcome outcome;
-    outcome.text = resumedUpload(uploader, file, from, {.progress = [&](auto accepted, auto) {
-                                   outcome.accepted.push_back(accepted);
-                                 }});
-    return outcome;
-  });
+  testing::expectDialogues(
+      "dialogues/resumable.txt", storeThatIsTold,
+      [](const Dialogue& dialogue, const std::string& url) {
+        ResumableUploader uploader(configFor(url), {.partsInFlight = 1, .firstRetryDelay = 1ms});
+        const auto file = fileOf(dialogue);
+        std::optional<UploadCheckpoint> from;
+        if (dialogue.given.contains("from")) from = checkpointOf(file, dialogue.given.at("from"));
+        Outcome outcome;
+        outcome.text = resumedUpload(uploader, file, from, {.progress = [&](auto accepted, auto) {
+                                       outcome.accepted.push_back(accepted);
+                                     }});
+        return outcome.withProgress();
+      });
 }
 
 TEST(ResumableUploader, PartsAreLargerWhereTenThousandWouldNotDo) {
@@ -308,7 +250,7 @@ TEST(ResumableUploader, MakesNoObjectOfAFileThatChanges) {
   ResumableUploader uploader(configFor(server.url()), {.partsInFlight = 1});
   EXPECT_EQ(resumedUpload(uploader, file), "The file changed while it was being uploaded");
   EXPECT_EQ(linesOf(server).back(), kAbort);
-  const auto other = checkpointOf(file, {{1, "a"}});
+  const auto other = checkpointOf(file, "1 a");
   EXPECT_EQ(resumedUpload(uploader, fileOfZeros(kFileSize + 1), other), "whole-3");
   EXPECT_EQ(linesOf(server).at(5), "DELETE?uploadId=old");
   EXPECT_EQ(resumedUpload(uploader, "/nowhere", other), "Unable to read file");
