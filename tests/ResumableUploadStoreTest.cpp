@@ -111,7 +111,7 @@ TEST(ResumableTransferStore, AKillCostsAtMostThePartsInFlight) {
 
   EXPECT_GE(killUntilDone("resumable-upload", store, random), 4);
   EXPECT_TRUE(store.get(store.prefix() + "k") == content);
-  EXPECT_TRUE(store.unfinishedUploads(store.prefix()).empty());
+  EXPECT_FALSE(store.hasUnfinishedUploads());
 
   EXPECT_GE(killUntilDone("resumable-download", store, random), 2);
   EXPECT_TRUE(readFile(fileNamed("copy")) == content);

@@ -83,7 +83,7 @@ TEST(TransportStore, KeepsFilesOfEverySize) {
     EXPECT_TRUE(store.get(store.prefix() + "file") == content) << size;
     EXPECT_EQ(store.head(store.prefix() + "file")->contentType, "image/heic");
   }
-  EXPECT_TRUE(store.unfinishedUploads(store.prefix()).empty());
+  EXPECT_FALSE(store.hasUnfinishedUploads());
 }
 
 TEST(TransportStore, RefusesWhatIsNotSignedRight) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <fstream>
+#include <stdexcept>
 #include <string>
 
 namespace orvane::testing {
@@ -12,20 +14,25 @@ inline constexpr bool kMemoryIsTheProgramsOwn = true;
 #endif
 
 /// A figure of /proc/self/status in KiB, for example "VmData".
-[[nodiscard]] long memoryFigure(const std::string& name);
+[[nodiscard]] inline long memoryFigure(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(name + ":")) return std::stol(line.substr(name.size() + 1));
+  }
+  throw std::runtime_error("no figure named " + name);
+}
 
 /// By how much the memory of this process grows from here on. Meant for a process of its own: what
 /// it has held and returned before counts towards the peak.
 class MemoryGrowth {
  public:
-  MemoryGrowth();
   /// From what was held at the beginning to the peak.
-  [[nodiscard]] long kibibytes() const;
+  [[nodiscard]] long kibibytes() const { return memoryFigure("VmHWM") - before_; }
   /// From what was held at the beginning to what is held now.
-  [[nodiscard]] long kibibytesLeft() const;
+  [[nodiscard]] long kibibytesLeft() const { return memoryFigure("VmRSS") - before_; }
 
  private:
-  long before_;
+  long before_ = memoryFigure("VmRSS");
 };
 
 }  // namespace orvane::testing

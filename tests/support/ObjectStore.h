@@ -19,11 +19,6 @@ struct StoredObject {
   friend bool operator==(const StoredObject&, const StoredObject&) = default;
 };
 
-struct UnfinishedUpload {
-  std::string key;
-  std::string uploadId;
-};
-
 /// The real object store of this ctest run, seen through a client that shares no code with the
 /// engine. For tests added with orvane_add_store_test; one store serves all of them at the same
 /// time, so each keeps to keys that begin with `prefix()`.
@@ -50,8 +45,8 @@ class ObjectStore {
   void remove(const std::string& key) const;
   /// Every object whose key begins with `prefix`, in the order of their keys.
   [[nodiscard]] std::vector<StoredObject> list(const std::string& prefix) const;
-  /// The multipart uploads begun and neither completed nor aborted.
-  [[nodiscard]] std::vector<UnfinishedUpload> unfinishedUploads(const std::string& prefix) const;
+  /// Whether there are multipart uploads begun and neither completed nor aborted.
+  [[nodiscard]] bool hasUnfinishedUploads() const;
 
  private:
   [[nodiscard]] const std::string& at(const std::string& name) const { return settings_.at(name); }
