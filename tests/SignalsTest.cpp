@@ -1,10 +1,8 @@
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/transport/S3MultipartUploader.h>
-#include <orvane/transport/S3Uploader.h>
 
 #include "support/FaultServer.h"
 #include "support/StoreConfig.h"
-#include "support/SystemCalls.h"
 #include "support/Test.h"
 
 #include <boost/asio/co_spawn.hpp>
@@ -50,15 +48,6 @@ TEST(Signals, ThreadsOfTheEngineTakeOnlyThoseOfTheirOwnFaults) {
       .upload(file, "key", "text/plain", {},
               [&](const Result<void>&) { inCallback.set_value(taken()); });
   EXPECT_EQ(inCallback.get_future().get(), synchronous);
-
-  std::promise<Signals> takenInLookup;
-  testing::setLookup([&](std::string_view) -> std::vector<std::string> {
-    takenInLookup.set_value(taken());
-    return {"127.0.0.2"};  // Nobody listens there.
-  });
-  const auto unknown = testing::configFor("http://photos.example:9");
-  EXPECT_FALSE(S3Uploader::initiateMultipartUpload("key", "text/plain", unknown));
-  EXPECT_EQ(takenInLookup.get_future().get(), synchronous);
 
   const auto classifier = std::make_shared<MaskClassifier>();
   const ImageTagger tagger(classifier);

@@ -1,4 +1,3 @@
-#include <orvane/bookkeeping/BandwidthStatsStore.h>
 #include <orvane/bookkeeping/DeviceUUID.h>
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/platform/host/HostApplication.h>
@@ -37,12 +36,8 @@ void look(const char* picture) {
 }
 
 void keepBooks() {
-  auto& store = orvane::UploadStore::shared();
-  store.upsert({"id", "media/a.jpg", orvane::UploadStatus::pending, 0, 1});
-  const auto record = store.record("id");
-  expect(record && record->thumbnailFilename() == "thumbnails/a.jpg", "upload records");
-  orvane::BandwidthStatsStore::shared().addCompletedBytes(5);
-  expect(orvane::BandwidthStatsStore::shared().totalBytesTransferred() >= 5, "bandwidth figures");
+  orvane::UploadStore::shared().upsert({"id", "a.jpg", orvane::UploadStatus::pending, 0, 1});
+  expect(orvane::UploadStore::shared().record("id").has_value(), "upload records");
   expect(orvane::DeviceUUID::shared().uuid().size() == 36, "the device's identity");
 }
 
@@ -55,13 +50,8 @@ void tag() {
 
 /// No object store listens; sharing has to say so.
 void share() {
-  const orvane::S3Config config{.bucket = "photos",
-                                .region = "eu-west-1",
-                                .accessKey = "key",
-                                .secretKey = "secret",
-                                .prefix = "",
-                                .endpoint = "http://127.0.0.1:9",
-                                .tenantName = {}};
+  const orvane::S3Config config{"photos", "eu-west-1",          "key", "secret",
+                                "",       "http://127.0.0.1:9", {}};
   boost::asio::io_context context;
   auto shared =
       boost::asio::co_spawn(context, orvane::TagSyncService::shared().downloadAllRemoteTags(config),

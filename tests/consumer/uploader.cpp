@@ -5,13 +5,8 @@
 
 // Links orvane::transport alone. There is no object store here: the upload has to say so.
 int main(int, char** arguments) {
-  const orvane::S3Config config{.bucket = "photos",
-                                .region = "eu-west-1",
-                                .accessKey = "key",
-                                .secretKey = "secret",
-                                .prefix = "",
-                                .endpoint = "http://127.0.0.1:9",
-                                .tenantName = {}};
+  const orvane::S3Config config{"photos", "eu-west-1",          "key", "secret",
+                                "",       "http://127.0.0.1:9", {}};
   orvane::S3MultipartUploader uploader(config);
   std::promise<orvane::Result<void>> outcome;
   uploader.upload(arguments[1], "a.jpg", "image/jpeg", {},

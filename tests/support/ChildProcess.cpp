@@ -11,7 +11,6 @@
 #include <csignal>
 #include <map>
 #include <stdexcept>
-#include <utility>
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): glibc declares it for GNU only
 
@@ -64,44 +63,31 @@ ChildProcess ChildProcess::start(const std::vector<std::string>& command) {
   return {pid, pipe[0]};
 }
 
-ChildProcess::ChildProcess(ChildProcess&& other) noexcept
-    : pid_(std::exchange(other.pid_, -1)),
-      output_(std::exchange(other.output_, -1)),
-      buffer_(std::move(other.buffer_)) {}
-
 ChildProcess::~ChildProcess() {
-  if (pid_ > 0) {
-    kill(SIGKILL);
-    wait();
-  }
-  if (output_ >= 0) close(output_);
+  if (pid_ <= 0) return;
+  kill(SIGKILL);
+  wait();
 }
 
 void ChildProcess::kill(int signal) const {
   if (pid_ > 0) ::kill(pid_, signal);
 }
 
-bool ChildProcess::fill() {
-  std::array<char, 4096> chunk{};
-  const ssize_t count = read(output_, chunk.data(), chunk.size());
-  if (count > 0) buffer_.append(chunk.data(), static_cast<std::size_t>(count));
-  return count > 0;
-}
-
 std::optional<std::string> ChildProcess::readLine() {
-  std::size_t end = 0;
-  while ((end = buffer_.find('\n')) == std::string::npos) {
-    if (!fill()) return std::nullopt;
+  std::string line;
+  for (int c = std::getc(output_.get()); c != EOF; c = std::getc(output_.get())) {
+    if (c == '\n') return line;
+    line.push_back(static_cast<char>(c));
   }
-  std::string line = buffer_.substr(0, end);
-  buffer_.erase(0, end + 1);
-  return line;
+  return std::nullopt;
 }
 
 std::string ChildProcess::readAll() {
-  while (fill()) {
+  std::string text;
+  for (int c = std::getc(output_.get()); c != EOF; c = std::getc(output_.get())) {
+    text.push_back(static_cast<char>(c));
   }
-  return std::exchange(buffer_, {});
+  return text;
 }
 
 int ChildProcess::wait() {

@@ -2,9 +2,12 @@
 
 #include <sys/types.h>
 
+#include <cstdio>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvane::testing {
@@ -27,7 +30,8 @@ class ChildProcess {
   /// Starts a program; `command[0]` is looked up in the path.
   static ChildProcess start(const std::vector<std::string>& command);
 
-  ChildProcess(ChildProcess&& other) noexcept;
+  ChildProcess(ChildProcess&& other) noexcept
+      : pid_(std::exchange(other.pid_, -1)), output_(std::move(other.output_)) {}
   ChildProcess& operator=(ChildProcess&&) = delete;
   ~ChildProcess();
 
@@ -40,12 +44,11 @@ class ChildProcess {
   int wait();
 
  private:
-  ChildProcess(pid_t pid, int output) : pid_(pid), output_(output) {}
-  bool fill();
+  using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+  ChildProcess(pid_t pid, int output) : pid_(pid), output_(fdopen(output, "r"), std::fclose) {}
 
   pid_t pid_;
-  int output_;
-  std::string buffer_;
+  Stream output_;
 };
 
 /// Runs the child to its end and returns its output; throws when its status is not 0.

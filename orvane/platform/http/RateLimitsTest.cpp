@@ -1,7 +1,6 @@
 #include <orvane/platform/http/RateLimits.h>
 
 #include <orvane/platform/http/HttpSession.h>
-#include <orvane/platform/http/UrlError.h>
 #include <orvane/platform/http/internal/RateGate.h>
 
 #include "support/FaultServer.h"
@@ -79,21 +78,6 @@ TEST(RateLimits, HoldForTransfersUnderWayUntilTheyAreLifted) {
   EXPECT_EQ(downloaded.get().value().body, content);
   EXPECT_EQ(uploaded.get().value().status, 200);
   EXPECT_EQ(sent, std::ssize(content));
-}
-
-TEST(RateLimits, AreNoReasonToWaitForWhatIsTooLong) {
-  testing::FaultServer server([&](const testing::RecordedRequest&) {
-    return testing::answer(200, std::string(1 << 20, 'x'));
-  });
-  HttpSession session(1);
-  setRateLimits({.download = 500'000});
-  const auto response = session.sendAndWait({.method = "GET",
-                                             .url = Url::parse(server.url() + "/").value(),
-                                             .headers = {},
-                                             .timeout = 3s,
-                                             .maximumAnswerSize = 100'000});
-  ASSERT_FALSE(response);
-  EXPECT_EQ(response.error().code(), static_cast<int>(UrlErrorCode::dataLengthExceedsMaximum));
 }
 
 }  // namespace
