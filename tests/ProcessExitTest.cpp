@@ -4,15 +4,7 @@
 #include <orvane/transport/S3MultipartUploader.h>
 #include <orvane/transport/S3Uploader.h>
 
-#include "support/FaultServer.h"
-#include "support/StoreConfig.h"
 #include "support/Test.h"
-#include "support/TestImage.h"
-
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-
-#include <sys/wait.h>
 
 #include <semaphore>
 
@@ -44,7 +36,7 @@ struct Uploads {
   bool isAlive = true;
 
   Uploads(const std::string& url, std::string path)
-      : uploader(testing::configFor(url)), file(std::move(path)) {}
+      : uploader(configFor(url)), file(std::move(path)) {}
   ~Uploads() { isAlive = false; }
   Uploads(const Uploads&) = delete;
   Uploads& operator=(const Uploads&) = delete;
@@ -102,7 +94,7 @@ const ChildMain kExitWhileBusy("exitWhileBusy", [](const Arguments& arguments) {
   if (how != "thread") late.emplace(arguments.at(0), image);
   auto& uploads = early ? *early : *late;
   static asio::io_context context;
-  hostThreads.config = testing::configFor(arguments.at(0));
+  hostThreads.config = configFor(arguments.at(0));
   hostThreads.run(image);
   static_cast<void>(SceneClassifier().classify(image));  // All libraries are at work from here on.
   uploads.run();
@@ -125,10 +117,10 @@ const ChildMain kRecords("records", [](const Arguments&) {
 });
 
 TEST(ProcessExit, EndsBlockingCallsAndLeavesCallbacksAlone) {
-  testing::FaultServer server([](const testing::RecordedRequest& request) {
-    return request.target().contains("stall") ? testing::stallAfter(0) : testing::answer(200);
+  FaultServer server([](const RecordedRequest& request) {
+    return request.target().contains("stall") ? testing::stallAfter(0) : answer(200);
   });
-  const auto file = testing::testData("images/plain.jpg").string();
+  const auto file = testData("images/plain.jpg").string();
   // What an exit handler, a thread that waits, one that classifies and a static object get. The
   // handler comes before the engine's own only where neither `main` nor a callback calls `exit`.
   const std::pair<std::string, std::string> cases[] = {{"return", "125 -999 125 -999\n"},
@@ -172,7 +164,7 @@ TEST(ProcessExit, AForkedChildMayExit) {
 #ifdef __SANITIZE_THREAD__
   GTEST_SKIP() << "the sanitizer's own locks do not survive a fork beside busy threads";
 #endif
-  testing::FaultServer server;
+  FaultServer server;
   const auto file = testDirectory() / "file";
   writeFile(file, "x");
   EXPECT_EQ(outputOfChild("forkWhileBusy", {server.url(), file.string()}), "0\n");

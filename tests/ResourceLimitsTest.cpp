@@ -4,18 +4,9 @@
 #include <orvane/transport/S3Uploader.h>
 #include <orvane/transport/TalvexAPIService.h>
 
-#include "support/FaultServer.h"
 #include "support/LogLines.h"
 #include "support/OtherUser.h"
-#include "support/Run.h"
-#include "support/StoreConfig.h"
 #include "support/Test.h"
-
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/use_future.hpp>
-
-#include <sys/resource.h>
 
 namespace orvane {
 namespace {
@@ -67,7 +58,7 @@ void useEverything(const S3Config& config, const std::string& recordId) {
 }
 
 const ChildMain kLimited("limited", [](const Arguments& arguments) {
-  const auto config = testing::configFor(arguments.at(0));
+  const auto config = configFor(arguments.at(0));
   without(arguments.at(1) == "threads" ? RLIMIT_NPROC : RLIMIT_NOFILE,
           [&] { useEverything(config, "during"); });
   useEverything(config, "after");
@@ -81,9 +72,8 @@ const ChildMain kStored("stored", [](const Arguments&) {
 
 /// Where nothing can be started or opened every call says so, and works again as soon as it can.
 TEST(ResourceLimits, AreErrorsThatPass) {
-  testing::FaultServer server([](const auto&) {
-    return testing::answer(200, "<UploadId>u</UploadId>", {{"ETag", "\"e\""}});
-  });
+  FaultServer server(
+      [](const auto&) { return answer(200, "<UploadId>u</UploadId>", {{"ETag", "\"e\""}}); });
   const auto file = testDirectory() / "file";
   writeFile(file, "");
   fs::resize_file(file, S3MultipartUploader::chunkSize);

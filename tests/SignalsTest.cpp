@@ -1,13 +1,7 @@
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/transport/S3MultipartUploader.h>
 
-#include "support/FaultServer.h"
-#include "support/StoreConfig.h"
 #include "support/Test.h"
-
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/use_future.hpp>
 
 namespace orvane {
 namespace {
@@ -39,12 +33,12 @@ class MaskClassifier final : public ImageClassifier {
 TEST(Signals, ThreadsOfTheEngineTakeOnlyThoseOfTheirOwnFaults) {
   const Signals synchronous{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGKILL, SIGSTOP};
   const auto before = taken();
-  testing::FaultServer server;
+  FaultServer server;
   const auto file = testDirectory() / "file";
   writeFile(file, "x");
 
   std::promise<Signals> inCallback;
-  S3MultipartUploader(testing::configFor(server.url()))
+  S3MultipartUploader(configFor(server.url()))
       .upload(file, "key", "text/plain", {},
               [&](const Result<void>&) { inCallback.set_value(taken()); });
   EXPECT_EQ(inCallback.get_future().get(), synchronous);

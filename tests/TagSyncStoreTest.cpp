@@ -7,16 +7,12 @@
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/TagSyncService.h>
 
-#include "support/ObjectStore.h"
-#include "support/Run.h"
-#include "support/StoreConfig.h"
 #include "support/Test.h"
 
 namespace orvane {
 namespace {
 
 using ::testing::EndsWith;
-using testing::ObjectStore;
 using testing::run;
 
 template <class T>
@@ -40,7 +36,7 @@ const ChildMain kDevice("device", [](const auto& arguments) {
   if (!database.initialize()) return 2;
   const auto own = DeviceUUID::shared().uuid();
   auto& service = TagSyncService::shared();
-  auto config = testing::configFor(ObjectStore());
+  auto config = configFor(ObjectStore());
   while (argument != arguments.end()) {
     const auto word = next();
     if (word == "uuid") {

@@ -7,8 +7,6 @@
 
 #include "support/Test.h"
 
-#include <fstream>
-
 namespace orvane {
 namespace {
 
@@ -215,22 +213,6 @@ TEST(BandwidthStatsStoreTest, WhatCannotBeReadYetIsAddedLater) {
   EXPECT_EQ(speedsIn(store), (std::vector<double>{1, 2}));
   store.addSample(3);
   EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
-}
-
-TEST(BandwidthStatsStoreTest, WhatIsStoredEndsAsWhatIsInMemory) {
-  BandwidthStatsStore store;
-  for (int round = 0; round < 20; ++round) {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 8; ++i) {
-      threads.emplace_back([&store] {
-        store.addCompletedBytes(1);
-        store.addSample(1);
-      });
-    }
-    threads.clear();
-    ASSERT_EQ(storedTotal(), store.totalBytesTransferred());
-    ASSERT_EQ(BandwidthStatsStore().samples(), store.samples());
-  }
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include "support/Test.h"
 
-#include <fstream>
-
 namespace orvane {
 namespace {
 

@@ -5,17 +5,6 @@
 #include "support/LogLines.h"
 #include "support/Test.h"
 
-#include <boost/asio/bind_cancellation_slot.hpp>
-#include <boost/asio/cancellation_signal.hpp>
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/use_future.hpp>
-
-#include <sys/resource.h>
-
-#include <stdexcept>
-
 namespace orvane {
 namespace {
 
@@ -95,7 +84,7 @@ TEST(ImageTagger, AFileThatCannotBeClassifiedGivesOneLine) {
   EXPECT_EQ(ImageTagger::shared().maxTags, 5);
   EXPECT_EQ(ImageTagger::shared().minConfidence, kThreshold);
   LogLines log;
-  testing::writeFile(testDirectory() / "text.jpg", "Dear diary");
+  writeFile(testDirectory() / "text.jpg", "Dear diary");
   for (const auto* name : {"missing.jpg", "text.jpg", "."}) {
     EXPECT_TRUE(tagsOf(ImageTagger::shared(), testDirectory() / name).empty());
     EXPECT_THAT(log.take(), ElementsAre(StartsWith("[ImageTagger] Vision classify failed: ")));

@@ -1,12 +1,7 @@
-#include <orvane/tagging/TagBatch.h>
 #include <orvane/tagging/TagDatabase.h>
 
 #include "support/TagDatabaseFile.h"
 #include "support/Test.h"
-
-#include <sys/resource.h>
-
-#include <cstring>
 
 namespace orvane {
 namespace {
@@ -99,21 +94,21 @@ TEST(TagDatabaseFiles, AFailedStepLeavesTheStoreOpen) {
 
 TEST(TagDatabaseFiles, AFileThatIsNoDatabaseIsLeftAlone) {
   build({kRecords, kRecordV1, kOldOffsets, kOldRow});
-  const auto whole = testing::readFile(tagDatabaseFile());
+  const auto whole = readFile(tagDatabaseFile());
   for (const auto& content : {std::string("short"), whole.substr(0, 5000)}) {
-    testing::writeFile(tagDatabaseFile(), content);
+    writeFile(tagDatabaseFile(), content);
     const auto failed = TagDatabase::shared().initialize();
     ASSERT_FALSE(failed) << content.size();
     EXPECT_EQ(failed.error().domain(), Error::kDatabase);
     EXPECT_THAT(failed.error().code() & 0xff, ::testing::AnyOf(11, 26));
-    EXPECT_TRUE(testing::readFile(tagDatabaseFile()) == content) << content.size();
+    EXPECT_TRUE(readFile(tagDatabaseFile()) == content) << content.size();
   }
 }
 
 TEST(TagDatabaseFiles, WhatCannotBeOpenedLeavesTheStoreAsItWas) {
   auto& db = TagDatabase::shared();
   fs::create_directories(folder().parent_path());
-  testing::writeFile(folder(), "in the way");
+  writeFile(folder(), "in the way");
   EXPECT_EQ(db.initialize().error().domain(), Error::kDatabase);
   fs::remove(folder());
   ASSERT_TRUE(db.initialize() && db.upsertTag("a", "mare", 1, "A"));
@@ -175,24 +170,6 @@ TEST(TagDatabaseFiles, WaitsThreeSecondsForAnotherProcess) {
   EXPECT_TRUE(waiting.get());
   EXPECT_THAT(tagDatabaseRows("SELECT asset_id FROM asset_tags ORDER BY asset_id"),
               ElementsAre("a", "c"));
-}
-
-/// The number of transactions so far, as the index of the write-ahead log counts them.
-std::uint32_t transactions() {
-  std::uint32_t count = 0;
-  std::memcpy(&count, readFile(tagDatabaseFile().string() + "-shm").data() + 8, sizeof count);
-  return count;
-}
-
-TEST(TagDatabaseFiles, ABatchWritesLargeTagsAFewAtATime) {
-  auto& db = TagDatabase::shared();
-  ASSERT_TRUE(db.initialize());
-  const auto before = transactions();
-  tagging::TagBatch batch(db, "A");
-  for (int i = 0; i < 60; ++i) batch.add("a", {{std::string(100'000, 'x') + std::to_string(i), 1}});
-  EXPECT_EQ(batch.finish(), 60);
-  EXPECT_EQ(db.tagsForAsset("a")->size(), 60U);
-  EXPECT_GE(transactions() - before, 20U);
 }
 
 const ChildMain kTagger("tagger", [](const auto&) {

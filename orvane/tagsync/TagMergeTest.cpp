@@ -3,13 +3,6 @@
 #include "TagSyncServiceTest.h"
 #include "support/Test.h"
 
-#include <boost/asio/bind_cancellation_slot.hpp>
-#include <boost/asio/cancellation_signal.hpp>
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/use_future.hpp>
-
 namespace orvane::testing {
 namespace {
 

@@ -5,10 +5,7 @@
 #include <orvane/tagging/TagDatabase.h>
 #include <orvane/tagsync/TagSyncService.h>
 
-#include "support/FaultServer.h"
 #include "support/LogLines.h"
-#include "support/Run.h"
-#include "support/StoreConfig.h"
 #include "support/TagDatabaseFile.h"
 #include "support/Test.h"
 

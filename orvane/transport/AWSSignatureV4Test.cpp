@@ -1,9 +1,6 @@
 #include <orvane/transport/AWSSignatureV4.h>
 
 #include "support/Test.h"
-#include "support/TestImage.h"
-
-#include <fstream>
 
 namespace orvane {
 namespace {
@@ -34,7 +31,7 @@ std::string authorizationFor(const std::vector<std::string>& fields) {
 }
 
 TEST(AWSSignatureV4, AgreesWithThePublishedExamplesAndAnIndependentSigner) {
-  std::ifstream signedRequests(testing::testData("signatures/signed.txt"));
+  std::ifstream signedRequests(testData("signatures/signed.txt"));
   int compared = 0;
   for (std::string line; std::getline(signedRequests, line); ++compared) {
     std::vector<std::string> fields;

@@ -5,16 +5,11 @@
 #include <orvane/transport/XmlText.h>
 
 #include "support/Dialogue.h"
-#include "support/StoreConfig.h"
 #include "support/Test.h"
 
 namespace orvane {
 namespace {
 
-using testing::answer;
-using testing::configFor;
-using testing::FaultServer;
-using testing::Reaction;
 using Pairs = std::vector<KeyETagPair>;
 
 std::string describe(const Error& error) {
@@ -77,7 +72,7 @@ TEST(XmlText, ReplacesReferences) {
   }
 }
 
-Reaction toldStore(const testing::RecordedRequest& /*request*/, const std::string& told) {
+Reaction toldStore(const RecordedRequest& /*request*/, const std::string& told) {
   return testing::reactionTo(told);
 }
 

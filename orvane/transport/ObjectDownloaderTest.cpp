@@ -4,22 +4,12 @@
 #include <orvane/platform/base/Md5.h>
 
 #include "support/Dialogue.h"
-#include "support/Run.h"
-#include "support/StoreConfig.h"
 #include "support/Test.h"
-
-#include <sys/resource.h>
-
-#include <csignal>
 
 namespace orvane {
 namespace {
 
-using testing::answer;
 using testing::Dialogue;
-using testing::FaultServer;
-using testing::Reaction;
-using testing::RecordedRequest;
 
 constexpr std::size_t kRange = std::size_t{8} << 20;
 constexpr std::size_t kSize = 2 * kRange + 1'000'000;
@@ -143,8 +133,7 @@ Result<DownloadedObject> download(const std::string& url,
                                   ExistingFile existing = ExistingFile::keep,
                                   ObjectDownloader::Events events = {}) {
   fs::create_directory(target().parent_path());
-  ObjectDownloader downloader(testing::configFor(url),
-                              {.rangesInFlight = 1, .firstRetryDelay = 1ms});
+  ObjectDownloader downloader(configFor(url), {.rangesInFlight = 1, .firstRetryDelay = 1ms});
   return testing::run(downloader.download("k", target(), existing, std::move(events)));
 }
 

@@ -2,17 +2,10 @@
 
 #include <orvane/transport/S3Error.h>
 
-#include "support/FaultServer.h"
-#include "support/Run.h"
-#include "support/StoreConfig.h"
 #include "support/Test.h"
 
 namespace orvane {
 namespace {
-
-using testing::answer;
-using testing::configFor;
-using testing::FaultServer;
 
 const S3Config kNoUrl = configFor("http://bad host");
 
@@ -153,7 +146,7 @@ TEST_F(S3UploaderTest, UploadFailsEarlyOnTheCallersThread) {
 }
 
 TEST_F(S3UploaderTest, BodiesThatNobodyReadsMayBeEndless) {
-  FaultServer endless([](const auto&) -> testing::Reaction {
+  FaultServer endless([](const auto&) -> Reaction {
     return {.answer =
                 "HTTP/1.1 200 OK\r\nETag: tag\r\n\r\n<ETag>abc</ETag>" + std::string(100'000, 'x'),
             .end = testing::Reaction::End::repeat};

@@ -4,24 +4,14 @@
 
 #include "support/Dialogue.h"
 #include "support/MemoryGrowth.h"
-#include "support/Run.h"
-#include "support/StoreConfig.h"
 #include "support/Test.h"
-
-#include <boost/asio/bind_cancellation_slot.hpp>
-#include <boost/asio/cancellation_signal.hpp>
 
 namespace orvane {
 namespace {
 
-using testing::answer;
-using testing::configFor;
 using testing::Dialogue;
-using testing::FaultServer;
 using testing::lineOf;
 using testing::linesOf;
-using testing::Reaction;
-using testing::RecordedRequest;
 using Lines = std::vector<std::string>;
 
 constexpr std::int64_t kPart = S3MultipartUploader::chunkSize;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "support/FaultServer.h"
-#include "support/ObjectStore.h"
 #include "support/Test.h"
 
 namespace orvane::testing {

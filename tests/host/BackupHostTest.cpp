@@ -220,6 +220,7 @@ TEST_F(BackupHostTest, OnlyTransientFailuresAreRetried) {
   readUntil(retrying, "retrying  b in [23].[0-9] s: HTTP error 503");
   readUntil(retrying, "retrying  b in [456].[0-9] s: HTTP error 503");
   retrying.kill(SIGINT);
+  EXPECT_THAT(retrying.readAll(), HasSubstr("Stopped: 1 file left for the next run."));
   EXPECT_EQ(retrying.wait(), 130);
   EXPECT_EQ(uploadsTo(server), 1U + 1U + 2U);
   EXPECT_THAT(readFile(records_), HasSubstr("\"retryCount\":2"));
@@ -298,23 +299,6 @@ TEST_F(BackupHostTest, WhatOtherDevicesPublishConfusesNobody) {
   for (const auto& arguments : {std::vector<std::string>{"search", "0"}, {"top"}, {"tags", "a"}}) {
     EXPECT_THAT(with(state_, arguments).output, AllOf(HasSubstr("?]0;x?"), Not(HasSubstr("\x1b"))));
   }
-}
-
-TEST_F(BackupHostTest, ASignalStopsUploadsAndTheNextRunGoesOn) {
-  const Gate gate;
-  FaultServer server(
-      [&](const RecordedRequest&) { return Reaction{.answer = answerText(200), .gate = gate}; });
-  configure(server.url());
-  for (const char* name : {"a", "b", "c", "d", "e", "f"}) addFile(name, name);
-  auto interrupted = start(runArguments());
-  server.waitForRequests(6);
-  interrupted.kill(SIGINT);
-  EXPECT_THAT(interrupted.readAll(), HasSubstr("Stopped: 6 files left for the next run."));
-  EXPECT_EQ(interrupted.wait(), 130);
-  EXPECT_EQ(status(), "pending: 6\n");
-  gate.open();
-  EXPECT_EQ(backUp().status, 0);
-  EXPECT_EQ(uploadsTo(server), 12U);
 }
 
 constexpr std::size_t kLargeFile = std::size_t{20} << 20;

@@ -1,17 +1,27 @@
 #pragma once
 
-// What most tests need: GoogleTest, the standard headers, files, child processes.
+// What most tests need: GoogleTest, the standard headers, files, child processes, servers.
 
 #include "support/ChildProcess.h"
+#include "support/FaultServer.h"
+#include "support/Run.h"
+#include "support/StoreConfig.h"
 #include "support/TemporaryDirectory.h"
+#include "support/TestImage.h"
 
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
+#include <boost/asio/post.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -19,6 +29,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <iostream>
@@ -32,6 +43,7 @@
 #include <ranges>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -45,10 +57,18 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 using namespace std::string_view_literals;
 
+using testing::answer;
+using testing::answerText;
 using testing::ChildMain;
 using testing::ChildProcess;
+using testing::configFor;
+using testing::FaultServer;
+using testing::ObjectStore;
 using testing::outputOfChild;
+using testing::Reaction;
 using testing::readFile;
+using testing::RecordedRequest;
+using testing::testData;
 using testing::testDirectory;
 using testing::writeFile;
 

@@ -118,21 +118,6 @@ TEST(DatabaseQueue, AWriteHasTheLockAndAReadOneSnapshotFromTheBeginning) {
   EXPECT_EQ(countIn(*queue), 1);
 }
 
-TEST(DatabaseQueue, ColumnsAreThoseOfThePresentSchema) {
-  const auto queue = openTest();
-  ASSERT_TRUE(queue->write([](Database& database) { return insert(database, std::int64_t{7}); }));
-  const auto read = [&](std::string_view column) {
-    return queue->read([&](Database& database) {
-      return database.fetchOne("SELECT * FROM t", {}, {column},
-                               [](const DatabaseRow& row) { return row.integer(0); });
-    });
-  };
-  EXPECT_EQ(read("v").value(), 7);
-  (void)openTest("ALTER TABLE t RENAME COLUMN v TO w");
-  EXPECT_EQ(read("w").value(), 7);
-  EXPECT_EQ(read("v").error().code(), 25);
-}
-
 DatabaseMigrator migratorOf(const std::vector<const char*>& steps) {
   DatabaseMigrator migrator;
   for (const auto* const step : steps) {

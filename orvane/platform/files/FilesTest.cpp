@@ -5,11 +5,6 @@
 #include "support/SystemCalls.h"
 #include "support/Test.h"
 
-#include <sys/resource.h>
-#include <sys/wait.h>
-
-#include <fstream>
-
 namespace orvane::platform {
 namespace {
 
@@ -62,21 +57,6 @@ TEST(AtomicFile, FailsWithAPosixErrorWhereItCannotWrite) {
     EXPECT_EQ(replace(target(), std::string(size, 'n')).error().code(), EFBIG);
     expectOnly("old");
   }
-}
-
-TEST(AtomicFile, WritersOfOneTargetDoNotMix) {
-  std::vector<std::jthread> writers;
-  for (char letter = 'a'; letter < 'a' + 8; ++letter) {
-    writers.emplace_back([letter] {
-      for (int i = 0; i < 20; ++i) {
-        EXPECT_TRUE(replace(target(), std::string(20'000, letter)));
-        const auto content = readFile(target());
-        ASSERT_EQ(content, std::string(20'000, content.at(0)));
-      }
-    });
-  }
-  writers.clear();
-  expectOnly(readFile(target()));
 }
 
 /// Has begun to write when it says so; then goes on, waits for somebody to open the pipe, or is

@@ -2,8 +2,6 @@
 
 #include "support/Test.h"
 
-#include <stdexcept>
-
 namespace orvane {
 namespace {
 

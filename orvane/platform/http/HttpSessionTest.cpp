@@ -2,19 +2,12 @@
 
 #include <orvane/platform/concurrency/BackgroundQueue.h>
 
-#include "support/FaultServer.h"
 #include "support/SystemCalls.h"
 #include "support/Test.h"
 
-#include <boost/asio/bind_cancellation_slot.hpp>
-#include <boost/asio/cancellation_signal.hpp>
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/post.hpp>
 
 #include <poll.h>
-#include <sys/resource.h>
 
 #include <list>
 
@@ -23,11 +16,7 @@ namespace {
 
 namespace asio = boost::asio;
 using asio::ip::tcp;
-using testing::answer;
-using testing::answerText;
-using testing::FaultServer;
 using testing::Moment;
-using testing::Reaction;
 
 HttpRequest requestTo(const std::string& url, std::string method = "GET") {
   return {.method = std::move(method), .url = Url::parse(url).value(), .headers = {}};

@@ -3,7 +3,6 @@
 #include <orvane/platform/http/HttpSession.h>
 #include <orvane/platform/http/internal/RateGate.h>
 
-#include "support/FaultServer.h"
 #include "support/Test.h"
 
 namespace orvane::platform {
@@ -55,8 +54,7 @@ TEST(RateLimits, AreKeptAndSharedAndMayChange) {
 /// At a thousand bytes a second both would take an hour.
 TEST(RateLimits, HoldForTransfersUnderWayUntilTheyAreLifted) {
   const std::string content(4 << 20, 'x');
-  testing::FaultServer server(
-      [&](const testing::RecordedRequest&) { return testing::answer(200, content); });
+  FaultServer server([&](const RecordedRequest&) { return answer(200, content); });
   HttpSession session(2);
   const auto url = Url::parse(server.url() + "/").value();
   setRateLimits({.upload = 1000, .download = 1000});

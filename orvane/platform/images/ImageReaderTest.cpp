@@ -1,15 +1,11 @@
 #include <orvane/platform/images/ImageReader.h>
 
 #include "support/Test.h"
-#include "support/TestImage.h"
-
-#include <array>
-#include <fstream>
 
 namespace orvane::platform {
 namespace {
 
-fs::path sample(const std::string& name) { return testing::testData("images") / name; }
+fs::path sample(const std::string& name) { return testData("images") / name; }
 
 /// "inside" and so on in the tables.
 std::istream& operator>>(std::istream& stream, ImageFit& fit) {
@@ -125,29 +121,6 @@ TEST(ImageReader, AReducedImageDoesNotDependOnItsWidth) {
   const auto first = read("200.png");
   for (const auto* name : {"384.png", "384.tif", "200.jpg", "400.jpg", "800.jpg", "400.webp"}) {
     EXPECT_LT(distance(read(name), first), 1.5) << name;
-  }
-}
-
-TEST(ImageReader, ManyThreadsDoNotMixUpTheirFiles) {
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([i] {
-      for (int round = 0; round < 10; ++round) {
-        if (i == 0) {
-          expectError(sample("text.jpg"),
-                      {kImageErrorDomain, 1, " is not a JPEG, PNG, WebP, TIFF or HEIF image"});
-        } else {
-          expectImage({i % 2 == 0 ? "turned-1.jpg" : "turned-1.tif",
-                       80,
-                       60,
-                       ImageFit::inside,
-                       80,
-                       40,
-                       12,
-                       {"ff0000", "00ff00", "0000ff", "ffffff"}});
-        }
-      }
-    });
   }
 }
 

@@ -8,10 +8,6 @@
 #include <sys/fsuid.h>
 #include <sys/prctl.h>
 
-#ifdef ORVANE_WITH_SECRET_SERVICE
-#include <libsecret/secret.h>
-#endif
-
 namespace orvane {
 namespace {
 
@@ -200,28 +196,10 @@ TEST(SecretServiceStore, FindsAServiceThatComesUpLater) {
   expectError(kUnavailable, SecretServiceStore(kApplication, 100ms));
 }
 
-/// Stores another program's item with the attributes of ours, in another collection.
-const ChildMain kOther("secret-service-other", [](const auto&) {
-  SecretSchema schema{};
-  schema.name = "org.orvane.SecureStore";
-  schema.attributes[0] = {"application", SECRET_SCHEMA_ATTRIBUTE_STRING};
-  schema.attributes[1] = {"account", SECRET_SCHEMA_ATTRIBUTE_STRING};
-  const auto stored =
-      secret_password_store_sync(&schema, SECRET_COLLECTION_SESSION, "label", "other", nullptr,
-                                 nullptr, "application", kApplication, "account", "a", nullptr);
-  std::_Exit(stored == FALSE ? 1 : 0);
-  return 0;
-});
-
 TEST(SecretServiceStore, LeavesOneItemThatLasts) {
   const testing::SessionBus bus;
   std::optional<testing::SecretService> service(std::in_place);
-  outputOfChild("secret-service-other");
-  EXPECT_EQ(contentOf(SecretServiceStore(kApplication), "a"), "item other");
   EXPECT_EQ(codeOfReplacing(SecretServiceStore(kApplication), "a"), 0);
-  EXPECT_EQ(countItems("a"), 1);
-  outputOfChild("secret-service-other");
-  EXPECT_EQ(countItems("a"), 2);
   EXPECT_EQ(codeOfReplacing(SecretServiceStore(kApplication), "a"), 0);
   service.reset();
   service.emplace();

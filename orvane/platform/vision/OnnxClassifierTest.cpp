@@ -1,9 +1,7 @@
 #include <orvane/platform/vision/OnnxClassifier.h>
 
 #include "support/Test.h"
-#include "support/TestImage.h"
 
-#include <fstream>
 #include <iomanip>
 
 namespace orvane {
@@ -13,7 +11,7 @@ using Row = std::vector<std::string>;
 
 /// The lines of a table in the tests' data, divided at "|".
 std::vector<Row> rowsOf(const std::string& table) {
-  std::ifstream file(testing::testData("onnx") / table);
+  std::ifstream file(testData("onnx") / table);
   std::vector<Row> rows;
   for (std::string line; std::getline(file, line);) {
     Row row;
@@ -26,7 +24,7 @@ std::vector<Row> rowsOf(const std::string& table) {
 
 /// Opens a description that lies beside copies of the models and labels.
 auto openWith(const std::string& members) {
-  fs::copy(testing::testData("onnx"), testDirectory(),
+  fs::copy(testData("onnx"), testDirectory(),
            fs::copy_options::skip_existing | fs::copy_options::recursive);
   writeFile(testDirectory() / "d.json", "{" + members + "}");
   return OnnxClassifier::open(testDirectory() / "d.json");

@@ -3,9 +3,6 @@
 #include <orvane/platform/vision/internal/SceneFeatures.h>
 
 #include "support/Test.h"
-#include "support/TestImage.h"
-
-#include <fstream>
 
 namespace orvane {
 namespace {
@@ -50,7 +47,7 @@ TEST(SceneClassifier, IsSilentOnTheTinyAndTheNarrow) {
 
 TEST(SceneClassifier, ReportsWhatIsNoImage) {
   for (const auto* name : {"images/text.jpg", "images/missing.jpg"}) {
-    EXPECT_FALSE(SceneClassifier().classify(testing::testData(name))) << name;
+    EXPECT_FALSE(SceneClassifier().classify(testData(name))) << name;
   }
 }
 

@@ -7,8 +7,6 @@
 #include "support/MemoryGrowth.h"
 #include "support/Test.h"
 
-#include <fstream>
-
 namespace orvane::tagsync {
 namespace {
 
@@ -117,31 +115,24 @@ TEST(TagObject, LargeObjectsTakeMemoryInProportion) {
   }
 }
 
+/// Each second line of the file is what is found in the listing before it.
 TEST(TagListing, FindsTheTagObjects) {
-  const auto entry = [](const std::string& inner) { return "<Contents>" + inner + "</Contents>"; };
-  const auto files = [](const std::string& text) { return tagFilesInListing(text, "p/tags/"); };
-  const std::string key = "<Key>p/tags/U/tags.jsonl</Key>";
-  const std::pair<std::string, std::vector<RemoteTagFile>> cases[] = {
-      {entry(key + "<ETag>&quot;abc&quot;</ETag>"), {{"U", "abc"}}},
-      {entry(R"(<ETag>""a"b"</ETag>)" + key), {{"U", "a\"b"}}},
-      {entry(key + "</ETag><ETag>x"), {{"U", ""}}},
-      {entry(key + "</ETag><ETag>x</ETag>"), {{"U", "x"}}},
-      {"<Key>p/tags/V/tags.jsonl</Key>" + entry(key) + entry(key) + "<Contents>" + key,
-       {{"U", ""}, {"U", ""}}},
-      {entry("<Key>p/tags/a&amp;b&quot;/tags.jsonl</Key>"), {{"a&amp;b&quot;", ""}}},
-      {entry("</Key>" + key), {{"U", ""}}},
-      {entry("<Key>p/tags/U/tags.jsonl"), {}},
-      {entry("<Key>p/tags/A/B/tags.jsonl</Key>"), {}},
-      {entry("<Key>p/tags//tags.jsonl</Key>"), {}},
-      {entry("<Key>p/tags/tags.jsonl</Key>"), {}},
-      {entry("<Key>p/tags/U/tags.jsonl.bak</Key>"), {}},
-      {entry("<Key>x/p/tags/U/tags.jsonl</Key>"), {}},
-      {"</Contents><Contents>" + entry(key), {{"U", ""}}},
-      {"<Contents", {}}};
-  for (const auto& [text, expected] : cases) EXPECT_EQ(files(text), expected) << text;
+  const auto found = [](const std::string& text) {
+    std::string files;
+    for (const auto& file : tagFilesInListing(text, "p/tags/")) {
+      files += file.uuid + " " + file.eTag + ";";
+    }
+    return files;
+  };
+  auto lines = jsonFile("../dialogues/tag-listings.txt");
+  int count = 0;
+  for (std::string text, files; std::getline(lines, text) && std::getline(lines, files); ++count) {
+    EXPECT_EQ(found(text), files) << text;
+  }
+  EXPECT_EQ(count, 15);
   std::string hostile;
   for (int i = 0; i < 1'000'000; ++i) hostile += "<Contents><Key>";
-  EXPECT_THAT(files(hostile), IsEmpty());
+  EXPECT_EQ(found(hostile), "");
 }
 
 }  // namespace

@@ -4,19 +4,14 @@
 
 #include "support/MemoryGrowth.h"
 #include "support/Test.h"
-#include "support/TestImage.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
-
-#include <array>
-#include <fstream>
 
 namespace orvane::platform {
 namespace {
 
-fs::path samplePath(const char* name) { return testing::testData("images") / name; }
+fs::path samplePath(const char* name) { return testData("images") / name; }
 
 std::string sample(const char* name) { return readFile(samplePath(name)); }
 
