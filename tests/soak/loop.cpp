@@ -2,7 +2,7 @@
 // exchange. After each round it prints what it holds: MiB of physical memory, MiB allocated and not
 // freed, descriptors. Fails when something never succeeds.
 //
-// usage: orvane_soak_loop SECONDS ENDPOINT FOLDER     the rest of the store is in the environment
+// usage: orvane_soak_loop SECONDS CONFIGURATION FOLDER
 
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/platform/host/HostApplication.h>
@@ -18,11 +18,11 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <sstream>
 #include <string>
 
 namespace orvane::soak {
@@ -87,23 +87,17 @@ class Loop {
   int rounds_ = 0;
 };
 
-int work(std::chrono::seconds duration, const std::string& endpoint, const fs::path& folder) {
-  const auto setting = [](const char* name) {
-    const char* const value = getenv(name);
-    return std::string(value == nullptr ? "" : value);
-  };
-  if (!HostApplication::configure({.dataDirectory = folder / "data"}) ||
+int work(std::chrono::seconds duration, const fs::path& configuration, const fs::path& folder) {
+  std::ostringstream json;
+  json << std::ifstream(configuration).rdbuf();
+  auto config = S3Config::fromJson(json.str());
+  if (!config || !HostApplication::configure({.dataDirectory = folder / "data"}) ||
       !TagDatabase::shared().initialize()) {
     return 2;
   }
+  config->prefix += "loop/";
   SystemLog::setSink([](std::string_view) {});
-  Loop loop({.bucket = setting("S3_BUCKET"),
-             .region = setting("S3_REGION"),
-             .accessKey = setting("S3_ACCESS_KEY"),
-             .secretKey = setting("S3_SECRET_KEY"),
-             .prefix = "loop-" + std::to_string(getpid()) + "/",
-             .endpoint = endpoint},
-            folder);
+  Loop loop(*config, folder);
   for (const auto end = Clock::now() + duration; Clock::now() < end;) {
     loop.doEverything();
     printResources();

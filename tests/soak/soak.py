@@ -150,9 +150,9 @@ def main():
     endpoint = "http://127.0.0.1:" + lossy.stdout.readline().strip()
     with tempfile.TemporaryDirectory() as folder:
         rounds = open(folder + "/rounds", "w+")
-        loop = subprocess.Popen([loop, seconds, endpoint, folder + "/loop"], stdout=rounds)
+        soak = Soak(backup, pathlib.Path(folder), endpoint)
+        loop = subprocess.Popen([loop, seconds, soak.config, folder + "/loop"], stdout=rounds)
         try:
-            soak = Soak(backup, pathlib.Path(folder), endpoint)
             (soak.source / "folder").mkdir(parents=True)
             for photo in sorted(pathlib.Path(photos).glob("*.jpg"))[:6]:
                 shutil.copy(photo, soak.source)

@@ -1,3 +1,5 @@
+// The engine as a guest of its process: limits, signals.
+
 #include <orvane/bookkeeping/UploadStore.h>
 #include <orvane/tagging/ImageTagger.h>
 #include <orvane/transport/S3MultipartUploader.h>
@@ -10,8 +12,6 @@
 
 namespace orvane {
 namespace {
-
-using Arguments = std::vector<std::string>;
 
 /// The process gets nothing more of the resource while `use` runs.
 void without(__rlimit_resource resource, const std::function<void()>& use) {
@@ -57,7 +57,7 @@ void useEverything(const S3Config& config, const std::string& recordId) {
             << lineOfTagging(testDirectory() / "none") << std::endl;
 }
 
-const ChildMain kLimited("limited", [](const Arguments& arguments) {
+const ChildMain kLimited("limited", [](const auto& arguments) {
   const auto config = configFor(arguments.at(0));
   without(arguments.at(1) == "threads" ? RLIMIT_NPROC : RLIMIT_NOFILE,
           [&] { useEverything(config, "during"); });
@@ -65,7 +65,7 @@ const ChildMain kLimited("limited", [](const Arguments& arguments) {
   return 0;
 });
 
-const ChildMain kStored("stored", [](const Arguments&) {
+const ChildMain kStored("stored", [](const auto&) {
   std::cout << UploadStore::shared().allRecords().size();
   return 0;
 });
@@ -94,6 +94,52 @@ TEST(ResourceLimits, AreErrorsThatPass) {
     EXPECT_EQ(outputOfChild("stored"), "2") << limit;
     fs::remove_all(testDirectory() / "data");
   }
+}
+
+using Signals = std::set<int>;
+
+/// The signals that the calling thread takes, apart from the C library's own.
+Signals taken() {
+  sigset_t blocked;
+  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+  Signals open;
+  for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+    const bool isOwn = signal > SIGSYS && signal < SIGRTMIN;
+    if (!isOwn && sigismember(&blocked, signal) == 0) open.insert(signal);
+  }
+  return open;
+}
+
+class MaskClassifier final : public ImageClassifier {
+ public:
+  [[nodiscard]] Result<std::vector<ClassificationObservation>> classify(
+      const fs::path& /*image*/) const override {
+    signals = taken();
+    return {};
+  }
+  mutable Signals signals;
+};
+
+TEST(Signals, ThreadsOfTheEngineTakeOnlyThoseOfTheirOwnFaults) {
+  const Signals synchronous{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGKILL, SIGSTOP};
+  const auto before = taken();
+  FaultServer server;
+  const auto file = testDirectory() / "file";
+  writeFile(file, "x");
+
+  std::promise<Signals> inCallback;
+  S3MultipartUploader(configFor(server.url()))
+      .upload(file, "key", "text/plain", {},
+              [&](const Result<void>&) { inCallback.set_value(taken()); });
+  EXPECT_EQ(inCallback.get_future().get(), synchronous);
+
+  const auto classifier = std::make_shared<MaskClassifier>();
+  const ImageTagger tagger(classifier);
+  boost::asio::io_context context;
+  boost::asio::co_spawn(context, tagger.tagImage(file), boost::asio::use_future);
+  context.run();
+  EXPECT_EQ(classifier->signals, synchronous);
+  EXPECT_EQ(taken(), before);
 }
 
 }  // namespace
