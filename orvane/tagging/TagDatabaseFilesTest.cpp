@@ -11,8 +11,6 @@ using testing::otherConnection;
 using testing::tagDatabaseFile;
 using testing::tagDatabaseRows;
 
-constexpr int kTags = 5;
-
 fs::path folder() { return tagDatabaseFile().parent_path(); }
 
 /// Makes the file by plain SQL.
@@ -170,34 +168,6 @@ TEST(TagDatabaseFiles, WaitsThreeSecondsForAnotherProcess) {
   EXPECT_TRUE(waiting.get());
   EXPECT_THAT(tagDatabaseRows("SELECT asset_id FROM asset_tags ORDER BY asset_id"),
               ElementsAre("a", "c"));
-}
-
-const ChildMain kTagger("tagger", [](const auto&) {
-  auto& db = TagDatabase::shared();
-  if (!db.initialize()) return 1;
-  std::vector<TagWithConfidence> tags;
-  for (int i = 0; i < kTags; ++i) tags.push_back({std::to_string(i) + std::string(500, 't'), 1});
-  for (auto asset = db.exportAllTagsForDevice("A").value().size();; ++asset) {
-    if (!db.upsertTags(std::to_string(asset), tags, "A")) return 1;
-    const auto line = std::to_string(asset) + '\n';
-    if (write(STDOUT_FILENO, line.data(), line.size()) < 0) return 1;
-  }
-});
-
-TEST(TagDatabaseFiles, AKilledWriterLeavesWholeAssets) {
-  auto& db = TagDatabase::shared();
-  for (int round = 0; round < 10; ++round) {
-    auto tagger = ChildProcess::run("tagger");
-    int reported = 0;
-    for (int line = 0; line < 1 + 3 * round; ++line)
-      reported = std::stoi(tagger.readLine().value());
-    tagger.kill(SIGKILL);
-    while (const auto line = tagger.readLine()) reported = std::stoi(*line);
-    ASSERT_TRUE(db.initialize());
-    const auto stored = db.exportAllTagsForDevice("A").value();
-    EXPECT_GT(stored.size(), static_cast<std::size_t>(reported));
-    for (const auto& [asset, tags] : stored) EXPECT_EQ(tags.size(), kTags) << asset;
-  }
 }
 
 }  // namespace

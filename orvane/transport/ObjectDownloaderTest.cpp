@@ -94,10 +94,12 @@ struct Store {
       return index < parts.size() ? head(parts[index]) : answer(400);
     }
     if (request.method() == "HEAD") return head(content.size());
+    const auto range = request.header("Range").value().substr(6);
+    if (!range.starts_with("0-") && !request.header("If-Match")) return answer(428);
     if (request.header("If-Match").value_or("\"" + eTag + "\"") != "\"" + eTag + "\"") {
       return answer(412);
     }
-    return get(request.header("Range").value().substr(6), eTag);
+    return get(range, eTag);
   }
 
   [[nodiscard]] Reaction reactTo(const RecordedRequest& request, const std::string& told) const {
@@ -189,6 +191,9 @@ TEST(ObjectDownloader, TreatsAFileAtTheTargetAsTold) {
   EXPECT_EQ(std::chrono::file_clock::to_sys(original).time_since_epoch(), 1234567890123456789ns);
   EXPECT_EQ(outcomeOf(download(server.url())), "was there");
   EXPECT_EQ(testing::linesOf(server).back(), "HEAD");
+  store.eTag = "version-7";  // The time is enough.
+  EXPECT_EQ(outcomeOf(download(server.url())), "was there");
+  store.eTag = md5Of(store.content);
   fs::last_write_time(target(), original + 1s);
   EXPECT_EQ(outcomeOf(download(server.url())), "was there");
   EXPECT_EQ(modified(), original + 1s);
@@ -223,6 +228,12 @@ TEST(ObjectDownloader, IsRefusedWhatIsInTheWayOfTheUnfinishedFile) {
   EXPECT_EQ(outcomeOf(first), "checked");
   EXPECT_EQ(second, EWOULDBLOCK);
 
+  fs::remove(target());
+  const auto late =
+      download(server.url(), ExistingFile::keep,
+               {.progress = [](auto, auto) { writeFile(target(), "somebody else's"); }});
+  EXPECT_EQ(late.error().code(), EEXIST);
+  EXPECT_EQ(readFile(target()), "somebody else's");
   fs::remove(target());
   const auto elsewhere = testDirectory() / "elsewhere";
   writeFile(elsewhere, "untouched");

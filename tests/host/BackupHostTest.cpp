@@ -171,31 +171,6 @@ TEST_F(BackupHostTest, UnusableConfigurationIsRefused) {
   EXPECT_EQ(run({"--state", state_, "status"}).output, "no records yet\n");
 }
 
-TEST_F(BackupHostTest, KilledRunIsContinued) {
-  std::atomic<bool> stalls = true;
-  FaultServer server([&](const RecordedRequest& request) {
-    const bool held = stalls && request.target() == "/photos/media/b";
-    return held ? stallAfter(0) : answer(200);
-  });
-  configure(server.url());
-  for (const char* name : {"a", "b", "c", "d", "e", "f"}) addFile(name, name);
-  auto killed = start(runArguments());
-  for (int uploaded = 0; uploaded < 5;) {
-    if (killed.readLine().value().starts_with("uploaded")) ++uploaded;
-  }
-  while (!status().contains("completed: 5")) std::this_thread::yield();
-  EXPECT_EQ(status(), "uploading: 1\ncompleted: 5\n");
-  killed.kill(SIGKILL);
-  EXPECT_EQ(killed.wait(), -SIGKILL);
-
-  stalls = false;
-  const Outcome second = backUp();
-  EXPECT_EQ(second.status, 0);
-  EXPECT_THAT(second.output, HasSubstr("1 file uploaded (1 B), 5 already there, 0 failed"));
-  EXPECT_EQ(uploadsTo(server), 7U);
-  EXPECT_EQ(status(), "completed: 6\n");
-}
-
 /// Reads lines until one matches; the end of the output is none.
 void readUntil(ChildProcess& child, const std::string& pattern) {
   std::string line;

@@ -47,29 +47,13 @@ TEST(Preferences, KeepEachKindUnderItsKey) {
   EXPECT_EQ(fs::status(folder()).permissions(), fs::perms{0700});
 }
 
-/// Writes `kKeys` keys of its own, and each time the one that all writers share.
+/// Writes `kKeys` keys that begin with the argument.
 const ChildMain kWriter("preferences-writer", [](const auto& arguments) {
   for (int key = 0; key < kKeys; ++key) {
     Preferences::shared().set(arguments.at(0) + std::to_string(key), std::int64_t{key});
-    Preferences::shared().set("shared", bytesOf(arguments.at(0)));
   }
   return 0;
 });
-
-TEST(Preferences, ProcessesWriteAtTheSameTime) {
-  std::vector<ChildProcess> writers;
-  for (const auto* name : {"a", "b", "c", "d"}) {
-    writers.push_back(ChildProcess::run("preferences-writer", {name}));
-  }
-  for (auto& writer : writers) EXPECT_EQ(writer.wait(), 0);
-  const auto shared = Preferences::shared().bytes("shared").value();
-  EXPECT_TRUE("abcd"sv.contains(textOf(shared)));
-  for (const std::string writer : {"a", "b", "c", "d"}) {
-    for (int key = 0; key < kKeys; ++key) {
-      EXPECT_EQ(Preferences::shared().integer(writer + std::to_string(key)), key) << writer;
-    }
-  }
-}
 
 /// Says what it finds under the key.
 const ChildMain kReader("preferences-reader", [](const auto& arguments) {
