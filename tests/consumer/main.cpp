@@ -27,9 +27,7 @@ void expect(bool condition, const char* what) {
 
 /// Pictures: the worker has to be found, and the module behind ONNX models.
 void look(const char* picture) {
-  const auto scene = orvane::SceneClassifier().classify(picture);
-  if (!scene) std::puts(scene.error().description().c_str());
-  expect(scene.has_value(), "the image worker");
+  expect(orvane::SceneClassifier().classify(picture).has_value(), "the image worker");
   const auto model = orvane::OnnxClassifier::open("/nowhere/model.json");
   expect(!model && model.error().code() != static_cast<int>(orvane::OnnxProblem::unavailable),
          "the module for ONNX models");
