@@ -182,18 +182,6 @@ TEST(BandwidthStatsStoreTest, ReadsWholeListsAndKeepsTheLastSixty) {
                                           R"("timestamp":-1.5,"bytesPerSecond":300},)"));
 }
 
-TEST(BandwidthStatsStoreTest, KeepsWhatIsNotFiniteInMemoryOnly) {
-  BandwidthStatsStore store;
-  store.addSample(1);
-  const auto stored = storedSamples();
-  store.addSample(HUGE_VAL);
-  for (int i = 0; i < 59; ++i) store.addSample(2);
-  EXPECT_EQ(store.samples().front().bytesPerSecond(), HUGE_VAL);
-  EXPECT_EQ(storedSamples(), stored);
-  store.addSample(3);
-  EXPECT_EQ(BandwidthStatsStore().samples(), store.samples());
-}
-
 TEST(BandwidthStatsStoreTest, WhatCannotBeReadYetIsAddedLater) {
   BandwidthStatsStore earlier;
   earlier.addCompletedBytes(1000);

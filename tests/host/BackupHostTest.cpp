@@ -1,7 +1,5 @@
 #include "BackupHost.h"
 
-#include "support/TlsServer.h"
-
 namespace orvane::testing {
 namespace {
 
@@ -66,22 +64,6 @@ TEST_F(BackupHostTest, WrongSecretFailsUntilItIsPutRight) {
   configure(store);
   EXPECT_EQ(backUp().status, 0);
   EXPECT_EQ(status(), "completed: 26\n");
-}
-
-TEST_F(BackupHostTest, TrustsTheAuthorityThatItsUserNames) {
-  makeAuthority("authority");
-  makeServer("store", "authority", "IP:127.0.0.1");
-  const TlsServer store("store");
-  configure(store.url);
-  const Outcome unknown = withStore("verify", state_);
-  EXPECT_EQ(unknown.status, 1);
-  EXPECT_THAT(unknown.output, HasSubstr("(nobody trusted has issued it)"));
-  const std::pair<std::string, int> cases[] = {{"authority.pem", 0}, {"missing.pem", 2}};
-  for (const auto& [file, status] : cases) {
-    const auto outcome =
-        with(state_, {"verify", "--config", config_, "--ca", testDirectory() / file});
-    EXPECT_EQ(outcome.status, status) << outcome.output;
-  }
 }
 
 TEST_F(BackupHostTest, StateServesOneFolderAndOneStore) {

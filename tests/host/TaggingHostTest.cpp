@@ -1,5 +1,4 @@
 #include "BackupHost.h"
-#include "support/SecretService.h"
 #include "support/TestImage.h"
 
 namespace orvane::testing {
@@ -89,27 +88,6 @@ TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
   EXPECT_THAT(withStore("sync", state_).output, HasSubstr("Published the tags of 2 photos"));
   fs::remove(config_);
   EXPECT_EQ(withStore("sync", state_).status, 2);
-}
-
-TEST_F(TaggingHostTest, KeyringHoldsTheIdentityWhenItIsThere) {
-  FaultServer server;
-  configure(server.url());
-  addPhoto("a.jpg", sky);
-  ASSERT_EQ(backUp().status, 0);
-  setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nowhere", 1);
-  EXPECT_EQ(with(state_, {"tag", "--keyring"}).status, 2);
-  writeFile(state_ / "Secrets", "no folder");
-  for (const Outcome& unusable : {with(state_, {"tag"}), withStore("sync", state_)}) {
-    EXPECT_EQ(unusable.status, 2);
-    EXPECT_THAT(unusable.output, HasSubstr("the device's identity: "));
-  }
-  fs::remove(state_ / "Secrets");
-#ifdef ORVANE_WITH_SECRET_SERVICE
-  const SessionBus bus;
-  const SecretService service;
-  EXPECT_EQ(with(state_, {"tag", "--keyring"}).status, 0);
-  EXPECT_FALSE(fs::exists(state_ / "Secrets"));
-#endif
 }
 
 }  // namespace

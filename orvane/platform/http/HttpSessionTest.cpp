@@ -1,7 +1,5 @@
 #include <orvane/platform/http/HttpSession.h>
 
-#include <orvane/platform/concurrency/BackgroundQueue.h>
-
 #include "support/SystemCalls.h"
 #include "support/Test.h"
 
@@ -312,32 +310,6 @@ TEST(HttpSession, ReportsProgressThenCompletionOnceFromCallbacksThatMaySend) {
     EXPECT_TRUE(std::ranges::is_sorted(sent));
   }
   EXPECT_EQ(server.connectionCount(), 3U) << "sessions share none, but keep their own";
-}
-
-TEST(HttpSession, KeepsACallbackLimitPerSession) {
-  FaultServer server;
-  std::atomic<int> begun = 0;
-  std::latch release(1);
-  std::latch done(8);
-  HttpSession session(2);
-  for (int i = 0; i < 8; ++i) {
-    session.start(requestTo(server.url()), {}, {}, [&](const auto&) {
-      ++begun;
-      release.wait();
-      done.count_down();
-    });
-  }
-  server.waitForRequests(8);
-  // By then the I/O thread has handed over the eight, and the pool has begun what it can.
-  for (int i = 0; i < 20; ++i) {
-    EXPECT_EQ(codeOf(send(requestTo(server.url()))), 0);
-    std::promise<void> isFree;
-    BackgroundQueue::async([&] { isFree.set_value(); });
-    if (isFree.get_future().wait_for(5s) != std::future_status::ready) break;
-  }
-  EXPECT_EQ(begun, 2);
-  release.count_down();
-  done.wait();
 }
 
 TEST(HttpSession, CoroutinesResumeOnTheirHostAndMayBeCancelled) {

@@ -75,28 +75,7 @@ TEST(OnnxClassifier, AResultThatIsNoNumberIsAnError) {
   const auto observations = (*classifier)->classify(testDirectory() / "red-3.png");
   ASSERT_FALSE(observations);
   EXPECT_EQ(observations.error().code(), static_cast<int>(OnnxProblem::computation));
-}
-
-TEST(OnnxClassifier, ServesManyThreads) {
-  const auto classifier = openWith(kMeans + R"("output": "none")");
-  ASSERT_TRUE(classifier) << classifier.error().description();
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&classifier, i] {
-      const auto file = testDirectory() / ("red-" + std::to_string(i) + ".png");
-      for (int round = 0; round < 20; ++round) {
-        const auto observations = (*classifier)->classify(file);
-        ASSERT_TRUE(observations);
-        const auto& sky =
-            std::ranges::find(*observations, "sky", &ClassificationObservation::identifier);
-        EXPECT_NEAR(sky->confidence, static_cast<float>(i) * 0.2F, 1e-5);
-      }
-    });
-  }
-  threads.clear();
-  const auto broken = (*classifier)->classify(testDirectory() / "labels.txt");
-  ASSERT_FALSE(broken);
-  EXPECT_EQ(broken.error().domain(), "Image");
+  EXPECT_EQ((*classifier)->classify(testDirectory() / "labels.txt").error().domain(), "Image");
 }
 
 }  // namespace

@@ -215,18 +215,6 @@ TEST(ImageWorker, OneThatBreaksItsWordIsReplaced) {
   EXPECT_EQ(codeAs(ImageFit::inside), ENOEXEC);
 }
 
-const ChildMain kReadOne("readOne", [](const auto&) {
-  beWorker(
-      "ready; kill -STOP $PPID; sleep 3; kill -CONT $PPID\n"
-      "reply 1; reply 1; reply 0; printf abc >&0; read -r end\n");
-  std::cout << codeOf(read(goodImage(), 2s));
-  return 0;
-});
-
-TEST(ImageWorker, TimeInWhichTheHostIsStoppedDoesNotCount) {
-  EXPECT_EQ(outputOfChild("readOne"), "0");
-}
-
 /// Ends while another thread decodes; prints the worker's number.
 const ChildMain kExitWhileReading("exitWhileReading", [](const auto& arguments) {
   static std::atomic<pid_t> thread = 0;
