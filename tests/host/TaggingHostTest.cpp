@@ -28,6 +28,16 @@ std::set<std::string> taggedIn(const std::string& output) {
   return lines;
 }
 
+/// Nobody else can read what the host has stored, and it holds no key.
+void expectPrivate(const fs::path& folder, const std::string& key) {
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    SCOPED_TRACE(entry.path());
+    EXPECT_EQ(entry.status().permissions(), fs::perms(entry.is_directory() ? 0700 : 0600));
+    if (!entry.is_regular_file()) continue;
+    EXPECT_THAT(readFile(entry), ::testing::Not(HasSubstr(key)));
+  }
+}
+
 TEST_F(TaggingHostTest, KilledTaggingGoesOnWhereItWas) {
   FaultServer server;
   configure(server.url());
@@ -58,6 +68,7 @@ TEST_F(TaggingHostTest, KilledTaggingGoesOnWhereItWas) {
 
 TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
   const ObjectStore store;
+  umask(0);
   configure(store);
   addPhoto("you & me <3.jpg", sky);
   addPhoto("wall.jpg", nothing);
@@ -77,6 +88,7 @@ TEST_F(TaggingHostTest, AnotherDeviceFindsThePhotosAfterSync) {
   EXPECT_EQ(with(other, {"tags", "wall.jpg"}).output, "no tags\n");
   EXPECT_THAT(with(other, {"tags", "nothing"}).output, HasSubstr("no such photo: nothing"));
   EXPECT_EQ(withStore("verify", other).status, 0);
+  expectPrivate(other, store.secretKey());
 
   fs::remove_all(state_ / "Documents");  // The own tags come back from the bucket.
   EXPECT_THAT(withStore("sync", state_).output, HasSubstr("Restored"));
