@@ -33,12 +33,7 @@ class Soak:
         self.config = folder / "config.json"
         self.log = folder / "output"
         self.kills = self.losses = 0
-        store = os.environ
-        self.config.write_text(json.dumps({
-            "bucket": store["S3_BUCKET"], "region": store["S3_REGION"], "endpoint": endpoint,
-            "prefix": f"soak-{os.getpid()}/", "accessKey": store["S3_ACCESS_KEY"],
-            "secretKey": store["S3_SECRET_KEY"]}))
-        self.config.chmod(0o600)
+        write_configuration(self.config, endpoint, f"soak-{os.getpid()}/")
 
     def start(self, device, *arguments):
         with open(self.log, "w") as log:
@@ -137,6 +132,15 @@ def read_store():
         name, _, value = line.strip().removeprefix("export ").partition("=")
         os.environ[name] = value.strip("'\"")
     os.environ["no_proxy"] = "127.0.0.1"
+
+
+def write_configuration(file, endpoint, prefix):
+    store = os.environ
+    file.write_text(json.dumps({
+        "bucket": store["S3_BUCKET"], "region": store["S3_REGION"], "endpoint": endpoint,
+        "prefix": prefix, "accessKey": store["S3_ACCESS_KEY"],
+        "secretKey": store["S3_SECRET_KEY"]}))
+    file.chmod(0o600)
 
 
 def main():
