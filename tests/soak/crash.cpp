@@ -30,14 +30,18 @@ bool isRegular(int file) {
   return fstat(file, &status) == 0 && S_ISREG(status.st_mode);
 }
 
+/// Whether the call is the one that is asked for.
+bool isDue(int file) {
+  static std::atomic<long> calls = 0;
+  static const long at = atol(setting("CRASH_AT").data());
+  return (file == kNoDescriptor || isRegular(file)) && ++calls == at;
+}
+
 /// Whether this call is to fail. Does not return where the program is to end; `tear` writes a half.
 template <class Tear>
 bool mustFail(int file, Tear tear) {
-  static std::atomic<long> calls = 0;
-  static const long at = atol(setting("CRASH_AT").data());
-  static const std::string_view how = setting("CRASH_HOW");
-  if (file != kNoDescriptor && !isRegular(file)) return false;
-  if (++calls != at) return false;
+  if (!isDue(file)) return false;
+  const auto how = setting("CRASH_HOW");
   if (how == "tear") tear();
   if (how != "fail") raise(SIGKILL);
   errno = ENOSPC;
