@@ -13,7 +13,7 @@ namespace {
 using Pairs = std::vector<KeyETagPair>;
 
 std::string describe(const Error& error) {
-  const std::string text(error.description());
+  const auto& text = error.description();
   return std::string(error.domain()) + " " + std::to_string(error.code()) + " " +
          text.substr(0, text.find(" ("));
 }

@@ -16,7 +16,7 @@ using Lines = std::vector<std::string>;
 
 constexpr std::int64_t kPart = S3MultipartUploader::chunkSize;
 constexpr std::int64_t kFileSize = 2 * kPart + 1'000'000;
-constexpr int kSideBySideUploads = 20;
+constexpr std::size_t kSideBySideUploads = 20;
 const std::string kInitiate = "POST?uploads";
 const Lines kParts = {"PUT?partNumber=1&uploadId=new", "PUT?partNumber=2&uploadId=new"};
 const std::string kComplete = "POST?uploadId=new";
@@ -155,11 +155,12 @@ const ChildMain kSideBySide("sideBySide", [](const auto& arguments) {
   S3MultipartUploader uploader(configFor(arguments.at(0)));
   const testing::MemoryGrowth growth;
   std::vector<std::future<Outcome>> outcomes;
-  for (int i = 0; i < kSideBySideUploads; ++i) outcomes.push_back(start(uploader, file));
+  outcomes.reserve(kSideBySideUploads);
+  while (outcomes.size() < kSideBySideUploads) outcomes.push_back(start(uploader, file));
   for (auto& outcome : outcomes) {
     if (outcome.get().text != "done") return 1;
   }
-  std::cout << growth.kibibytes() / kSideBySideUploads;
+  std::cout << growth.kibibytes() / static_cast<long>(kSideBySideUploads);
   return 0;
 });
 

@@ -32,7 +32,9 @@ std::set<std::string> taggedIn(const std::string& output) {
 void expectPrivate(const fs::path& folder, const std::string& key) {
   for (const auto& entry : fs::recursive_directory_iterator(folder)) {
     SCOPED_TRACE(entry.path());
-    EXPECT_EQ(entry.status().permissions(), fs::perms(entry.is_directory() ? 0700 : 0600));
+    const auto all = entry.is_directory() ? fs::perms::owner_all
+                                          : fs::perms::owner_read | fs::perms::owner_write;
+    EXPECT_EQ(entry.status().permissions(), all);
     if (!entry.is_regular_file()) continue;
     EXPECT_THAT(readFile(entry), ::testing::Not(HasSubstr(key)));
   }

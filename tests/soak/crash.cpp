@@ -20,7 +20,7 @@ namespace {
 
 constexpr int kNoDescriptor = -1;
 
-std::string_view setting(const char* name) {
+const char* setting(const char* name) {
   const char* const value = getenv(name);
   return value == nullptr ? "0" : value;
 }
@@ -33,7 +33,7 @@ bool isRegular(int file) {
 /// Whether the call is the one that is asked for.
 bool isDue(int file) {
   static std::atomic<long> calls = 0;
-  static const long at = atol(setting("CRASH_AT").data());
+  static const long at = strtol(setting("CRASH_AT"), nullptr, 10);
   return (file == kNoDescriptor || isRegular(file)) && ++calls == at;
 }
 
@@ -41,7 +41,7 @@ bool isDue(int file) {
 template <class Tear>
 bool mustFail(int file, Tear tear) {
   if (!isDue(file)) return false;
-  const auto how = setting("CRASH_HOW");
+  const std::string_view how = setting("CRASH_HOW");
   if (how == "tear") tear();
   if (how != "fail") raise(SIGKILL);
   errno = ENOSPC;
